@@ -1,0 +1,69 @@
+// libFuzzer's side of a target. Besides libFuzzer's own arguments:
+//
+//   TARGET --make-corpus DIRECTORY    writes the seeds into an existing directory and ends
+#include "harness/target.h"
+
+#include "frame/run_flag.h"
+#include "harness/memory_platform.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+namespace kestrine::fuzz {
+
+namespace {
+
+// Reports are formatted, since formatting is part of what is tested, and then go nowhere, without
+// a system call.
+void silenceConsole() {
+    cookie_io_functions_t functions{};
+    functions.write = [](void*, const char*, size_t size) { return static_cast<ssize_t>(size); };
+    std::FILE* const nowhere = fopencookie(nullptr, "w", functions);
+    if (nowhere != nullptr) {
+        stdout = nowhere;
+    }
+}
+
+[[noreturn]] void makeCorpus(const std::string& directory) {
+    int number = 0;
+    for (const std::string& seed : makeSeeds()) {
+        const std::string path = directory + "/seed" + std::to_string(number++);
+        std::ofstream stream(path, std::ios::binary);
+        stream << seed;
+        stream.close();
+        if (!stream) {
+            std::perror(path.c_str());
+            std::exit(1);
+        }
+    }
+    std::exit(0);
+}
+
+} // namespace
+
+void require(bool kept, const char* promise, const char* file, int line) {
+    if (!kept) {
+        std::fprintf(stderr, "%s:%d: broken promise: %s\n", file, line, promise);
+        std::abort();
+    }
+}
+
+} // namespace kestrine::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    using namespace kestrine;
+    setPlatform(&fuzz::memory());
+    g_isRunning = 1;
+    fuzz::silenceConsole();
+    if (*argc == 3 && std::string_view((*argv)[1]) == "--make-corpus") {
+        fuzz::makeCorpus((*argv)[2]);
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    kestrine::fuzz::memory().clear();
+    kestrine::fuzz::runInput({data, size});
+    return 0;
+}

@@ -1,0 +1,128 @@
+// A bounded binary min-heap of pointers that keeps the N largest elements of a stream.
+#pragma once
+
+#include "storage/url_record.h"
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace kestrine {
+
+// Count order: non-zero when the first has fewer visits than the second (compared as signed).
+// Equal counts are not smaller in either direction.
+[[nodiscard]] inline int lessByCount(UrlRecord* a, UrlRecord* b) {
+    return static_cast<int64_t>(a->count) < static_cast<int64_t>(b->count) ? 1 : 0;
+}
+
+// Count order in which, of equal counts, the higher key is the smaller element. Records pushed in
+// ascending key order then keep the lower keys whatever the heap's shape.
+[[nodiscard]] inline int lessByCountAndKey(UrlRecord* a, UrlRecord* b) {
+    if (a->count != b->count) {
+        return lessByCount(a, b);
+    }
+    return a->key > b->key ? 1 : 0;
+}
+
+template <typename T>
+class CPriorityQueue {
+public:
+    using Less = int (*)(T, T);
+    using Free = void (*)(T);
+
+    CPriorityQueue() = default;
+    virtual ~CPriorityQueue() { clear(); }
+    CPriorityQueue(const CPriorityQueue&) = delete;
+    CPriorityQueue& operator=(const CPriorityQueue&) = delete;
+
+    // A queue of at most `capacity` elements, which it does not own. 0, or -1 for a capacity of 0.
+    [[nodiscard]] int init(uint32_t capacity, Less less = lessByCount) {
+        if (capacity == 0) {
+            return -1;
+        }
+        clear();
+        m_array.assign(1, T{});
+        m_capacity = capacity;
+        m_less = less;
+        m_free = nullptr;
+        return 0;
+    }
+    // From now on the queue frees what it drops and what it holds when it is cleared.
+    void ownElements(Free free) { m_free = free; }
+
+    // 0: added, nothing dropped; 1: the queue was full and `dropped` left it, which may be the new
+    // element itself; -1: no element given. An element equal to the smallest held is refused.
+    [[nodiscard]] int push(T element, T& dropped) {
+        dropped = T{};
+        if (element == T{} || m_capacity == 0) {
+            return -1;
+        }
+        if (size() < m_capacity) {
+            m_array.push_back(element);
+            siftUp(size(), element);
+            return 0;
+        }
+        dropped = element;
+        if (m_less(m_array[1], element) != 0) {
+            dropped = m_array[1];
+            sink(1, element);
+        }
+        if (m_free != nullptr) {
+            m_free(dropped);
+        }
+        return 1;
+    }
+    // The smallest held, or none.
+    [[nodiscard]] T top() const { return size() == 0 ? T{} : m_array[1]; }
+    // Removes the smallest, without freeing it.
+    void pop() {
+        if (size() == 0) {
+            return;
+        }
+        const T last = m_array.back();
+        m_array.pop_back();
+        if (size() > 0) {
+            sink(1, last);
+        }
+    }
+    void clear() {
+        for (size_t i = 1; m_free != nullptr && i < m_array.size(); ++i) {
+            m_free(m_array[i]);
+        }
+        m_array.resize(m_array.empty() ? 0 : 1);
+    }
+    [[nodiscard]] uint32_t size() const {
+        return m_array.empty() ? 0 : static_cast<uint32_t>(m_array.size() - 1);
+    }
+    [[nodiscard]] bool full() const { return size() == m_capacity; }
+
+private:
+    void siftUp(size_t slot, T element) {
+        while (slot > 1 && m_less(element, m_array[slot / 2]) != 0) {
+            m_array[slot] = m_array[slot / 2];
+            slot /= 2;
+        }
+        m_array[slot] = element;
+    }
+    void sink(size_t slot, T element) {
+        const size_t last = size();
+        for (size_t child = 2 * slot; child <= last; child = 2 * slot) {
+            if (child < last && m_less(m_array[child + 1], m_array[child]) != 0) {
+                ++child;
+            }
+            if (m_less(m_array[child], element) == 0) {
+                break;
+            }
+            m_array[slot] = m_array[child];
+            slot = child;
+        }
+        m_array[slot] = element;
+    }
+
+    std::vector<T> m_array; // slot 0 is never used, the root lies in slot 1
+    uint32_t m_capacity = 0;
+    Less m_less = nullptr;
+    Free m_free = nullptr; // set: the queue owns its elements
+};
+
+} // namespace kestrine

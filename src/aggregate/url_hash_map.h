@@ -1,0 +1,44 @@
+// The visits counted in memory: one record per key, and what the records cost in bytes.
+//
+// An open-addressing table of (key, record) pairs with linear probing. Keys are hashes already, so
+// their low bits choose the slot. There is no removal of single records: a spill takes all out and
+// puts back what it keeps.
+#pragma once
+
+#include "storage/url_record.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace kestrine {
+
+struct KeyedRecord {
+    uint64_t key = 0;
+    UrlRecordPtr record;
+};
+
+class UrlHashMap {
+public:
+    // The record of a key, null when there is none.
+    [[nodiscard]] UrlRecord* find(uint64_t key);
+    // Adds a record whose key is not in the map.
+    void insert(UrlRecordPtr record);
+    // Moves all records out, in no order, and leaves the map empty.
+    [[nodiscard]] std::vector<KeyedRecord> takeAll();
+    void clear();
+
+    [[nodiscard]] size_t size() const { return m_size; }
+    [[nodiscard]] bool empty() const { return m_size == 0; }
+    // Bytes of the records held (24 + urlLen each), without the table itself.
+    [[nodiscard]] uint64_t usedMemory() const { return m_usedMemory; }
+
+private:
+    [[nodiscard]] size_t slotOf(uint64_t key) const;
+    void grow();
+
+    std::vector<KeyedRecord> m_slots; // size 0 or a power of two; an empty slot has no record
+    size_t m_size = 0;
+    uint64_t m_usedMemory = 0;
+};
+
+} // namespace kestrine

@@ -1,0 +1,144 @@
+#include "cycle/url_stat.h"
+
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/util.h"
+#include "input/url_file_new_data.h"
+#include "platform/platform.h"
+
+#include <cerrno>
+
+namespace kestrine {
+
+namespace {
+
+// An interval in seconds has passed, or nothing was ever done.
+bool intervalPassed(uint32_t last, uint32_t elapsed, int32_t interval) {
+    return last == 0 || elapsed >= static_cast<uint32_t>(interval) * 1000U;
+}
+
+} // namespace
+
+UrlStat::~UrlStat() {
+    if (m_spillFile) {
+        LOG_ERROR("!!!!CAUTION unfree count %d", 1);
+    }
+}
+
+int UrlStat::init() {
+    if (Configuration::getInstance(&m_configuration) != 0) {
+        LOG_ERROR("getConfiguration fail");
+        return -1;
+    }
+    m_hashMemory = static_cast<uint64_t>(m_configuration->maxHashMemory());
+    const LoggerSettings settings;
+    m_bufferSize = settings.defaultBlockSize;
+    for (Buffer& buffer : m_buffers) {
+        if (buffer.allocate(static_cast<size_t>(m_bufferSize)) != 0) {
+            LOG_ERROR("malloc fail, errno %d", errno);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int UrlStat::run(const std::string& account) {
+    LOG_INFO("deal with account %s", account.c_str());
+    if (daycrcsort(account) != 0) {
+        LOG_ERROR("daycrcsort for %s fail", account.c_str());
+        return -1;
+    }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        return 0;
+    }
+    const uint32_t now = platform().tickCount();
+    const uint32_t elapsed = elapsedTicks(m_lastWeekMonth, now);
+    const int32_t interval = m_configuration->weekmoncrcsortInterval();
+    if (!intervalPassed(m_lastWeekMonth, elapsed, interval)) {
+        LOG_DEBUG("time diff %us, interval %ds, not go on weekcrcsort and moncrcsort",
+                  elapsed / 1000, interval);
+        return 0;
+    }
+    LOG_DEBUG("time diff %us, interval %ds, go on weekcrcsort and moncrcsort", elapsed / 1000,
+              interval);
+    m_lastWeekMonth = now;
+    if (new2Daycrcsort(account) != 0) {
+        LOG_ERROR("new2Daycrcsort %s fail", account.c_str());
+        return -1;
+    }
+    if (weekcrcsort(account) != 0) {
+        LOG_ERROR("weekcrcsort fail");
+        return -1;
+    }
+    if (moncrcsort(account) != 0) {
+        LOG_ERROR("moncrcsort fail");
+        return -1;
+    }
+    return 0;
+}
+
+int UrlStat::daycrcsort(const std::string& account) {
+    m_account = account;
+    UrlFileNewData newData;
+    std::vector<DayStatus> days;
+    if (newData.getDayStatusHaveNewData(account, days) != 0) {
+        LOG_ERROR("getDayStatusHaveNewData fail %s", account.c_str());
+        return -1;
+    }
+    LOG_DEBUG("print daystatus having new dats:");
+    for (const DayStatus& day : days) {
+        day.print();
+    }
+    for (DayStatus& day : days) {
+        if (createTempFile(day) != 0) {
+            LOG_ERROR("create temp file fail %s", account.c_str());
+            return -1;
+        }
+        if (stopRequested()) {
+            LOG_DEBUG("find g_isRunning 0, stop");
+            return 0;
+        }
+    }
+    return daycrcsortnew(account);
+}
+
+int UrlStat::daycrcsortnew(const std::string& account) {
+    if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
+        LOG_ERROR("MemFileList::mergeFileList fail %s", account.c_str());
+        return -1;
+    }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        return 0;
+    }
+    if (m_diskTempFileList.mergeDiskTempFile() < 0) {
+        LOG_ERROR("mergeDiskTempFile fail %s", account.c_str());
+        return -1;
+    }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        return 0;
+    }
+    const uint32_t now = platform().tickCount();
+    const uint32_t elapsed = elapsedTicks(m_lastDayMerge, now);
+    const int32_t interval = m_configuration->daycrcsortInterval();
+    if (!intervalPassed(m_lastDayMerge, elapsed, interval)) {
+        LOG_DEBUG("daycrcsort time diff %us, interval %ds", elapsed / 1000, interval);
+        return 0;
+    }
+    LOG_DEBUG("daycrcsort time diff %us, interval %ds, go on daycrcsortnew", elapsed / 1000,
+              interval);
+    m_lastDayMerge = now;
+    if (new2Daycrcsort(account) != 0) {
+        LOG_ERROR("new2Daycrcsort %s fail", account.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+std::string UrlStat::accountDirectory() const {
+    return names::accountDir(m_configuration->urlStatRoot(), names::accountOf(m_account));
+}
+
+} // namespace kestrine

@@ -1,0 +1,136 @@
+// The statistics pipeline of one account.
+//
+//   log files --read--> hash map --spill--> memory-disk files --merge--> disk temporary files
+//     --merge--> new-day file --merge--> day file --> week file, month file; each with top lists
+//
+// A run performs the first half for all new log data; the merges into day, week and month files
+// only when their intervals have passed. A visit counts from the moment at which its new-day file
+// has its final name; what is lost before that (a stop, a kill) is read from the logs again.
+//
+// The members stand in files by stage: url_stat.cpp (run and clocks), url_stat_read.cpp (logs to
+// hash map), url_stat_spill.cpp (hash map to files), url_stat_day.cpp, url_stat_week_month.cpp.
+#pragma once
+
+#include "aggregate/url_hash_map.h"
+#include "frame/buffer.h"
+#include "frame/configuration.h"
+#include "frame/tree_names.h"
+#include "input/loader_reader.h"
+#include "merge/disk_temp_file_list.h"
+#include "merge/mem_file_list.h"
+#include "storage/status.h"
+#include "storage/url_file.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrine {
+
+class UrlStat {
+public:
+    UrlStat() = default;
+    ~UrlStat();
+    UrlStat(const UrlStat&) = delete;
+    UrlStat& operator=(const UrlStat&) = delete;
+
+    [[nodiscard]] int init();
+    // One cycle of the account whose path is given. 0 when it ended normally or stopped on request,
+    // -1 on failure.
+    [[nodiscard]] int run(const std::string& account);
+
+    // ---- stages; each 0 or -1, and 0 after a stop
+    // New log data into new-day files, and on its interval new-day files into day files.
+    [[nodiscard]] int daycrcsort(const std::string& account);
+    [[nodiscard]] int daycrcsortnew(const std::string& account);
+    // All new-day files into the day files of their dates.
+    [[nodiscard]] int new2Daycrcsort(const std::string& account);
+    // New-day files into week files; into month files, after which they are deleted.
+    [[nodiscard]] int weekcrcsort(const std::string& account);
+    [[nodiscard]] int moncrcsort(const std::string& account);
+
+    // Counts one visit. The map is spilled first when its budget would be crossed. 0 or -1; after a
+    // stop the visit is not counted and the result is 0.
+    [[nodiscard]] int dealOneUrlRecord(std::string_view host, uint32_t type);
+    // Counts the visits of a delivered record stream. 0 or -1.
+    [[nodiscard]] int dealOneUserBuffer(ByteView stream);
+
+    // Removes the cached statistics file of a directory, trying five times. 0 or -1.
+    [[nodiscard]] static int deleteDirStat(const std::string& directory);
+
+private:
+    // What the week stage and the month stage differ in.
+    struct PeriodStage;
+    enum class SpillPlace { MemoryDisk, Disk };
+
+    // ---- reading a date's logs (url_stat_read.cpp)
+    [[nodiscard]] int createTempFile(DayStatus& status);
+    [[nodiscard]] int readNodes(DayStatus& status, bool& moved);
+    [[nodiscard]] int dealOneDevice(DayStatus& status, size_t index);
+    [[nodiscard]] int dealAllDatFile(LoaderReader& reader);
+    void dropDate();
+
+    // ---- spilling the map (url_stat_spill.cpp)
+    [[nodiscard]] int writeHashMap(int writeAll);
+    [[nodiscard]] static int reserveByPercent(size_t keep, UrlHashMap& map,
+                                              std::vector<KeyedRecord>& records, size_t total);
+    [[nodiscard]] int writeRecords(std::vector<KeyedRecord>& records);
+    [[nodiscard]] int writeSpillFile(std::vector<KeyedRecord>& records, size_t from, size_t& to,
+                                     SpillPlace place);
+    [[nodiscard]] int writeSpillRecord(const UrlRecord& record);
+    [[nodiscard]] int openSpillFile(SpillPlace place);
+    [[nodiscard]] int finishSpillFile(SpillPlace place);
+    void dropSpillFile();
+    [[nodiscard]] int64_t memoryDiskBytes(const UrlRecord& record) const;
+    [[nodiscard]] int64_t usableMemoryDisk() const;
+    [[nodiscard]] bool crossesMemoryDisk(const UrlRecord& record) const;
+    [[nodiscard]] int checkWriteMemDiskTempToDiskTemp(const UrlRecord& record,
+                                                      MemFileList& memFileList);
+    [[nodiscard]] int moveMemoryDiskToDisk(MemFileList& memFileList);
+    [[nodiscard]] int createMemDiskDirAndGetFilePath(std::string& path);
+    [[nodiscard]] int createDiskTempDirAndGetFilePath(std::string& path);
+    [[nodiscard]] int setDayStatusAndPathForMemdiskFile(MemFileList& memFileList,
+                                                        const DayStatus& status,
+                                                        const std::string& accountPath);
+
+    // ---- merging into day, week and month files
+    [[nodiscard]] std::string accountDirectory() const;
+    [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
+    [[nodiscard]] int periodStage(const PeriodStage& stage);
+    [[nodiscard]] int listPeriodDates(std::vector<std::string>& dates);
+    [[nodiscard]] int mergeOnePeriod(const PeriodStage& stage,
+                                     const std::vector<std::string>& group,
+                                     const std::string& begin, const std::string& end);
+    [[nodiscard]] int listDayFiles(const std::string& begin, const std::string& end,
+                                   std::vector<std::string>& files);
+    [[nodiscard]] static int deleteNewDayFiles(const std::vector<std::string>& files);
+    [[nodiscard]] static int replaceAndMakeTop(const std::string& output, uint32_t statusType,
+                                               const std::vector<std::string>& inputs,
+                                               const std::vector<std::string>& deleted);
+    static void setAsideDamaged(const std::string& formal, uint32_t statusType,
+                                const std::vector<std::string>& inputs);
+
+    uint32_t m_lastDayMerge = 0;     // tick of the last day merge, 0: never
+    uint32_t m_lastWeekMonth = 0;    // tick of the last week and month stage, 0: never
+    int32_t m_bufferSize = 0;        // bytes of each work buffer
+    std::array<Buffer, 3> m_buffers; // block as stored, block uncompressed, delivered records
+    MemFileList m_memFileList;
+    DiskTempFileList m_diskTempFileList;
+    uint64_t m_hashMemory = 0; // budget of the map in bytes
+    Configuration* m_configuration = nullptr;
+
+    std::string m_account; // path of the account that is run
+    UrlHashMap m_map;
+    LoaderReader m_reader;
+    DayStatus* m_dayStatus = nullptr;     // of the date being read
+    uint64_t m_visits = 0;                // counted since the date was begun
+    bool m_spillFailed = false;           // the date has lost records and hands nothing on
+    std::unique_ptr<UrlFile> m_spillFile; // being written
+    uint64_t m_spillRecords = 0;          // in it
+    int64_t m_spillTrailerSize = 0;
+};
+
+} // namespace kestrine

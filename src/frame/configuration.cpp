@@ -1,0 +1,148 @@
+#include "frame/configuration.h"
+
+#include "frame/ini_file.h"
+#include "frame/log.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+
+namespace kestrine {
+
+namespace {
+
+constexpr const char* g_settingsFile = "config/urlstat.ini";
+constexpr const char* g_section = "urlstat";
+constexpr int32_t g_urlBlockSize = 2048; // KiB, not configurable
+
+Configuration g_configuration;
+
+// A path with '/' throughout.
+std::string readPath(const IniFile& ini, const char* key) {
+    std::string path(ini.find(g_section, key).value_or(std::string_view()));
+    Util::replaceChar(path, '\\', '/');
+    return path;
+}
+
+} // namespace
+
+struct Configuration::NumericSetting {
+    const char* key;
+    const char* name; // in messages
+    int32_t Configuration::*member;
+    int32_t defaultValue;
+    int32_t minimum;
+    int32_t maximum;
+};
+
+const Configuration::NumericSetting Configuration::g_numericSettings[6] = {
+    {"maxHashMemory", "m_maxHashMemory", &Configuration::m_maxHashMemory, 102400, 1, 1048576},
+    {"sleepTime", "m_sleepTime", &Configuration::m_sleepTime, 10800, 1, 36000},
+    {"daycrcsortInterval", "m_daycrcsortInterval", &Configuration::m_daycrcsortInterval, 18000, 1,
+     36000},
+    {"weekmoncrcsortInterval", "m_weekmoncrcsortInterval", &Configuration::m_weekmoncrcsortInterval,
+     86400, 1, 172800},
+    {"exportPersent", "m_exportPersent", &Configuration::m_exportPersent, 60, 1, 100},
+    {"memoryDiskSize", "m_memoryDiskSize", &Configuration::m_memoryDiskSize, 512000, 1, 2097152},
+};
+
+int Configuration::getInstance(Configuration** instance) {
+    if (instance == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (g_configuration.m_loaded == 0) {
+        const int result = g_configuration.loadConfiguration();
+        if (result < 0) {
+            LOG_ERROR("load configuration fail");
+            return -1;
+        }
+        if (result == 1) {
+            g_configuration.setDefaultConfiguration();
+        } else {
+            g_configuration.checkRange();
+        }
+        g_configuration.logSettings();
+        g_configuration.m_loaded = 1;
+    }
+    *instance = &g_configuration;
+    return 0;
+}
+
+void Configuration::resetInstance() {
+    g_configuration = Configuration();
+}
+
+int Configuration::loadConfiguration() {
+    if (!platform().exists(g_settingsFile)) {
+        LOG_INFO("%s not exist", g_settingsFile);
+        return 1;
+    }
+    IniFile ini;
+    if (ini.load(g_settingsFile) != 0) {
+        LOG_ERROR("load %s fail", g_settingsFile);
+        return -1;
+    }
+    for (const NumericSetting& setting : g_numericSettings) {
+        const auto value = ini.find(g_section, setting.key);
+        this->*setting.member =
+            value && !value->empty() ? leadingInteger(*value) : setting.defaultValue;
+    }
+    m_urlBlockSize = g_urlBlockSize;
+    m_urlStatRoot = readPath(ini, "urlStatRoot");
+    if (m_urlStatRoot.empty()) {
+        LOG_INFO("urlstatroot empty!");
+    } else if (m_urlStatRoot.ends_with('/')) {
+        LOG_INFO("m_urlStatRoot should not ends with / or \\, delete it");
+        m_urlStatRoot.pop_back(); // one only
+    }
+    m_memoryDiskPath = readPath(ini, "memoryDiskPath");
+    if (m_memoryDiskPath.empty()) {
+        LOG_INFO("m_memoryDiskPath empty!");
+    } else if (m_memoryDiskPath.ends_with('/')) {
+        LOG_INFO("m_urlStatRoot should not ends with / or \\, delete it"); // the same words
+        m_memoryDiskPath.pop_back();
+    }
+    return 0;
+}
+
+void Configuration::setDefaultConfiguration() {
+    for (const NumericSetting& setting : g_numericSettings) {
+        this->*setting.member = setting.defaultValue;
+    }
+    m_urlBlockSize = g_urlBlockSize;
+    LOG_INFO("set default configuration");
+}
+
+void Configuration::checkRange() {
+    for (const NumericSetting& setting : g_numericSettings) {
+        int32_t& value = this->*setting.member;
+        if (value < setting.minimum || value > setting.maximum) {
+            LOG_INFO("%s out of range %d min %d max %d, set to default %d", setting.name, value,
+                     setting.minimum, setting.maximum, setting.defaultValue);
+            value = setting.defaultValue;
+        }
+    }
+}
+
+void Configuration::logSettings() const {
+    LOG_INFO("m_maxHashMemory %dK", m_maxHashMemory);
+    LOG_INFO("m_memoryDiskSize %dK", m_memoryDiskSize);
+    LOG_INFO("m_urlBlockSize %dK", m_urlBlockSize);
+    LOG_INFO("m_sleepTime %ds", m_sleepTime);
+    LOG_INFO("m_daycrcsortInterval %ds", m_daycrcsortInterval);
+    LOG_INFO("m_weekmoncrcsortInterval %ds", m_weekmoncrcsortInterval);
+    LOG_INFO("m_exportPersent %d%%", m_exportPersent);
+    LOG_INFO("m_memoryDiskPath %s", m_memoryDiskPath.c_str());
+    LOG_INFO("m_urlStatRoot %s", m_urlStatRoot.c_str());
+}
+
+void Configuration::setUrlStatRoot(const std::string& path) {
+    LOG_INFO("set urlstat root path to %s", path.c_str());
+    m_urlStatRoot = path;
+}
+
+void Configuration::setMemoryDiskPath(const std::string& path) {
+    LOG_INFO("set memory disk path to %s", path.c_str());
+    m_memoryDiskPath = path;
+}
+
+} // namespace kestrine

@@ -1,0 +1,76 @@
+// The service's settings, and where the log data lies.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kestrine {
+
+// Settings of section "urlstat" in "config/urlstat.ini" (relative to the working directory). Read
+// once per process; a changed file takes effect at the next start.
+class Configuration {
+public:
+    // Stores the instance; the first call loads the file. 0, or -1.
+    [[nodiscard]] static int getInstance(Configuration** instance);
+    // Forgets the instance, so that the next `getInstance` reads the file again.
+    static void resetInstance();
+
+    // Loads the file: 0 read, 1 not there, -1 not readable.
+    [[nodiscard]] int loadConfiguration();
+    // Every numeric member gets its default; the paths stay as they are.
+    void setDefaultConfiguration();
+    // Replaces numbers outside their range by the default.
+    void checkRange();
+
+    // Replaces a path as given, without clean-up.
+    void setUrlStatRoot(const std::string& path);
+    void setMemoryDiskPath(const std::string& path);
+
+    [[nodiscard]] int64_t maxHashMemory() const { return int64_t{m_maxHashMemory} * 1024; } // bytes
+    [[nodiscard]] int64_t memoryDiskSize() const {
+        return int64_t{m_memoryDiskSize} * 1024;
+    }                                                                                 // bytes
+    [[nodiscard]] int32_t urlBlockSize() const { return m_urlBlockSize * 1024; }      // bytes
+    [[nodiscard]] int32_t sleepTime() const { return m_sleepTime; }                   // seconds
+    [[nodiscard]] int32_t daycrcsortInterval() const { return m_daycrcsortInterval; } // seconds
+    [[nodiscard]] int32_t weekmoncrcsortInterval() const {
+        return m_weekmoncrcsortInterval;
+    } // seconds
+    [[nodiscard]] int32_t exportPersent() const { return m_exportPersent; }
+    [[nodiscard]] const std::string& memoryDiskPath() const { return m_memoryDiskPath; }
+    [[nodiscard]] const std::string& urlStatRoot() const { return m_urlStatRoot; }
+
+private:
+    struct NumericSetting;
+    static const NumericSetting g_numericSettings[6];
+
+    void logSettings() const;
+
+    int32_t m_loaded = 0;
+    int32_t m_maxHashMemory = 0;          // KiB
+    int32_t m_sleepTime = 0;              // seconds
+    int32_t m_daycrcsortInterval = 0;     // seconds
+    int32_t m_weekmoncrcsortInterval = 0; // seconds
+    int32_t m_exportPersent = 0;          // per cent
+    int32_t m_memoryDiskSize = 0;         // KiB
+    int32_t m_urlBlockSize = 0;           // KiB
+    std::string m_memoryDiskPath;
+    std::string m_urlStatRoot;
+};
+
+// Root of the log data: the "logdatapath" of "mysql_path.ini" in the installation root (the
+// executable's path up to its last "/ml") followed by "/log_data". 0 or -1.
+[[nodiscard]] int getDataPath(std::string& dataPath);
+
+// The logging product's own settings, read when constructed.
+struct LoggerSettings {
+    LoggerSettings();
+
+    int32_t defaultBlockSize = 2097152; // bytes, largest valid block
+    int32_t maxBlockLife = 60;          // seconds
+    std::string devicePrefix = "devid_";
+    int32_t filesPerDirectory = 100;
+    int32_t maxFileLife = 300; // seconds
+};
+
+} // namespace kestrine

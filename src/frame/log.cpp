@@ -1,0 +1,176 @@
+// One line of the log:
+//   1. inside the critical section: read the local time and open the day's file for appending;
+//      when it does not exist yet, make its directory and delete the oldest files first
+//   2. outside it: one write of header, message and line feed, then close
+#include "frame/log.h"
+
+#include "frame/bytes.h"
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+namespace kestrine {
+
+CRealTimeLog g_log;
+
+namespace {
+
+constexpr size_t g_maxMessage = 1023; // bytes of a message in the file
+constexpr size_t g_filesToKeep = 29;  // older files that remain beside a new one
+
+bool g_errorsToStderr = false;
+
+bool isDropped(LogLevel level) {
+    return g_errorsToStderr && level != LogLevel::Error;
+}
+
+// The executable's directory with its last separator; empty when unknown.
+std::string executableDirectory() {
+    std::string path = platform().executablePath();
+    const size_t separator = path.find_last_of("/\\");
+    path.erase(separator == std::string::npos ? 0 : separator + 1);
+    return path;
+}
+
+// Names carry their date as year, month, day, so that the oldest sort first.
+void cleanUp(const std::string& directory, size_t filesToKeep) {
+    std::vector<FindEntry> entries;
+    FindStep step{};
+    if (platform().find(directory + "kestrine*.txt", entries, step) != 0 &&
+        step != FindStep::Close) {
+        return;
+    }
+    std::vector<std::string> names;
+    for (const FindEntry& entry : entries) {
+        names.push_back(entry.name);
+    }
+    std::sort(names.begin(), names.end());
+    for (size_t i = 0; i + filesToKeep < names.size(); ++i) {
+        (void)platform().removeFile(directory + names[i]);
+    }
+}
+
+// Reports nothing itself: it would be called again by its own report.
+std::unique_ptr<File> openToday(const LocalTime& today) {
+    const std::string base = executableDirectory();
+    if (base.empty()) {
+        return nullptr;
+    }
+    const std::string parent = base + "log";
+    const std::string directory = parent + "/kestrine/";
+    char name[64];
+    std::snprintf(name, sizeof name, "kestrine%4d%02d%02d.txt", today.year, today.month, today.day);
+    const std::string path = directory + name;
+    if (!platform().exists(path)) {
+        if (!platform().exists(directory)) {
+            (void)platform().makeDirectory(parent);
+            (void)platform().makeDirectory(parent + "/kestrine");
+        }
+        cleanUp(directory, g_filesToKeep);
+    }
+    return platform().open(path, OpenMode::Append);
+}
+
+std::string header(int32_t level, const LocalTime& now) {
+    static constexpr char letters[] = {'i', 'w', 'e', 'd', 'r'};
+    const auto letter = static_cast<size_t>((level % 5 + 5) % 5);
+    char text[64];
+    std::snprintf(text, sizeof text, " %c %2d:%2d:%2d", letters[letter], now.hour, now.minute,
+                  now.second);
+    return text;
+}
+
+__attribute__((format(KESTRINE_PRINTF_DIALECT, 1, 0))) std::string formatText(const char* format,
+                                                                              va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length <= 0) {
+        return {};
+    }
+    std::string text(static_cast<size_t>(length) + 1, '\0'); // room for the terminator
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    text.pop_back();
+    return text;
+}
+
+std::string atPlace(const CodePlace& where, const std::string& text) {
+    return qualifiedName(where.function) + " " + std::to_string(where.line) + " " + text;
+}
+
+void writeConsole(LogLevel level, const std::string& message) {
+    static constexpr char prefixes[] = {'I', 'W', 'E', 'D'};
+    std::string line;
+    line += prefixes[static_cast<size_t>(level)];
+    line += ':';
+    line += message;
+    line += '\n';
+    std::FILE* const stream = g_errorsToStderr ? stderr : stdout;
+    std::fwrite(line.data(), 1, line.size(), stream);
+    std::fflush(stream);
+}
+
+void writeFile(LogLevel level, const std::string& message) {
+    if (!g_errorsToStderr) {
+        (void)g_log.write(static_cast<int32_t>(level), " " + message);
+    }
+}
+
+} // namespace
+
+int CRealTimeLog::write(int32_t level, std::string_view message) {
+    LocalTime now;
+    std::unique_ptr<File> file;
+    {
+        const std::lock_guard<std::mutex> lock(m_openLock);
+        now = platform().localTime();
+        file = openToday(now);
+    }
+    if (!file) {
+        return 0;
+    }
+    std::string line = header(level, now);
+    line += message.substr(0, g_maxMessage);
+    line += '\n';
+    (void)file->write(asBytes(line));
+    (void)file->close();
+    return 1;
+}
+
+void logMessage(LogLevel level, const CodePlace& where, const char* format, ...) {
+    if (isDropped(level)) {
+        return;
+    }
+    const int savedErrno = errno;
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string message = atPlace(where, formatText(format, arguments));
+    va_end(arguments);
+    writeFile(level, message);
+    writeConsole(level, message);
+    errno = savedErrno;
+}
+
+void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format, ...) {
+    if (isDropped(level)) {
+        return;
+    }
+    const int savedErrno = errno;
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string message = atPlace(where, formatText(format, arguments));
+    va_end(arguments);
+    writeConsole(level, message);
+    writeFile(level, message);
+    errno = savedErrno;
+}
+
+void reportErrorsToStderr() {
+    g_errorsToStderr = true;
+}
+
+} // namespace kestrine

@@ -1,0 +1,296 @@
+#include "frame/tree_names.h"
+
+#include "frame/ini_file.h"
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+
+namespace kestrine::names {
+
+namespace {
+
+constexpr std::string_view g_backupEnding = "_backup";
+constexpr std::string_view g_tempEnding = ".temp";
+constexpr std::string_view g_newDayEnding = ".daycrcsortnew";
+constexpr std::string_view g_weekPrefix = "week";
+constexpr std::string_view g_monthPrefix = "mon";
+constexpr std::string_view g_deletePrefix = "_delete_";
+constexpr size_t g_dateLength = 8;
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isEightDigits(std::string_view text) {
+    return text.size() == g_dateLength && std::all_of(text.begin(), text.end(), isDigit);
+}
+
+bool sameName(std::string_view a, std::string_view b) {
+    return platform().sameFileName(std::string(a), std::string(b));
+}
+
+bool dropEnding(std::string_view& text, std::string_view ending) {
+    if (!text.ends_with(ending)) {
+        return false;
+    }
+    text.remove_suffix(ending.size());
+    return true;
+}
+
+std::string rangeDir(std::string_view accountDir, std::string_view prefix, std::string_view begin,
+                     std::string_view end) {
+    return join(accountDir, prefix).append(begin).append("_").append(end);
+}
+
+// Cuts "PREFIXBEGIN_END" into its dates.
+bool parseRange(std::string_view name, std::string_view prefix, std::string_view& begin,
+                std::string_view& end) {
+    if (!name.starts_with(prefix)) {
+        return false;
+    }
+    name.remove_prefix(prefix.size());
+    begin = name.substr(0, g_dateLength);
+    end = name.substr(std::min(name.size(), g_dateLength + 1));
+    return name.size() == 2 * g_dateLength + 1 && name[g_dateLength] == '_' &&
+           isEightDigits(begin) && isEightDigits(end) &&
+           (isDateDirName(begin) || isDateDirName(end));
+}
+
+std::string numbered(int32_t number, std::string_view ending) {
+    return std::to_string(number).append(ending);
+}
+
+} // namespace
+
+// ---- log data
+
+std::string accountOf(std::string_view accountPath) {
+    const std::string_view name = lastComponent(accountPath);
+    if (name == "." || name == ".." || sameName(name, "debug") ||
+        sameName(name.substr(0, g_deletePrefix.size()), g_deletePrefix)) {
+        return {};
+    }
+    return std::string(name);
+}
+
+std::string accountOfNode(std::string_view nodePath) {
+    return accountOf(parentOf(parentOf(nodePath)));
+}
+
+int32_t getDateOfPath(std::string_view path) {
+    return leadingInteger(lastComponent(path));
+}
+
+std::string typeDir(std::string_view nodePath, char type) {
+    return join(nodePath, std::string_view(&type, 1));
+}
+
+std::string datFile(std::string_view typeDirectory, int32_t number) {
+    constexpr int32_t filesPerDirectory = 100;
+    return join(join(typeDirectory, std::to_string(number / filesPerDirectory)),
+                numbered(number, ".dat"));
+}
+
+// ---- accounts and dates of the statistics tree
+
+std::string accountDir(std::string_view root, std::string_view account) {
+    return join(root, account);
+}
+
+std::string dateText(int32_t date) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%04d%02d%02d", date / 10000, date % 10000 / 100, date % 100);
+    return text;
+}
+
+bool isCalendarDate(std::string_view date) {
+    if (!isEightDigits(date)) {
+        return false;
+    }
+    using namespace std::chrono;
+    const int32_t number = getDateOfPath(date);
+    return year_month_day(year(number / 10000), month(static_cast<unsigned>(number % 10000 / 100)),
+                          day(static_cast<unsigned>(number % 100)))
+        .ok();
+}
+
+bool isDateDirName(std::string_view name) {
+    return isEightDigits(name) && name >= "20000001" && name <= "29999998";
+}
+
+std::string dayDir(std::string_view accountDir, std::string_view date) {
+    return join(accountDir, date);
+}
+
+std::string weekDir(std::string_view accountDir, std::string_view begin, std::string_view end) {
+    return rangeDir(accountDir, g_weekPrefix, begin, end);
+}
+
+std::string monthDir(std::string_view accountDir, std::string_view begin, std::string_view end) {
+    return rangeDir(accountDir, g_monthPrefix, begin, end);
+}
+
+bool parsePeriodDir(std::string_view name, Period& period) {
+    std::string_view begin;
+    std::string_view end;
+    if (isDateDirName(name)) {
+        period = Period::Day;
+    } else if (parseRange(name, g_weekPrefix, begin, end)) {
+        period = Period::Week;
+    } else if (parseRange(name, g_monthPrefix, begin, end)) {
+        period = Period::Month;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+bool parsePeriodRange(std::string_view name, std::string& begin, std::string& end) {
+    std::string_view first;
+    std::string_view last;
+    if (!parseRange(name, g_weekPrefix, first, last) &&
+        !parseRange(name, g_monthPrefix, first, last)) {
+        return false;
+    }
+    begin = first;
+    end = last;
+    return true;
+}
+
+// ---- finished files
+
+std::string_view formalName(Period period) {
+    switch (period) {
+    case Period::Week:
+        return "weekcrcsort";
+    case Period::Month:
+        return "moncrcsort";
+    case Period::Day:
+        break;
+    }
+    return "daycrcsort";
+}
+
+std::string formalFile(std::string_view directory, Period period) {
+    return join(directory, formalName(period));
+}
+
+std::string backupOf(std::string_view formalPath) {
+    return std::string(formalPath).append(g_backupEnding);
+}
+
+std::string tempOf(std::string_view path) {
+    return std::string(path).append(g_tempEnding);
+}
+
+std::string withoutTemp(std::string_view path) {
+    dropEnding(path, g_tempEnding);
+    return std::string(path);
+}
+
+std::string formalOf(std::string_view path) {
+    if (!dropEnding(path, g_backupEnding)) {
+        while (dropEnding(path, g_tempEnding)) {
+        }
+    }
+    return std::string(path);
+}
+
+// ---- new-day files
+
+std::string newTree(std::string_view accountDir) {
+    return join(accountDir, "new");
+}
+
+std::string newDayDir(std::string_view accountDir, std::string_view date) {
+    return join(newTree(accountDir), date);
+}
+
+std::string newDayFile(std::string_view newDayDirectory, int32_t number) {
+    return join(newDayDirectory, numbered(number, g_newDayEnding));
+}
+
+int32_t newDayNumber(std::string_view path) {
+    std::string_view name = lastComponent(path);
+    int32_t number = 0;
+    if (!dropEnding(name, g_newDayEnding) || name.empty() || !isDigit(name.front())) {
+        return -1;
+    }
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    return error == std::errc() && end == name.data() + name.size() ? number : -1;
+}
+
+std::string dayDirOfNewDayDir(std::string_view newDayDirectory) {
+    return dayDir(accountDirOfNewDayDir(newDayDirectory), lastComponent(newDayDirectory));
+}
+
+std::string accountDirOfNewDayDir(std::string_view newDayDirectory) {
+    return std::string(parentOf(parentOf(newDayDirectory)));
+}
+
+// ---- temporary files
+
+std::string memoryDiskFile(std::string_view memoryDisk, std::string_view account, int32_t date,
+                           int32_t counter) {
+    return join(join(join(memoryDisk, account), std::to_string(date)),
+                numbered(counter, g_tempEnding));
+}
+
+std::string diskTempTree(std::string_view accountDir) {
+    return join(accountDir, "diskTemp/");
+}
+
+std::string diskTempFile(std::string_view root, std::string_view account, int32_t date,
+                         int32_t counter) {
+    return join(diskTempDir(accountDir(root, account), std::to_string(date)),
+                numbered(counter, g_tempEnding));
+}
+
+std::string mergeRoundFile(std::string_view diskTempDirectory, int32_t counter) {
+    return join(diskTempDirectory, numbered(counter, ".merge.temp"));
+}
+
+std::string diskTempDir(std::string_view accountDir, std::string_view date) {
+    return join(diskTempTree(accountDir), date);
+}
+
+// ---- top lists
+
+std::string topDir(std::string_view directory) {
+    return join(directory, "topn");
+}
+
+std::string topTempDir(std::string_view directory) {
+    return tempOf(topDir(directory));
+}
+
+std::string topTempTempDir(std::string_view directory) {
+    return tempOf(topTempDir(directory));
+}
+
+std::string topFile(std::string_view listDirectory, uint32_t type) {
+    return join(listDirectory, std::to_string(type).append(".top"));
+}
+
+std::string topAllFile(std::string_view listDirectory) {
+    return join(listDirectory, "all.top");
+}
+
+// ---- others
+
+std::string dirStatFile(std::string_view directory) {
+    return join(directory, "dirstat");
+}
+
+std::string dumpDir(std::string_view root, std::string_view path) {
+    std::string_view name = lastComponent(parentOf(path));
+    if (!name.starts_with(g_weekPrefix) && !name.starts_with(g_monthPrefix)) {
+        name = name.substr(0, g_dateLength);
+    }
+    return join(join(root, "debug"), name) + "/";
+}
+
+} // namespace kestrine::names

@@ -1,0 +1,72 @@
+// Listings of the statistics tree, sorted.
+#include "frame/listing.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kestrine::Util {
+
+int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
+                const CodePlace& where) {
+    entries.clear();
+    FindStep step{};
+    if (platform().find(pattern, entries, step) == 0) {
+        return 0;
+    }
+    const uint32_t error = platform().lastError();
+    if (step == FindStep::Close) {
+        logMessage(LogLevel::Error, where, "FindClose fail, errcode %d", error);
+        return 0;
+    }
+    entries.clear();
+    if (step == FindStep::Next) {
+        logMessage(LogLevel::Error, where, "FindNextFile fail, errcode %d", error);
+        return -1;
+    }
+    if (error == g_errorFileNotFound || error == g_errorPathNotFound) {
+        return 0;
+    }
+    logMessage(LogLevel::Error, where, "FindFirstFile for %s fail, errcode %d", pattern.c_str(),
+               error);
+    return -1;
+}
+
+int getDateInNewDirectory(const std::string& accountDir, std::vector<std::string>& dates) {
+    const std::string tree = names::newTree(accountDir);
+    std::vector<FindEntry> entries;
+    if (listEntries(names::join(tree, "*"), entries, KESTRINE_HERE) != 0) {
+        return -1;
+    }
+    std::vector<std::string> found;
+    for (const FindEntry& entry : entries) {
+        if (isDirectory(entry) && names::isDateDirName(entry.name)) {
+            found.push_back(names::newDayDir(accountDir, entry.name));
+        }
+    }
+    std::sort(found.begin(), found.end());
+    dates.insert(dates.end(), found.begin(), found.end());
+    return 0;
+}
+
+int getDaycrcsortNews(const std::string& directory, std::vector<std::string>& files) {
+    std::vector<FindEntry> entries;
+    if (listEntries(names::join(directory, "*daycrcsortnew"), entries, KESTRINE_HERE) != 0) {
+        return -1;
+    }
+    std::vector<std::pair<int32_t, std::string>> found;
+    for (const FindEntry& entry : entries) {
+        const int32_t number = names::newDayNumber(entry.name);
+        if (!isDirectory(entry) && number >= 0) {
+            found.emplace_back(number, names::join(directory, entry.name));
+        }
+    }
+    std::sort(found.begin(), found.end());
+    for (auto& [number, path] : found) {
+        files.push_back(std::move(path));
+    }
+    return 0;
+}
+
+} // namespace kestrine::Util

@@ -1,0 +1,77 @@
+// Replacing a finished file. S source, D destination, B its "_backup", T = S + ".temp", a name that
+// counts as half-written and is removed by the start-up check. A kill after each step leaves
+//   1. rename S to T         D and B as they were, T          the old file stays
+//   2. remove B              D, T                             the old file stays
+//   3. rename D to B         B, T                             B is renamed back to D
+//   4. rename T to D         D (new), B (old)                 the new file stays
+//   5. sync the directory    the same, also after a power failure
+// Without D the steps 2 and 3 fall away and an old B is removed after step 4, so that one good file
+// is there at every moment. B and S never meet without D.
+#include "frame/log.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+
+#include <cerrno>
+
+namespace kestrine::Util {
+
+int replaceFile(const std::string& source, const std::string& destination) {
+    if (source.empty() || destination.empty()) {
+        LOG_ERROR("param null");
+        return -1;
+    }
+    const auto move = [](const std::string& from, const std::string& to) {
+        if (platform().rename(from, to) != 0) {
+            LOG_ERROR("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
+            return -1;
+        }
+        return 0;
+    };
+    const std::string backup = names::backupOf(destination);
+    const auto removeBackup = [&backup] {
+        if (platform().exists(backup) && platform().removeFile(backup) != 0) {
+            LOG_ERROR("remove fail, errno %d", errno);
+            return -1;
+        }
+        return 0;
+    };
+    const bool replaces = platform().exists(destination);
+    const std::string moving = names::tempOf(source);
+    if (move(source, moving) != 0) {
+        return -1;
+    }
+    if (replaces && (removeBackup() != 0 || move(destination, backup) != 0)) {
+        return -1;
+    }
+    if (move(moving, destination) != 0) {
+        return -1;
+    }
+    if (!replaces && removeBackup() != 0) {
+        return -1;
+    }
+    return syncParent(destination);
+}
+
+int removeBrokenFile(const std::string& path) {
+    LOG_INFO("file %s broken, remove", path.c_str());
+    if (platform().exists(path) && platform().removeFile(path) != 0) {
+        LOG_ERROR("remove %s fail errno %d", path.c_str(), errno);
+        return -1;
+    }
+    const std::string backup = names::backupOf(path);
+    if (!platform().exists(backup)) {
+        return 0;
+    }
+    LOG_INFO("%s exist, rename back", backup.c_str());
+    if (deleteTopLists(std::string(names::parentOf(path))) != 0) {
+        return -1;
+    }
+    if (platform().rename(backup, path) != 0) {
+        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), path.c_str(), errno);
+        return -1;
+    }
+    return syncParent(path);
+}
+
+} // namespace kestrine::Util

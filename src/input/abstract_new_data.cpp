@@ -1,0 +1,217 @@
+// Accounts (getAllAccounts):
+//  1. "config/syncaccount.dat" lies in the executable's directory; without it there is no account.
+//  2. Each record names one account; its path is the data path directly followed by the name, which
+//     begins with its separator.
+//  3. Two accounts whose directories in the statistics tree would be one and the same would count
+//     into each other's files, so the second one is left out.
+//
+// One account (getAllNews): devices ascending; of each device its dates; of each date its types;
+// `haveNewData` decides for each type directory.
+#include "input/abstract_new_data.h"
+
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "input/account_file.h"
+#include "platform/platform.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace kestrine {
+
+namespace {
+
+constexpr std::string_view g_devicePrefix = "devid_";
+constexpr std::string_view g_types = "A";
+constexpr int32_t g_firstDate = 20000001;
+constexpr int32_t g_lastDate = 21111110;
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool isDateName(const std::string& name) {
+    if (name.size() != 8 || !isDigit(name.front()) || !isDigit(name.back())) {
+        return false;
+    }
+    const int32_t date = names::getDateOfPath(name);
+    return date >= g_firstDate && date <= g_lastDate;
+}
+
+bool isDirectory(const FindEntry& entry) {
+    return (entry.attributes & g_attributeDirectory) != 0;
+}
+
+bool notFound(uint32_t error) {
+    return error == g_errorFileNotFound || error == g_errorPathNotFound;
+}
+
+int getAccountFilePath(std::string& path) {
+    const std::string executable = platform().executablePath();
+    if (executable.empty()) {
+        LOG_ERROR("GetModuleFileName fail, errcode %u", platform().lastError());
+        return -1;
+    }
+    const size_t end = executable.find_last_of("/\\");
+    if (end == std::string::npos) {
+        LOG_ERROR("%s invalid", executable.c_str());
+        return -1;
+    }
+    path = executable.substr(0, end + 1) + "config/syncaccount.dat";
+    return 0;
+}
+
+// True when the account may have a directory of its own beside those of `accounts`.
+bool isUsable(const std::string& dataPath, const std::string& account,
+              const std::vector<std::string>& accounts) {
+    const std::string name = names::accountOf(account);
+    const bool named = account.find_first_not_of('/', dataPath.size()) != std::string::npos;
+    if (!named || name.empty()) {
+        LOG_ERROR("account %s has no usable directory name, left out", account.c_str());
+        return false;
+    }
+    for (const std::string& other : accounts) {
+        if (platform().sameFileName(names::accountOf(other), name)) {
+            LOG_ERROR("account %s has the same directory name as %s, left out", account.c_str(),
+                      other.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int AbstractNewData::haveNewData(const std::string&) {
+    LOG_ERROR("should not run here");
+    return -1;
+}
+
+int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
+    accounts.clear();
+    std::string path;
+    if (getAccountFilePath(path) != 0) {
+        return -1;
+    }
+    if (!platform().exists(path)) {
+        LOG_INFO("Account Record File Path(%s) not exist", path.c_str());
+        return 0;
+    }
+    CMlAccountFile file(path);
+    if (file.loadAddRecords() != 0) {
+        LOG_ERROR("loadAddRecords fail %s", path.c_str());
+        return -1;
+    }
+    std::string dataPath;
+    if (getDataPath(dataPath) != 0) {
+        LOG_ERROR("getDatPath fail");
+        return -1;
+    }
+    for (const AccountRecord& record : file.records()) {
+        std::string account = dataPath + std::string(record.accountName());
+        Util::replaceChar(account, '\\', '/');
+        if (isUsable(dataPath, account, accounts)) {
+            accounts.push_back(std::move(account));
+        }
+    }
+    return 0;
+}
+
+int AbstractNewData::getAllNews(const std::string& accountPath) {
+    m_newNodes.clear();
+    std::vector<std::string> devices;
+    if (getAllDevice(accountPath, &devices) != 0) {
+        LOG_ERROR("getAllDevice %s %s fail", accountPath.c_str(), g_devicePrefix.data());
+        return -1;
+    }
+    for (const std::string& device : devices) {
+        if (getAllTypes(device) != 0) {
+            LOG_ERROR("getAllDates for %s %s fail", accountPath.c_str(), device.c_str());
+            return -1;
+        }
+        std::sort(m_newNodes.begin(), m_newNodes.end());
+    }
+    return 0;
+}
+
+int AbstractNewData::getAllDevice(const std::string& accountPath,
+                                  std::vector<std::string>* devices) {
+    if (devices == nullptr) {
+        LOG_ERROR("praram invalid");
+        return -1;
+    }
+    devices->clear();
+    std::vector<FindEntry> entries;
+    FindStep step = FindStep::First;
+    const std::string pattern = names::join(accountPath, std::string(g_devicePrefix) + "*");
+    if (platform().find(pattern, entries, step) != 0) {
+        if (step == FindStep::First && notFound(platform().lastError())) {
+            LOG_INFO("cannot find any device in %s", accountPath.c_str());
+            return 0;
+        }
+        LOG_ERROR("FindFirstFile fail, errcode %u", platform().lastError());
+        return -1;
+    }
+    for (const FindEntry& entry : entries) {
+        // The pattern may match other letter cases too.
+        if (isDirectory(entry) && entry.name.starts_with(g_devicePrefix)) {
+            devices->push_back(names::join(accountPath, entry.name));
+        }
+    }
+    std::sort(devices->begin(), devices->end());
+    return 0;
+}
+
+int AbstractNewData::getAllTypes(const std::string& devicePath) {
+    std::vector<FindEntry> entries;
+    FindStep step = FindStep::First;
+    if (platform().find(names::join(devicePath, "*"), entries, step) != 0) {
+        if (step == FindStep::First && notFound(platform().lastError())) {
+            LOG_INFO("cannot find any types in %s", devicePath.c_str());
+            return 0;
+        }
+        LOG_ERROR("FindFirstFile fail %s, errcode %u", devicePath.c_str(), platform().lastError());
+        return -1;
+    }
+    for (const FindEntry& entry : entries) {
+        if (isDirectory(entry) && tryInsert(devicePath, entry.name) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int AbstractNewData::tryInsert(const std::string& devicePath, const std::string& name) {
+    if (!isDateName(name)) {
+        return 0;
+    }
+    for (const char type : g_types) {
+        if (tryInsertOneType(devicePath, name, type) != 0) {
+            LOG_ERROR("try insert %s\\%s\\%c fail", devicePath.c_str(), name.c_str(), type);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int AbstractNewData::tryInsertOneType(const std::string& devicePath, const std::string& date,
+                                      char type) {
+    std::string nodePath = names::join(names::join(devicePath, date), std::string(1, type));
+    FileInfo info;
+    if (platform().info(nodePath, info) != 0 || !info.isDirectory) {
+        return 0;
+    }
+    const int result = haveNewData(nodePath);
+    if (result < 0) {
+        LOG_ERROR("haveNewData %s fail", nodePath.c_str());
+        return -1;
+    }
+    if (result == 1) {
+        m_newNodes.push_back(std::move(nodePath));
+    }
+    return 0;
+}
+
+} // namespace kestrine

@@ -1,0 +1,239 @@
+// One account:
+//  1. The walk over devices and dates takes each date into the day list once.
+//  2. A date's progress is that of its day file, brought forward by the new-day files that the day
+//     file does not hold yet; devices that neither knows are added as new nodes.
+//  3. The nodes whose next file exists are the answer.
+#include "input/url_file_new_data.h"
+
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+#include "storage/url_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+namespace kestrine {
+
+namespace {
+
+constexpr std::string_view g_deviceMark = "devid_";
+
+// Path of a node's log file; false when it is too long for the system.
+bool formDatPath(const std::string& nodePath, int32_t number, std::string& path) {
+    path = names::datFile(names::join(nodePath, "A"), number);
+    if (path.size() > g_maxPath) {
+        LOG_ERROR("sprintf_n fail errno %d", errno);
+        return false;
+    }
+    return true;
+}
+
+// A file that cannot be kept for inspection stays where it is.
+void setAsideBroken(const std::string& path) {
+    if (Util::dumpBrokenFile(path) != 0) {
+        LOG_ERROR("dumpBrokenFile %s fail", path.c_str());
+        return;
+    }
+    if (Util::removeBrokenFile(path) != 0) {
+        LOG_ERROR("remove broken file %s fail", path.c_str());
+    }
+}
+
+} // namespace
+
+int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
+                                            std::vector<DayStatus>& out) {
+    out.clear();
+    m_dayList.clear();
+    m_datesInList.clear();
+    if (getAllNews(accountPath) != 0) {
+        LOG_ERROR("getAllNews fail");
+        return -1;
+    }
+    for (const DayStatus& status : m_dayList) {
+        DayStatus due;
+        if (selectDueNodes(status, due) != 0) {
+            LOG_ERROR("have new data fail");
+            out.clear();
+            return -1;
+        }
+        if (!due.entries().empty()) {
+            out.push_back(std::move(due));
+        }
+    }
+    std::sort(out.begin(), out.end(),
+              [](const DayStatus& a, const DayStatus& b) { return a.date() < b.date(); });
+    return 0;
+}
+
+int UrlFileNewData::selectDueNodes(const DayStatus& status, DayStatus& due) const {
+    for (const NodeEntry& node : status.entries()) {
+        const int result = haveNewData(node.path, node.fileNumber);
+        if (result < 0) {
+            return -1;
+        }
+        if (result == 1) {
+            due.entries().push_back(node);
+        }
+    }
+    std::sort(due.entries().begin(), due.entries().end(),
+              [](const NodeEntry& a, const NodeEntry& b) { return a.path < b.path; });
+    return 0;
+}
+
+int UrlFileNewData::haveNewData(const std::string& nodePath) {
+    if (nodePath.empty()) {
+        LOG_ERROR("param null");
+        return -1;
+    }
+    const std::string datePath(names::parentOf(nodePath));
+    // A date without any node is not looked at again for the next device either.
+    if (!m_datesInList.insert(names::getDateOfPath(datePath)).second) {
+        return 0;
+    }
+    if (addNewNode(datePath) != 0) {
+        LOG_ERROR("addNewNode fail");
+        return -1;
+    }
+    return 0;
+}
+
+int UrlFileNewData::haveNewData(const std::string& nodePath, int32_t fileNumber) const {
+    if (fileNumber == std::numeric_limits<int32_t>::max()) {
+        return 0;
+    }
+    std::string path;
+    if (!formDatPath(nodePath, fileNumber + 1, path)) {
+        return -1;
+    }
+    return platform().exists(path) ? 1 : 0;
+}
+
+int UrlFileNewData::addNewNode(const std::string& datePath) {
+    std::string path;
+    if (getDaycrcsortPath(datePath, path) != 0) {
+        LOG_ERROR("getDaycrcsortPath from %s fail", datePath.c_str());
+        return -1;
+    }
+    DayStatus status;
+    if (platform().exists(path) && updateDayStatus(path, status) != 0) {
+        LOG_ERROR("updateDayStatusIfHaveNewData %s fail", path.c_str());
+        return -1;
+    }
+    const std::string dayDir(names::parentOf(path));
+    const std::string newDir =
+        names::newDayDir(names::parentOf(dayDir), names::lastComponent(dayDir));
+    if (updateDayStatusFromNew(newDir, status) != 0) {
+        LOG_ERROR("updateDayStatusFromNew %s fail", newDir.c_str());
+        return -1;
+    }
+    if (updateFromDatFile(datePath, status) != 0) {
+        LOG_ERROR("updateFromDatFile %s fail", datePath.c_str());
+        return -1;
+    }
+    if (status.entries().empty()) {
+        LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
+        return 0;
+    }
+    m_dayList.push_back(std::move(status));
+    return 0;
+}
+
+int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& path) const {
+    const std::string account = names::accountOfNode(datePath);
+    const std::string_view date = names::lastComponent(datePath);
+    if (account.empty() || date.empty()) {
+        LOG_ERROR("%s invalid", datePath.c_str());
+        return -1;
+    }
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("Configuration::getInstance fail");
+        return -1;
+    }
+    const std::string accountDir = names::accountDir(configuration->urlStatRoot(), account);
+    path = names::formalFile(names::dayDir(accountDir, date), Period::Day);
+    return 0;
+}
+
+// Brings `status` forward by what the file's trailer says.
+int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) const {
+    UrlFile file;
+    if (file.open(path, OpenMode::Read) != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return -1;
+    }
+    const int result = file.readStatus(g_dayStatusType);
+    // Closed before a damaged file is moved.
+    if (file.close() != 0) {
+        LOG_ERROR("close %s fail", path.c_str());
+    }
+    if (file.broken()) {
+        setAsideBroken(path);
+    }
+    const DayStatus* stored = file.dayStatus();
+    if (result != 0 || stored == nullptr) {
+        LOG_ERROR("read status from %s fail", path.c_str());
+        return -1;
+    }
+    status.setNewCounter(std::max(status.newCounter(), stored->newCounter()));
+    for (const NodeEntry& entry : stored->entries()) {
+        status.updateIfNewer(entry);
+    }
+    return 0;
+}
+
+int UrlFileNewData::updateDayStatusFromNew(const std::string& newDayDirectory,
+                                           DayStatus& status) const {
+    std::vector<std::string> files;
+    if (Util::getDaycrcsortNews(newDayDirectory, files) != 0) {
+        LOG_ERROR("getDaycrcsortNews %s fail", newDayDirectory.c_str());
+        return -1;
+    }
+    // The day file holds all up to its counter; those files stay until the month is complete.
+    const int32_t held = status.newCounter();
+    for (const std::string& file : files) {
+        if (names::newDayNumber(file) > held && updateDayStatus(file, status) != 0) {
+            LOG_ERROR("updateDayStatusIfHaveNewData %s fail", file.c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int UrlFileNewData::updateFromDatFile(const std::string& datePath, DayStatus& status) const {
+    const std::string account(names::parentOf(names::parentOf(datePath)));
+    const std::string date(names::lastComponent(datePath));
+    const auto visitor = [&](const std::string& path, uint32_t attributes) {
+        return devicePathCallBack(path, attributes, date, status);
+    };
+    if (Util::tranverse(account, visitor) != 0) {
+        LOG_ERROR("tranverse %s to get device fail", account.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int UrlFileNewData::devicePathCallBack(const std::string& path, uint32_t attributes,
+                                       const std::string& date, DayStatus& status) const {
+    const bool isDirectory = (attributes & g_attributeDirectory) != 0;
+    if (!isDirectory || names::lastComponent(path).find(g_deviceMark) == std::string_view::npos) {
+        return 0;
+    }
+    const std::string nodePath = names::join(path, date);
+    if (status.findEntry(nodePath) != nullptr) {
+        return 0;
+    }
+    std::string datPath;
+    // A node whose files cannot be named cannot be counted; it does not stop the others.
+    if (formDatPath(nodePath, 0, datPath) && platform().exists(datPath)) {
+        status.entries().push_back(NodeEntry{nodePath, -1, 0});
+    }
+    return 0;
+}
+
+} // namespace kestrine

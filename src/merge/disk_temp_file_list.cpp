@@ -1,0 +1,137 @@
+#include "merge/disk_temp_file_list.h"
+
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "merge/merge_file_list.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace kestrine {
+
+void DiskTempFileList::add(const std::string& path, const DayStatus& status) {
+    if (m_items.empty() || m_items.back().status.date() != status.date()) {
+        m_items.emplace_back();
+        m_items.back().status.setNewCounter(-1);
+    }
+    Item& item = m_items.back();
+    for (const NodeEntry& entry : status.entries()) {
+        item.status.updateIfNewer(entry);
+    }
+    item.paths.push_back(path);
+}
+
+int DiskTempFileList::mergeDiskTempFile() {
+    while (!m_items.empty()) {
+        const int ret = mergeItem(m_items.front());
+        if (ret != 0) {
+            return ret;
+        }
+        m_items.erase(m_items.begin());
+    }
+    return 0;
+}
+
+int DiskTempFileList::mergeItem(Item& item) {
+    std::string directory;
+    if (getCrcsortPath(&item, directory) != 0) {
+        LOG_ERROR("getCrcsortPath fail");
+        return -1;
+    }
+    if (Util::createDir(directory + "/") != 0) {
+        LOG_ERROR("create dir %s fail", directory.c_str());
+        return -1;
+    }
+    LOG_DEBUG("directory of daycrcsort %s", directory.c_str());
+    int32_t counter = -1;
+    if (getNextNewCounter(directory, counter) != 0) {
+        LOG_ERROR("getNextNewCounter fail");
+        return -1;
+    }
+    item.status.setNewCounter(counter);
+    LOG_DEBUG("next new counter is %d", counter);
+    const std::string newFile = names::newDayFile(directory, counter);
+    if (newFile.size() > g_maxPath) {
+        LOG_ERROR("sprintf_n fail errno %d", errno);
+        return -1;
+    }
+    std::vector<std::string> inputs = item.paths;
+    std::erase(inputs, std::string());
+    MergeFileList merge;
+    const int ret = merge.mergeTemp2New(inputs, item.status, newFile);
+    if (ret != 0) {
+        if (ret < 0) {
+            LOG_ERROR("merge temp to new fail");
+        }
+        return ret;
+    }
+    if (removeAllDiskTempFIles(item) != 0) {
+        LOG_ERROR("removeAllDiskTempFIles fail");
+        return -1;
+    }
+    return 0;
+}
+
+// ROOT/ACCOUNT/new/DATE of the item's nodes.
+int DiskTempFileList::getCrcsortPath(const Item* item, std::string& directory) {
+    if (item == nullptr || item->status.entries().empty()) {
+        LOG_ERROR("param null");
+        return -1;
+    }
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("Configuration::getInstance fail");
+        return -1;
+    }
+    const std::string account = names::accountOfNode(item->status.entries().front().path);
+    directory = names::newDayDir(names::accountDir(configuration->urlStatRoot(), account),
+                                 names::dateText(item->status.date()));
+    return 0;
+}
+
+int DiskTempFileList::removeAllDiskTempFIles(const Item& item) {
+    for (const std::string& path : item.paths) {
+        if (path.empty()) {
+            LOG_INFO("this date have no dat files having url, continue");
+            continue;
+        }
+        if (platform().removeFile(path) != 0) {
+            LOG_ERROR("remove %s fail errno %d", path.c_str(), errno);
+            return -1;
+        }
+    }
+    const auto real = std::find_if(item.paths.begin(), item.paths.end(),
+                                   [](const std::string& path) { return !path.empty(); });
+    if (real == item.paths.end()) {
+        LOG_INFO("this date have no dat files having url, return");
+        return 0;
+    }
+    const std::string directory(names::parentOf(*real));
+    if (platform().removeDirectory(directory) != 0) {
+        LOG_INFO("rmdir %s fail errno %d, but ignore it", directory.c_str(), errno);
+    }
+    return 0;
+}
+
+void DiskTempFileList::dropDate(int32_t date) {
+    std::erase_if(m_items, [date](const Item& item) {
+        if (item.status.date() != date) {
+            return false;
+        }
+        if (removeAllDiskTempFIles(item) != 0) {
+            LOG_ERROR("removeAllDiskTempFIles fail");
+        }
+        return true;
+    });
+}
+
+void DiskTempFileList::dropAll() {
+    while (!m_items.empty()) {
+        dropDate(m_items.back().status.date());
+    }
+}
+
+} // namespace kestrine

@@ -1,0 +1,50 @@
+// The disk temporary files of a pass, grouped by the date that they belong to, and their merge into
+// numbered new-day files.
+#pragma once
+
+#include "storage/status.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestrine {
+
+class DiskTempFileList {
+public:
+    // Adds a file to its date's item; an empty path stands for a date whose logs held no URL.
+    void add(const std::string& path, const DayStatus& status);
+    // Merges every date's files into its next new-day file and removes them. 0; 1 when a stop was
+    // requested (what remains stays in the list); -1. A kill leaves, per date, either the files or
+    // the complete new-day file (and perhaps files too, which start-up removes).
+    [[nodiscard]] int mergeDiskTempFile();
+    // Removes a date's item and its files, so that the date hands nothing on.
+    void dropDate(int32_t date);
+    // Removes all items and their files.
+    void dropAll();
+
+    [[nodiscard]] bool empty() const { return m_items.empty(); }
+
+    // Number of the next new-day file of a date, by its directory in the "new" tree. Above every
+    // number that waits there and every number that the day file holds: a number is never used for
+    // two contents. A day file whose status cannot be read gives way to its backup and the call
+    // fails; a later run takes the number from what is there then. 0 or -1.
+    [[nodiscard]] static int getNextNewCounter(const std::string& directory, int32_t& counter);
+
+private:
+    struct Item {
+        DayStatus status;
+        std::vector<std::string> paths;
+    };
+
+    [[nodiscard]] int mergeItem(Item& item);
+    [[nodiscard]] static int getMaxNewCounterFromNew(const std::string& directory, int32_t& max);
+    [[nodiscard]] static int getNextNewCounterFromDaycrcsort(const std::string& path,
+                                                             int32_t& counter);
+    [[nodiscard]] static int getCrcsortPath(const Item* item, std::string& directory);
+    [[nodiscard]] static int removeAllDiskTempFIles(const Item& item);
+
+    std::vector<Item> m_items;
+};
+
+} // namespace kestrine

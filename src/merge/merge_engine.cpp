@@ -1,0 +1,404 @@
+// The k-way merge of sorted URL files.
+//
+//  1. Every input's first block header goes onto a min-heap by its first key.
+//  2. The input with the smallest current key is taken.
+//     a. Its block is decompressed already: one record is consumed (step 3).
+//     b. Its block's last key is below the current key of every other input: the block is copied to
+//        the output as it is stored. A pending record of the block's first key is folded into it, a
+//        pending record of a smaller key is written first.
+//     c. Otherwise the block is decompressed and one record is consumed.
+//  3. A consumed record is added to the pending one if the keys are equal; otherwise the pending
+//     record is written and the consumed one becomes pending.
+//  4. The input goes back onto the heap with its next record's or block's key.
+//  5. At the end the pending record is written and the output flushed.
+//
+// Keys of an input must ascend; one that does not marks its file broken, so that damage can never
+// lead to a key that stands twice in an output.
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/util.h"
+#include "merge/merge_file_list.h"
+#include "platform/platform.h"
+#include "storage/compress.h"
+
+#include <cinttypes>
+
+namespace kestrine {
+
+namespace {
+
+constexpr uint32_t g_checkInterval = 60000; // ms between two tests of free space and run flag
+constexpr int32_t g_pendingRecordSize = static_cast<int32_t>(g_maxRecordSize);
+
+} // namespace
+
+int MergeFileList::commonMergeProcess(UrlFile* output, const std::vector<UrlFile*>& inputs) {
+    if (output == nullptr || inputs.empty()) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (tryAllocMemory(inputs.size()) != 0) {
+        LOG_ERROR("tryAllocMemory fail %s", output->path().c_str());
+        return -1;
+    }
+    MergeHeap heap;
+    if (initMergeMinHeap(inputs, heap) != 0) {
+        LOG_ERROR("initMergeMinHeap fail out %s", output->path().c_str());
+        return -1;
+    }
+    m_checkedBefore = false;
+    while (!heap.empty()) {
+        MergeEntry* const entry = heap.pop();
+        bool stop = false;
+        if (checkSpaceAndStop(stop) != 0) {
+            return -1;
+        }
+        if (stop) {
+            return 0;
+        }
+        if (mergeStep(entry, *output, heap) != 0) {
+            return -1;
+        }
+    }
+    if (!m_pending) {
+        return 0; // the last action was a block copy, which flushed
+    }
+    if (writePending(*output) != 0) {
+        LOG_ERROR("write once record %s fail", output->path().c_str());
+        return -1;
+    }
+    if (output->flush() != 0) {
+        LOG_ERROR("flush %s fail", output->path().c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::tryAllocMemory(size_t count) {
+    if (count == 0) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    m_pending = false;
+    if (Util::assureNotEmpty(g_pendingRecordSize, &m_pendingRecord) != 0) {
+        LOG_ERROR("assureNotEmpty fail");
+        return -1;
+    }
+    if (m_entries.size() < count) {
+        m_entries.resize(count);
+    }
+    return 0;
+}
+
+int MergeFileList::initMergeMinHeap(const std::vector<UrlFile*>& inputs, MergeHeap& heap) {
+    m_entryCount = 0;
+    for (UrlFile* const file : inputs) {
+        MergeEntry& entry = m_entries[m_entryCount];
+        const int ret = file->readBlockHeader(entry.header);
+        if (ret < 0) {
+            LOG_ERROR("read block header from %s fail", file->path().c_str());
+            return -1;
+        }
+        if (ret == 1) {
+            continue; // no block at all: takes no part
+        }
+        if (entry.header.minKey > entry.header.maxKey) {
+            file->setBroken();
+            LOG_ERROR("block keys of %s invalid, set broken flag", file->path().c_str());
+            return -1;
+        }
+        entry.file = file;
+        entry.currentKey = entry.header.minKey;
+        entry.index = m_entryCount;
+        entry.active = true;
+        entry.decompressed = false;
+        heap.push(&entry);
+        ++m_entryCount;
+    }
+    return 0;
+}
+
+// An equal key blocks the copy too: the two records must be summed.
+int MergeFileList::isSmallerThanOthers(const MergeEntry* top) const {
+    if (top == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    for (uint32_t i = 0; i < m_entryCount; ++i) {
+        const MergeEntry& other = m_entries[i];
+        if (other.active && other.index != top->index && top->header.maxKey >= other.currentKey) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+int MergeFileList::checkSpaceAndStop(bool& stop) {
+    const uint32_t now = platform().tickCount();
+    if (m_checkedBefore && elapsedTicks(m_lastCheck, now) < g_checkInterval) {
+        return 0;
+    }
+    m_checkedBefore = true;
+    m_lastCheck = now;
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("getInstance fail");
+        return -1;
+    }
+    const std::string& root = configuration->urlStatRoot();
+    if (Util::sleepWhileNoSpace(root) != 0) {
+        LOG_ERROR("sleepWhileNoSpace fail %s", root.c_str());
+        return -1;
+    }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        stop = true;
+    }
+    return 0;
+}
+
+int MergeFileList::mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap) {
+    const char* const out = output.path().c_str();
+    const char* const in = entry->file->path().c_str();
+    if (entry->decompressed) {
+        if (dealUnCompress(entry, output, heap) != 0) {
+            LOG_ERROR("deal with uncompress data fail %s %s", out, in);
+            return -1;
+        }
+        return 0;
+    }
+    if (isSmallerThanOthers(entry) == 1) {
+        return copyBlock(entry, output, heap);
+    }
+    if (decompressBlock(entry) != 0) {
+        return -1;
+    }
+    entry->decompressed = true;
+    if (dealUnCompress(entry, output, heap) != 0) {
+        LOG_ERROR("deal with uncompress data fail %s ", out);
+        return -1;
+    }
+    return 0;
+}
+
+// The entry's block goes to the output whole.
+int MergeFileList::copyBlock(MergeEntry* entry, UrlFile& output, MergeHeap& heap) {
+    const char* const out = output.path().c_str();
+    const char* const in = entry->file->path().c_str();
+    if (m_pending && pendingRecord().key == entry->currentKey) {
+        if (mergeMinKeyAndWriteOutBlock(entry, output, heap) != 0) {
+            LOG_ERROR("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
+            return -1;
+        }
+        return 0;
+    }
+    if (m_pending) {
+        const UrlRecordView pending = pendingRecord();
+        LOG_DEBUG("key not match, write one record %" PRIu64 " %" PRId64, pending.key,
+                  static_cast<int64_t>(pending.count));
+        if (writePending(output) != 0) {
+            LOG_ERROR("write one record %s fail", out);
+            return -1;
+        }
+    }
+    if (writeCompressData(entry, output, heap) != 0) {
+        LOG_ERROR("writeCompressData fail %s %s", out, in);
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::decompressBlock(MergeEntry* entry) {
+    const char* const in = entry->file->path().c_str();
+    ByteView data;
+    if (entry->file->readBlockData(data) != 0) {
+        LOG_ERROR("read block data from %s fail", in);
+        return -1;
+    }
+    if (entry->file->unCompress() != 0) {
+        LOG_ERROR("unCompress block data from %s fail", in);
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::dealUnCompress(MergeEntry* entry, UrlFile& output, MergeHeap& heap) {
+    UrlRecordBlock& block = entry->file->block();
+    UrlRecordView record;
+    if (!block.hasCurrent() || block.getCurrentUrlRecord(record) != 0) {
+        entry->file->setBroken();
+        LOG_ERROR("getTopRecord2 fail, no more record, should not");
+        return -1;
+    }
+    if (record.key != entry->currentKey) {
+        entry->file->setBroken();
+        LOG_ERROR("keys of %s not ascending or not as in the header, set broken flag",
+                  entry->file->path().c_str());
+        return -1;
+    }
+    entry->file->countRecordRead();
+    if (m_pending && pendingRecord().key == record.key) {
+        storeLittle(m_pendingRecord.data() + 8, pendingRecord().count + record.count);
+    } else {
+        if (m_pending && writePending(output) != 0) {
+            LOG_ERROR("write one record fail %s", output.path().c_str());
+            return -1;
+        }
+        setPending(record);
+    }
+    block.advance(record);
+    if (pushNextKey(entry, heap) != 0) {
+        LOG_ERROR("pushNextKey from %s fail", entry->file->path().c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::pushNextKey(MergeEntry* entry, MergeHeap& heap) {
+    UrlRecordBlock& block = entry->file->block();
+    if (!block.hasCurrent()) {
+        if (pushNextkeyFromHeader(entry, heap) != 0) {
+            LOG_ERROR("push next key from header fail %s", entry->file->path().c_str());
+            return -1;
+        }
+        return 0;
+    }
+    UrlRecordView next;
+    if (block.getCurrentUrlRecord(next) != 0 || next.key <= entry->currentKey ||
+        next.key > entry->header.maxKey) {
+        entry->file->setBroken();
+        LOG_ERROR("keys of %s not ascending or not as in the header, set broken flag",
+                  entry->file->path().c_str());
+        return -1;
+    }
+    entry->currentKey = next.key;
+    heap.push(entry);
+    return 0;
+}
+
+int MergeFileList::pushNextkeyFromHeader(MergeEntry* entry, MergeHeap& heap) {
+    const uint64_t lastKey = entry->header.maxKey;
+    const int ret = entry->file->readBlockHeader(entry->header);
+    if (ret < 0) {
+        LOG_ERROR("read block header from %s fail", entry->file->path().c_str());
+        return -1;
+    }
+    if (ret == 1) {
+        entry->active = false;
+        return 0;
+    }
+    if (entry->header.minKey <= lastKey || entry->header.minKey > entry->header.maxKey) {
+        entry->file->setBroken();
+        LOG_ERROR("blocks of %s not ascending, set broken flag", entry->file->path().c_str());
+        return -1;
+    }
+    entry->currentKey = entry->header.minKey;
+    entry->decompressed = false;
+    heap.push(entry);
+    return 0;
+}
+
+int MergeFileList::writeCompressData(MergeEntry* entry, UrlFile& output, MergeHeap& heap) {
+    const char* const out = output.path().c_str();
+    const char* const in = entry->file->path().c_str();
+    if (output.flush() != 0) {
+        LOG_ERROR("flush %s fail", out);
+        return -1;
+    }
+    ByteView data;
+    if (entry->file->readBlockData(data) != 0) {
+        LOG_ERROR("read block data from %s fail", in);
+        return -1;
+    }
+    if (output.writeBlockHeader(entry->header) != 0) {
+        LOG_ERROR("write block header to %s fail", out);
+        return -1;
+    }
+    if (output.writeBlockData(data) != 0) {
+        LOG_ERROR("write block data fail %s", out);
+        return -1;
+    }
+    entry->file->block().reset();
+    if (pushNextkeyFromHeader(entry, heap) != 0) {
+        LOG_ERROR("pushNextkeyFromHeader %s fail", in);
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& output,
+                                               MergeHeap& heap) {
+    const char* const out = output.path().c_str();
+    if (output.flush() != 0) {
+        LOG_ERROR("flush fail %s", out);
+        return -1;
+    }
+    if (decompressBlock(entry) != 0) {
+        return -1;
+    }
+    UrlRecordBlock& block = entry->file->block();
+    UrlRecordView first;
+    if (!block.hasCurrent() || block.getCurrentUrlRecord(first) != 0 ||
+        first.key != entry->currentKey) {
+        entry->file->setBroken();
+        LOG_ERROR("first key of %s not as in the header, set broken flag",
+                  entry->file->path().c_str());
+        return -1;
+    }
+    const uint64_t pendingCount = pendingRecord().count;
+    const std::span<uint8_t> raw = block.rawData();
+    storeLittle(raw.data() + 8, first.count + pendingCount);
+    entry->header.totalCount = static_cast<int64_t>(
+        static_cast<uint64_t>(entry->header.totalCount) + pendingCount); // damage may overflow it
+    m_pending = false;
+
+    Compress* compress = nullptr;
+    if (Compress::getInstance(&compress) != 0) {
+        LOG_ERROR("Compress::getInstance fail");
+        return -1;
+    }
+    ByteView data = raw;
+    entry->header.flag = 0;
+    if (compress->compress(raw.data(), static_cast<int32_t>(raw.size()), &data) == 0) {
+        entry->header.flag = 1;
+    } else {
+        LOG_INFO("comress fail, write raw data");
+        data = raw;
+    }
+    entry->header.blockSize = static_cast<int32_t>(data.size());
+    if (output.writeBlockHeader(entry->header) != 0) {
+        LOG_ERROR("writeBlockHeader fail %s", out);
+        return -1;
+    }
+    if (output.writeBlockData(data) != 0) {
+        LOG_ERROR("writeBlockData fail %s", out);
+        return -1;
+    }
+    block.reset();
+    if (pushNextkeyFromHeader(entry, heap) != 0) {
+        LOG_ERROR("pushNextkeyFromHeader fail %s", out);
+        return -1;
+    }
+    return 0;
+}
+
+int MergeFileList::writePending(UrlFile& output) {
+    m_pending = false;
+    return output.writeOneRecord(pendingRecord());
+}
+
+void MergeFileList::setPending(const UrlRecordView& record) {
+    record.store(m_pendingRecord.data());
+    m_pendingSize = record.size();
+    m_pending = true;
+}
+
+UrlRecordView MergeFileList::pendingRecord() const {
+    const uint8_t* const bytes = m_pendingRecord.data();
+    return {loadLittle<uint64_t>(bytes), loadLittle<uint64_t>(bytes + 8),
+            loadLittle<uint32_t>(bytes + 16),
+            asText({bytes + g_recordHeadSize, m_pendingSize - g_recordHeadSize - 1})};
+}
+
+} // namespace kestrine

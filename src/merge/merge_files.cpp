@@ -1,0 +1,214 @@
+// The files of one merge operation: opened together, closed together, and, where one of them turns
+// out to be damaged, set aside.
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "merge/merge_file_list.h"
+
+#include <cerrno>
+#include <cinttypes>
+
+namespace kestrine {
+
+MergeFileList::~MergeFileList() {
+    if (m_openFiles != 0) {
+        LOG_INFO("ERROR unfree count %d !!!!!!", m_openFiles);
+    }
+}
+
+int MergeFileList::openInput(const std::string& path) {
+    m_inputs.push_back(std::make_unique<UrlFile>());
+    if (m_inputs.back()->open(path, OpenMode::Read) != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return -1;
+    }
+    ++m_openFiles;
+    return 0;
+}
+
+int MergeFileList::openFileList(const std::vector<std::string>& inputs, const std::string& output) {
+    if (output.empty() || (inputs.empty() && m_inputs.empty())) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    for (const std::string& path : inputs) {
+        if (openInput(path) != 0) {
+            return -1;
+        }
+    }
+    m_output = std::make_unique<UrlFile>();
+    if (m_output->open(output, OpenMode::Truncate) != 0) {
+        LOG_ERROR("open out file %s fail", output.c_str());
+        return -1;
+    }
+    ++m_openFiles;
+    return 0;
+}
+
+// Inputs whose status was read already (the current day, week or month file) are passed over.
+int MergeFileList::readDayStatus() {
+    for (const auto& file : m_inputs) {
+        if (file->dayStatus() != nullptr || file->weekMonStatus() != nullptr) {
+            continue;
+        }
+        if (file->readStatus(g_dayStatusType) != 0) {
+            LOG_ERROR("read status from %s fail", file->path().c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int MergeFileList::closeUrlFiles() {
+    int result = 0;
+    const auto closeOne = [this, &result](UrlFile& file) {
+        if (!file.isOpen()) {
+            return;
+        }
+        --m_openFiles;
+        if (file.close() != 0) {
+            result = -1;
+        }
+    };
+    for (const auto& file : m_inputs) {
+        closeOne(*file);
+    }
+    if (m_output) {
+        closeOne(*m_output);
+    }
+    if (result != 0) {
+        LOG_ERROR("UrlFile::close fail");
+    }
+    return result;
+}
+
+// Day, week and month files come back from their backup; temporary and new-day files do not.
+int MergeFileList::removeBrokenUrlFiles() {
+    for (const auto& file : m_inputs) {
+        if (file->broken() && removeOneBrokenFile(file->path()) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int MergeFileList::removeOneBrokenFile(const std::string& path) {
+    LOG_INFO("file %s is broken, remove it from disk", path.c_str());
+    if (Util::dumpBrokenFile(path) != 0) {
+        LOG_ERROR("Util::dumpBrokenFile %s fail", path.c_str());
+        return -1;
+    }
+    if (platform().exists(path) && platform().removeFile(path) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+        return -1;
+    }
+    if (path.find("crcsort") == std::string::npos || names::newDayNumber(path) >= 0) {
+        return 0;
+    }
+    LOG_INFO("the broken file is %s, try to recover", path.c_str());
+    const std::string backup = names::backupOf(path);
+    if (!platform().exists(backup)) {
+        return 0;
+    }
+    if (Util::deleteTopLists(std::string(names::parentOf(path))) != 0 ||
+        platform().rename(backup, path) != 0) {
+        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), path.c_str(), errno);
+        return -1;
+    }
+    return Util::syncParent(path);
+}
+
+int MergeFileList::removeWorkFile(const std::string& path) {
+    if (platform().exists(path) && platform().removeFile(path) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+// Runs the engine over the opened files.
+int MergeFileList::runMerge(const std::string& workPath) {
+    std::vector<UrlFile*> inputs;
+    inputs.reserve(m_inputs.size());
+    for (const auto& file : m_inputs) {
+        inputs.push_back(file.get());
+    }
+    if (commonMergeProcess(m_output.get(), inputs) != 0) {
+        LOG_ERROR("commonMergeProcess fail %s", workPath.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+// The output carries its status already: syncs if wanted, closes all and renames into place.
+int MergeFileList::finishOutput(const std::string& workPath, const std::string& finalPath,
+                                bool durable) {
+    if (durable && m_output->sync() != 0) {
+        LOG_ERROR("sync %s fail", workPath.c_str());
+        return -1;
+    }
+    if (closeUrlFiles() != 0) {
+        LOG_ERROR("closeUrlFiles fail %s", workPath.c_str());
+        return -1;
+    }
+    if (platform().rename(workPath, finalPath) != 0) {
+        LOG_ERROR("rename from %s to %s fail, errno %d", workPath.c_str(), finalPath.c_str(),
+                  errno);
+        return -1;
+    }
+    const std::string directory(names::parentOf(finalPath));
+    if (durable && platform().syncDirectory(directory) != 0) {
+        LOG_ERROR("sync directory %s fail, errno %d", directory.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+// After a failure: everything closed, damaged inputs set aside, the work file gone. Returns -1.
+int MergeFileList::abandon(const std::string& workPath) {
+    if (closeUrlFiles() != 0) {
+        LOG_ERROR("closeUrlFiles fail %s", workPath.c_str());
+    }
+    if (removeBrokenUrlFiles() != 0) {
+        LOG_ERROR("removeBrokenUrlFiles fail %s", workPath.c_str());
+    }
+    m_inputs.clear();
+    m_output.reset();
+    removeRoundFiles();
+    (void)removeWorkFile(workPath); // reported there; the next pass removes it
+    return -1;
+}
+
+// After a stop: the same without a failure. Returns 1, no output.
+int MergeFileList::stopAndReturn(const std::string& workPath) {
+    LOG_INFO("stop and return");
+    const int closed = closeUrlFiles();
+    m_inputs.clear();
+    m_output.reset();
+    removeRoundFiles();
+    return closed == 0 && removeWorkFile(workPath) == 0 ? 1 : -1;
+}
+
+int MergeFileList::deleteTopnDir(const std::string& directory) {
+    return Util::deleteTopLists(directory);
+}
+
+void MergeFileList::validateTotalCount(uint64_t outputTotal) const {
+    uint64_t sum = 0;
+    for (const auto& file : m_inputs) {
+        uint64_t total = 0;
+        if (const DayStatus* day = file->dayStatus()) {
+            total = day->totalCount();
+        } else if (const WeekMonStatus* weekMon = file->weekMonStatus()) {
+            total = static_cast<uint64_t>(weekMon->totalCount());
+        }
+        LOG_DEBUG("%s %" PRIu64, file->path().c_str(), total);
+        sum += total;
+    }
+    if (sum != outputTotal) {
+        LOG_INFO("total count not match %" PRIu64 " %" PRIu64, sum, outputTotal);
+    }
+}
+
+} // namespace kestrine

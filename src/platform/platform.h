@@ -1,0 +1,163 @@
+// Everything that Kestrine asks of an operating system, as one interface.
+//
+// The service reaches files, directories, the clock and the process environment through
+// `platform()` alone, so that one file per system holds all that differs between systems, and tests
+// can put their own clock, disk and free space underneath.
+//
+// Paths are narrow 8-bit strings with '/' between components.
+//
+// Errors: an operation that fails returns -1 (or null), leaves the C error number in `errno`, and
+// the system's own error code in `lastError()`. Not-found results use the codes 2 (no such entry)
+// and 3 (no such directory on the way) on every system.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kestrine {
+
+constexpr uint32_t g_errorFileNotFound = 2;
+constexpr uint32_t g_errorPathNotFound = 3;
+
+// Attribute bit of a directory in `FindEntry::attributes`.
+constexpr uint32_t g_attributeDirectory = 0x10;
+// Attribute bit of a link. The other bits are those of what it points to, so whoever deletes must
+// not walk into a directory that has this one; `removeFile` (Windows, link to a directory:
+// `removeDirectory`) removes the link itself.
+constexpr uint32_t g_attributeLink = 0x400;
+
+// Longest path that the service builds or accepts, in characters.
+constexpr size_t g_maxPath = 259;
+
+enum class OpenMode {
+    Read,         // existing file, reading only ("rb")
+    ReadExisting, // existing file that must also be writable, never written here ("rb+")
+    Truncate,     // new or emptied file, reading and writing ("wb+")
+    Append,       // new or existing file, every write goes to the end ("a+")
+};
+
+// An open file with a position of its own. Unbuffered: a call is a system call, so callers move
+// whole blocks. Other processes may read, rename or delete the file while it is open.
+class File {
+public:
+    virtual ~File() = default; // closes, if `close` was not called
+
+    // Bytes read, fewer than asked for only at the end of the file; -1 on failure.
+    [[nodiscard]] virtual int64_t read(std::span<uint8_t> buffer) = 0;
+    // Bytes written; fewer than given (with errno set) when the system stopped half-way; -1 on
+    // failure before the first byte.
+    [[nodiscard]] virtual int64_t write(std::span<const uint8_t> data) = 0;
+    [[nodiscard]] virtual int seek(int64_t offset) = 0; // from the start of the file
+    [[nodiscard]] virtual int64_t tell() = 0;
+    [[nodiscard]] virtual int64_t size() = 0;
+    // Returns when the content of the file is on stable storage.
+    [[nodiscard]] virtual int sync() = 0;
+    // Closes; the object is of no further use. A second call returns 0.
+    [[nodiscard]] virtual int close() = 0;
+};
+
+struct FileInfo {
+    bool isDirectory = false;
+    int64_t size = 0;
+    int64_t modified = 0; // seconds since 1970
+};
+
+struct FindEntry {
+    std::string name;
+    uint32_t attributes = 0;
+};
+
+// At which step a listing failed.
+enum class FindStep { First, Next, Close };
+
+struct LocalTime {
+    int year = 0;
+    int month = 0; // 1 to 12
+    int day = 0;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+};
+
+// A machine-wide name that exists while the process lives.
+class NamedEvent {
+public:
+    virtual ~NamedEvent() = default;
+    [[nodiscard]] virtual int close() = 0;
+};
+
+enum class NamedEventResult {
+    Created,
+    AlreadyExists, // the handle is handed out all the same
+    InitializeDescriptorFailed,
+    SetDaclFailed,
+    CreateFailed,
+};
+
+class Platform {
+public:
+    virtual ~Platform() = default;
+
+    // The system's error code of the last operation that failed.
+    [[nodiscard]] virtual uint32_t lastError() const = 0;
+
+    // ---- files and directories
+    [[nodiscard]] virtual std::unique_ptr<File> open(const std::string& path, OpenMode mode) = 0;
+    [[nodiscard]] virtual bool exists(const std::string& path) = 0;
+    [[nodiscard]] virtual int info(const std::string& path, FileInfo& info) = 0;
+    [[nodiscard]] virtual int removeFile(const std::string& path) = 0;
+    // Renames a file, replacing an existing target file, or a directory, whose target must not
+    // exist. On Windows it returns when the rename is on disk; elsewhere `syncDirectory` sees to
+    // that. A kill leaves either the old or the new name, never both or none.
+    [[nodiscard]] virtual int rename(const std::string& from, const std::string& to) = 0;
+    [[nodiscard]] virtual int makeDirectory(const std::string& path) = 0;
+    [[nodiscard]] virtual int removeDirectory(const std::string& path) = 0; // must be empty
+    // Returns when creations, renames and removals in the directory are on stable storage.
+    [[nodiscard]] virtual int syncDirectory(const std::string& path) = 0;
+    // Fills `entries` with what matches the pattern ("dir/*.txt"; only the last component holds
+    // wildcards), without "." and "..", in the file system's order. On failure `step` tells where;
+    // `lastError` is 2 when nothing matched and 3 when the directory is not there.
+    [[nodiscard]] virtual int find(const std::string& pattern, std::vector<FindEntry>& entries,
+                                   FindStep& step) = 0;
+    // Bytes free to the caller on the volume that holds `path`.
+    [[nodiscard]] virtual int freeSpace(const std::string& path, uint64_t& bytes) = 0;
+    // True when the two names would name the same file in one directory.
+    [[nodiscard]] virtual bool sameFileName(const std::string& a, const std::string& b) const = 0;
+
+    // ---- commands. Windows runs `command` through the command interpreter, other systems carry
+    // out the same thing by system calls. 0, or the command's result.
+    // "rmdir /S /Q": removes a directory with all it holds; one that is not there is a success.
+    [[nodiscard]] virtual int removeTree(const std::string& command, const std::string& path) = 0;
+    // "move".
+    [[nodiscard]] virtual int move(const std::string& command, const std::string& from,
+                                   const std::string& to) = 0;
+
+    // ---- time
+    [[nodiscard]] virtual int64_t now() = 0; // seconds since 1970
+    [[nodiscard]] virtual LocalTime localTime() = 0;
+    [[nodiscard]] virtual uint32_t tickCount() = 0; // milliseconds since boot, wraps at 2^32
+    virtual void sleep(uint32_t milliseconds) = 0;
+
+    // ---- process
+    // Full path of the running executable; empty on failure.
+    [[nodiscard]] virtual std::string executablePath() = 0;
+    [[nodiscard]] virtual NamedEventResult createNamedEvent(const std::string& name,
+                                                            std::unique_ptr<NamedEvent>& event) = 0;
+    // Calls `handler` on a thread of its own for each of the given signals. Each signal works once
+    // and then has its default action again. On Windows console close, log-off and shutdown count
+    // as signal 15. Called once, before any other thread exists.
+    [[nodiscard]] virtual int installSignalHandler(std::span<const int> signals,
+                                                   void (*handler)(int)) = 0;
+};
+
+// The platform in use: the system's own unless a test has put another one in its place.
+Platform& platform();
+// The system's own.
+Platform& systemPlatform();
+// Puts `replacement` in place (null: the system's own) and returns what was there.
+Platform* setPlatform(Platform* replacement);
+
+} // namespace kestrine

@@ -1,0 +1,166 @@
+#include "platform/path_text.h"
+#include "platform/system_linux.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <thread>
+
+namespace kestrine {
+
+namespace {
+
+thread_local uint32_t g_lastError = 0;
+
+int syncDescriptor(int descriptor) {
+    int result = 0;
+    do {
+        result = ::fsync(descriptor);
+    } while (result != 0 && errno == EINTR);
+    // A file system that cannot sync a directory says EINVAL; nothing more can be had of it.
+    return result == 0 || errno == EINVAL ? 0 : fail();
+}
+
+class LinuxPlatform final : public Platform {
+public:
+    [[nodiscard]] uint32_t lastError() const override { return g_lastError; }
+
+    [[nodiscard]] std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
+        return openFile(path, mode);
+    }
+
+    [[nodiscard]] bool exists(const std::string& path) override {
+        return ::access(path.c_str(), F_OK) == 0;
+    }
+
+    [[nodiscard]] int info(const std::string& path, FileInfo& info) override {
+        struct stat status {};
+        if (::stat(path.c_str(), &status) != 0) {
+            return fail();
+        }
+        info.isDirectory = S_ISDIR(status.st_mode);
+        info.size = info.isDirectory ? 0 : status.st_size;
+        info.modified = status.st_mtime;
+        return 0;
+    }
+
+    [[nodiscard]] int removeFile(const std::string& path) override {
+        return ::unlink(path.c_str()) == 0 ? 0 : fail();
+    }
+
+    [[nodiscard]] int rename(const std::string& from, const std::string& to) override {
+        return renamePath(from, to);
+    }
+
+    [[nodiscard]] int makeDirectory(const std::string& path) override {
+        return ::mkdir(path.c_str(), 0777) == 0 ? 0 : fail();
+    }
+
+    [[nodiscard]] int removeDirectory(const std::string& path) override {
+        return ::rmdir(path.c_str()) == 0 ? 0 : fail();
+    }
+
+    [[nodiscard]] int syncDirectory(const std::string& path) override {
+        Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (directory.get() < 0) {
+            return fail();
+        }
+        return syncDescriptor(directory.get()) == 0 ? directory.close() : -1;
+    }
+
+    [[nodiscard]] int find(const std::string& pattern, std::vector<FindEntry>& entries,
+                           FindStep& step) override {
+        return findEntries(pattern, entries, step);
+    }
+
+    [[nodiscard]] int freeSpace(const std::string& path, uint64_t& bytes) override {
+        std::string place = path.empty() ? "." : path;
+        struct statvfs volume {};
+        while (::statvfs(place.c_str(), &volume) != 0) {
+            const bool notThere = errno == ENOENT || errno == ENOTDIR;
+            if (errno != EINTR && !(notThere && cutToParent(place))) {
+                return fail();
+            }
+        }
+        bytes = uint64_t{volume.f_bavail} * volume.f_frsize;
+        return 0;
+    }
+
+    [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {
+        return a == b;
+    }
+
+    [[nodiscard]] int removeTree(const std::string&, const std::string& path) override {
+        return removeWholeTree(path);
+    }
+
+    [[nodiscard]] int move(const std::string&, const std::string& from,
+                           const std::string& to) override {
+        return moveFile(from, to);
+    }
+
+    [[nodiscard]] int64_t now() override { return std::time(nullptr); }
+
+    [[nodiscard]] LocalTime localTime() override {
+        const std::time_t seconds = std::time(nullptr);
+        std::tm local{};
+        ::localtime_r(&seconds, &local);
+        return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                local.tm_hour,        local.tm_min,     local.tm_sec};
+    }
+
+    [[nodiscard]] uint32_t tickCount() override {
+        timespec time{};
+        ::clock_gettime(CLOCK_BOOTTIME, &time);
+        return static_cast<uint32_t>(int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000);
+    }
+
+    void sleep(uint32_t milliseconds) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    }
+
+    [[nodiscard]] std::string executablePath() override {
+        std::array<char, 4096> text{};
+        const auto length = ::readlink("/proc/self/exe", text.data(), text.size());
+        if (length < 0) {
+            fail();
+            return {};
+        }
+        return {text.data(), static_cast<size_t>(length)};
+    }
+
+    [[nodiscard]] NamedEventResult createNamedEvent(const std::string& name,
+                                                    std::unique_ptr<NamedEvent>& event) override {
+        return bindName(name, event);
+    }
+
+    [[nodiscard]] int installSignalHandler(std::span<const int> signals,
+                                           void (*handler)(int)) override {
+        return startSignalThread(signals, handler);
+    }
+};
+
+} // namespace
+
+int fail() {
+    return fail(errno);
+}
+
+int fail(int error) {
+    errno = error;
+    g_lastError = static_cast<uint32_t>(error);
+    return -1;
+}
+
+Platform& systemPlatform() {
+    // Never destroyed: the signal thread may log while the process's statics go.
+    static Platform* const instance = std::make_unique<LinuxPlatform>().release();
+    return *instance;
+}
+
+} // namespace kestrine

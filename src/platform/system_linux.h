@@ -1,0 +1,54 @@
+// What the files of the Linux implementation share.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace kestrine {
+
+// Keeps `errno` as this thread's system error code; returns -1.
+int fail();
+// The same with a code of the caller's.
+int fail(int error);
+
+// Closes its descriptor silently when it goes.
+class Descriptor {
+public:
+    explicit Descriptor(int number) : m_number(number) {}
+    ~Descriptor() {
+        if (m_number >= 0) {
+            ::close(m_number);
+        }
+    }
+    Descriptor(Descriptor&& other) noexcept : m_number(other.release()) {}
+    Descriptor& operator=(Descriptor&&) = delete;
+    [[nodiscard]] int get() const { return m_number; }
+    [[nodiscard]] int release() { return std::exchange(m_number, -1); }
+    // 0, or -1 with errno; 0 when there is nothing to close.
+    [[nodiscard]] int close();
+
+private:
+    int m_number;
+};
+
+[[nodiscard]] std::unique_ptr<File> openFile(const std::string& path, OpenMode mode);
+
+[[nodiscard]] int findEntries(const std::string& pattern, std::vector<FindEntry>& entries,
+                              FindStep& step);
+
+[[nodiscard]] int renamePath(const std::string& from, const std::string& to);
+// Links inside are removed, not followed; so is a link that `path` itself is. A failure does not
+// stop the removal of the rest. A mount point is emptied and stays, which counts as a success.
+[[nodiscard]] int removeWholeTree(const std::string& path);
+// Replaces an existing target file. Between file systems a kill leaves the source and perhaps a
+// part of the target.
+[[nodiscard]] int moveFile(const std::string& from, const std::string& to);
+
+[[nodiscard]] NamedEventResult bindName(const std::string& name,
+                                        std::unique_ptr<NamedEvent>& event);
+[[nodiscard]] int startSignalThread(std::span<const int> signals, void (*handler)(int));
+
+} // namespace kestrine

@@ -1,0 +1,65 @@
+// What the files of the Windows implementation share.
+#pragma once
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+
+#include "platform/platform.h"
+
+namespace kestrine {
+
+// Keeps the code as this thread's system error code and sets `errno` to match; returns -1.
+int fail(DWORD code = GetLastError());
+
+[[nodiscard]] inline bool hasAttribute(DWORD attributes, DWORD bit) {
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & bit) != 0;
+}
+
+// Virus scanners and indexers open fresh files for moments. Tries `attempt` (true: it succeeded)
+// and, as long as the system says that somebody has the file, up to ten times more with a rising
+// delay, 1,375 ms in all. `isHopeless` tells whether a denied access has a reason that waiting does
+// not cure. On failure the system error code is that of the last attempt.
+template <typename Attempt, typename IsHopeless>
+[[nodiscard]] bool tryWhileHeld(Attempt attempt, IsHopeless isHopeless) {
+    constexpr DWORD delayStep = 25;
+    constexpr DWORD longestDelay = 250;
+    for (DWORD delay = delayStep; !attempt(); delay += delayStep) {
+        const DWORD code = GetLastError();
+        const bool isHeld = code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION ||
+                            (code == ERROR_ACCESS_DENIED && !isHopeless());
+        if (!isHeld || delay > longestDelay) {
+            SetLastError(code);
+            return false;
+        }
+        Sleep(delay);
+    }
+    return true;
+}
+
+// True for a directory and for a file that is marked read-only: no writing, no deleting.
+[[nodiscard]] inline bool refusesChange(const std::string& path) {
+    return hasAttribute(GetFileAttributesA(path.c_str()),
+                        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY);
+}
+
+[[nodiscard]] std::unique_ptr<File> openFile(const std::string& path, OpenMode mode);
+
+[[nodiscard]] int findEntries(const std::string& pattern, std::vector<FindEntry>& entries,
+                              FindStep& step);
+[[nodiscard]] int deleteFile(const std::string& path);
+[[nodiscard]] int renamePath(const std::string& from, const std::string& to);
+[[nodiscard]] int runRemoveTree(const std::string& command, const std::string& path);
+// Replaces an existing target file.
+[[nodiscard]] int runMove(const std::string& command, const std::string& from,
+                          const std::string& to);
+
+[[nodiscard]] NamedEventResult createEvent(const std::string& name,
+                                           std::unique_ptr<NamedEvent>& event);
+[[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
+
+} // namespace kestrine

@@ -1,0 +1,249 @@
+// The check of one account:
+//
+//  1. In the "new" tree every half-written new-day file is removed.
+//  2. In every day, week and month directory
+//     a. names with ".temp.temp" are removed, an incomplete set of lists ("topn.temp.temp") too;
+//     b. the formal file, its backup and its temporary are settled: a temporary is never promoted,
+//        a backup comes back only when the formal file is missing;
+//     c. a complete set of lists that is not in place ("topn.temp") is put there, or deleted
+//        together with "topn" when there is no formal file;
+//     d. a formal file without lists gets them.
+//  3. Files that contradict each other are set aside (period_check.cpp). A file that gave way to
+//  its
+//     backup there needs new lists: step 2 again, and, as that may show damage, step 3.
+#include "recovery/exception_check.h"
+
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+#include "recovery/period_check.h"
+#include "storage/status.h"
+#include "topn/top_url_record.h"
+
+#include <cerrno>
+
+namespace kestrine {
+
+namespace {
+
+constexpr std::string_view g_halfWritten = ".temp.temp";
+constexpr std::string_view g_newDayTemp = "daycrcsortnew.temp";
+
+bool isDirectory(uint32_t attributes) {
+    return (attributes & g_attributeDirectory) != 0;
+}
+
+int deleteList(const std::string& directory) {
+    if (platform().exists(directory) && Util::deleteDir(directory) != 0) {
+        LOG_ERROR("delete dir %s fail", directory.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace
+
+int ExceptionCheck::check(const std::string& accountPath) {
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("Configuration::getInstance fail");
+        return -1;
+    }
+    const std::string directory =
+        names::accountDir(configuration->urlStatRoot(), names::accountOf(accountPath));
+    const std::string newTree = names::newTree(directory);
+    if (Util::tranverse(newTree, [this](const std::string& path, uint32_t attributes) {
+            return checknewDirectory(path, attributes);
+        }) != 0) {
+        LOG_ERROR("tranverseFile %s fail", newTree.c_str());
+        return -1;
+    }
+    for (bool again = true; again;) {
+        if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
+                return checkDayWeekMon(path, attributes);
+            }) != 0) {
+            LOG_ERROR("tranverse %s fail", directory.c_str());
+            return -1;
+        }
+        PeriodCheck periods(directory);
+        if (periods.check() != 0) {
+            LOG_ERROR("check of periods of %s fail", directory.c_str());
+            return -1;
+        }
+        again = periods.fellBack();
+    }
+    return 0;
+}
+
+int ExceptionCheck::checknewDirectory(const std::string& path, uint32_t attributes) {
+    if (!isDirectory(attributes)) {
+        LOG_INFO("%s is not directory", path.c_str());
+        return 0;
+    }
+    return Util::tranverse(path, [this](const std::string& entry, uint32_t entryAttributes) {
+        return checkDaycrcsortNew(entry, entryAttributes);
+    });
+}
+
+int ExceptionCheck::checkDaycrcsortNew(const std::string& path, uint32_t attributes) {
+    if (isDirectory(attributes)) {
+        LOG_INFO("%s is not a file", path.c_str());
+        return 0;
+    }
+    if (names::lastComponent(path).find(g_newDayTemp) == std::string_view::npos) {
+        return 0;
+    }
+    LOG_INFO("broken file %s", path.c_str());
+    if (platform().removeFile(path) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+int ExceptionCheck::checkDayWeekMon(const std::string& path, uint32_t attributes) {
+    if (!isDirectory(attributes)) {
+        LOG_INFO("%s is not a directory, skip", path.c_str());
+        return 0;
+    }
+    Period period = Period::Day;
+    const std::string name(names::lastComponent(path));
+    if (!names::parsePeriodDir(name, period)) {
+        LOG_INFO("%s %s is not valid, skip", path.c_str(), name.c_str());
+        return 0;
+    }
+    return crcsort(path, period);
+}
+
+int ExceptionCheck::crcsort(const std::string& directory, Period period) {
+    const std::string incomplete = names::topTempTempDir(directory);
+    if (platform().exists(incomplete)) {
+        LOG_ERROR("error dir %s exist, delete", incomplete.c_str());
+        if (deleteList(incomplete) != 0) {
+            return -1;
+        }
+    }
+    if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
+            const bool halfWritten =
+                names::lastComponent(path).find(g_halfWritten) != std::string_view::npos;
+            return isDirectory(attributes) && !halfWritten ? 0 : dealWithFile(path);
+        }) != 0) {
+        LOG_ERROR("deal with %s fail", directory.c_str());
+        return -1;
+    }
+    const std::string formal = names::formalFile(directory, period);
+    if (!platform().exists(formal)) {
+        LOG_INFO("%s not exist, skip", formal.c_str());
+    }
+    if (settleTopLists(directory, period) != 0) {
+        return -1;
+    }
+    return makeMissingLists(directory, period);
+}
+
+int ExceptionCheck::dealWithFile(const std::string& path) {
+    const std::string_view name = names::lastComponent(path);
+    if (name.find(g_halfWritten) != std::string_view::npos) {
+        return removeHalfWritten(path);
+    }
+    if (name.find("daycrcsort") == std::string_view::npos &&
+        name.find("weekcrcsort") == std::string_view::npos &&
+        name.find("moncrcsort") == std::string_view::npos) {
+        LOG_INFO("%s invalid, skip", path.c_str());
+        return 0;
+    }
+    if (tryRecovery(names::formalOf(path)) != 0) {
+        LOG_ERROR("try recover %s fail", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int ExceptionCheck::removeHalfWritten(const std::string& path) {
+    LOG_INFO("find broken file %s, remove", path.c_str());
+    FileInfo info;
+    const bool directory = platform().info(path, info) == 0 && info.isDirectory;
+    if ((directory ? Util::deleteDir(path) : platform().removeFile(path)) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+//   formal backup temp   action
+//   yes    any    yes    remove temp
+//   no     no     yes    remove temp
+//   no     yes    yes    remove temp, rename backup to formal
+//   no     yes    no     rename backup to formal
+//   any other            nothing
+int ExceptionCheck::tryRecovery(const std::string& formal) {
+    const std::string backup = names::backupOf(formal);
+    const std::string temp = names::tempOf(formal);
+    const bool haveFormal = platform().exists(formal);
+    const bool haveBackup = platform().exists(backup);
+    const bool haveTemp = platform().exists(temp);
+    const bool restore = !haveFormal && haveBackup;
+    if (restore && haveTemp) {
+        LOG_ERROR("impossible!!! backup and temp exist, but formal not exist, delete temp and "
+                  "rename %s back to %s",
+                  backup.c_str(), formal.c_str());
+    } else if (haveTemp) {
+        LOG_INFO("formal %d, backup %d, temp %d, delete %s and return", haveFormal, haveBackup,
+                 haveTemp, temp.c_str());
+    } else if (restore) {
+        LOG_INFO("formal %d, backup %d, temp %d, rename %s to %s", haveFormal, haveBackup, haveTemp,
+                 backup.c_str(), formal.c_str());
+    }
+    if (haveTemp && platform().removeFile(temp) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", temp.c_str(), errno);
+        return -1;
+    }
+    if (!restore) {
+        return 0;
+    }
+    if (Util::deleteTopLists(std::string(names::parentOf(formal))) != 0 ||
+        platform().rename(backup, formal) != 0) {
+        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), formal.c_str(), errno);
+        return -1;
+    }
+    return Util::syncParent(formal);
+}
+
+int ExceptionCheck::settleTopLists(const std::string& directory, Period period) {
+    const std::string current = names::topDir(directory);
+    const std::string complete = names::topTempDir(directory);
+    if (!platform().exists(names::formalFile(directory, period))) {
+        return deleteList(complete) == 0 ? Util::deleteTopLists(directory) : -1;
+    }
+    if (!platform().exists(complete)) {
+        return 0;
+    }
+    if (deleteList(current) != 0) {
+        return -1;
+    }
+    if (platform().rename(complete, current) != 0) {
+        LOG_ERROR("rename %s to %s fail, errno %d", complete.c_str(), current.c_str(), errno);
+        return -1;
+    }
+    return Util::syncParent(current);
+}
+
+// A formal file that turns out to be damaged gives way to its backup, which gets the lists instead.
+int ExceptionCheck::makeMissingLists(const std::string& directory, Period period) {
+    const std::string formal = names::formalFile(directory, period);
+    const uint32_t statusType = period == Period::Day ? g_dayStatusType : g_weekMonStatusType;
+    for (int tries = 0; tries < 2; ++tries) {
+        if (!platform().exists(formal) || platform().exists(names::topDir(directory))) {
+            return 0;
+        }
+        TopUrlRecord top;
+        if (top.createTop(statusType, directory, formal) == 0) {
+            return 0;
+        }
+        LOG_ERROR("create top for %s fail", formal.c_str());
+    }
+    return platform().exists(formal) ? -1 : 0;
+}
+
+} // namespace kestrine

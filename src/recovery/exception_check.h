@@ -1,0 +1,38 @@
+// The start-up check of one account: brings its part of the statistics tree back to a consistent
+// state, whatever an interruption left. It may itself be interrupted anywhere and done again.
+#pragma once
+
+#include "frame/tree_names.h"
+
+#include <cstdint>
+#include <string>
+
+namespace kestrine {
+
+class ExceptionCheck {
+public:
+    // Settles interrupted replacements and removals, gives files without top lists new ones, and
+    // then sets aside what the other files contradict (period_check.h). 0 or -1.
+    [[nodiscard]] int check(const std::string& accountPath);
+
+    // One entry of the account's directory. 0 or -1.
+    [[nodiscard]] int checkDayWeekMon(const std::string& path, uint32_t attributes);
+    // One entry of the "new" tree; one entry of a date directory in it.
+    [[nodiscard]] int checknewDirectory(const std::string& path, uint32_t attributes);
+    [[nodiscard]] int checkDaycrcsortNew(const std::string& path, uint32_t attributes);
+
+    // One entry of a day, week or month directory: half-written names are removed, names of the
+    // formal file's family lead to `tryRecovery`.
+    [[nodiscard]] int dealWithFile(const std::string& path);
+    // Completes or undoes an interrupted replacement of the formal file.
+    [[nodiscard]] int tryRecovery(const std::string& formal);
+    // Everything of one day, week or month directory.
+    [[nodiscard]] int crcsort(const std::string& directory, Period period);
+
+private:
+    [[nodiscard]] int removeHalfWritten(const std::string& path);
+    [[nodiscard]] int settleTopLists(const std::string& directory, Period period);
+    [[nodiscard]] int makeMissingLists(const std::string& directory, Period period);
+};
+
+} // namespace kestrine

@@ -1,0 +1,219 @@
+#include "recovery/period_check.h"
+
+#include "frame/log.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+#include "storage/url_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace kestrine {
+
+namespace {
+
+int setAside(const std::string& path) {
+    if (Util::dumpBrokenFile(path) != 0) {
+        LOG_ERROR("dumpBrokenFile %s fail", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+// Reads the status of a formal file into `file`. One that cannot be read gives way to its backup.
+// 0; 1 when no readable file is left; -1.
+int readFormal(const std::string& path, uint32_t statusType, UrlFile& file) {
+    if (file.open(path, OpenMode::Read) != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return -1;
+    }
+    if (file.readStatus(statusType) == 0) {
+        return file.close();
+    }
+    if (file.close() != 0) {
+        LOG_ERROR("close %s fail", path.c_str());
+    }
+    return setAside(path) == 0 && Util::removeBrokenFile(path) == 0 ? 1 : -1;
+}
+
+// The same, going on with the backup that came back; `fellBack` is set then.
+template <typename Use>
+int withReadableFormal(const std::string& path, uint32_t statusType, bool& fellBack,
+                       const Use& use) {
+    for (int tries = 0; tries < 2 && platform().exists(path); ++tries) {
+        UrlFile file;
+        const int ret = readFormal(path, statusType, file);
+        if (ret == 0) {
+            return use(file);
+        }
+        if (ret < 0) {
+            return -1;
+        }
+        fellBack = true;
+    }
+    return 0;
+}
+
+// Removes a week or month file with its backup and lists; the week and month stages build it anew.
+int setAsidePeriod(const std::string& formal) {
+    LOG_INFO("%s does not fit the day files, set aside to be built anew", formal.c_str());
+    const std::string directory(names::parentOf(formal));
+    const std::string backup = names::backupOf(formal);
+    if (Util::deleteTopLists(directory) != 0) {
+        LOG_ERROR("delete top lists of %s fail", formal.c_str());
+        return -1;
+    }
+    if (platform().exists(backup) && platform().removeFile(backup) != 0) {
+        LOG_ERROR("remove %s fail, errno %d", backup.c_str(), errno);
+        return -1;
+    }
+    return setAside(formal) == 0 ? Util::syncParent(formal) : -1;
+}
+
+} // namespace
+
+int PeriodCheck::check() {
+    if (collectDates() != 0) {
+        LOG_ERROR("collect dates of %s fail", m_accountDir.c_str());
+        return -1;
+    }
+    for (auto& [date, state] : m_dates) {
+        if (readDay(date, state) != 0 || readWaiting(date, state) != 0 ||
+            giveUpBeyondGap(state) != 0) {
+            LOG_ERROR("check date %s of %s fail", date.c_str(), m_accountDir.c_str());
+            return -1;
+        }
+    }
+    return checkPeriods();
+}
+
+int PeriodCheck::collectDates() {
+    std::vector<std::string> newDates;
+    if (Util::getDateInNewDirectory(m_accountDir, newDates) != 0) {
+        return -1;
+    }
+    for (const std::string& path : newDates) {
+        m_dates.try_emplace(std::string(names::lastComponent(path)));
+    }
+    return Util::tranverse(m_accountDir, [this](const std::string& path, uint32_t attributes) {
+        Period period = Period::Day;
+        const std::string name(names::lastComponent(path));
+        if ((attributes & g_attributeDirectory) != 0 && names::parsePeriodDir(name, period) &&
+            period == Period::Day) {
+            m_dates[name].hasDirectory = true;
+        }
+        return 0;
+    });
+}
+
+int PeriodCheck::readDay(const std::string& date, Date& state) {
+    const std::string path = names::formalFile(names::dayDir(m_accountDir, date), Period::Day);
+    return withReadableFormal(path, g_dayStatusType, m_fellBack, [&state](UrlFile& file) {
+        state.counter = file.dayStatus()->newCounter();
+        return 0;
+    });
+}
+
+int PeriodCheck::readWaiting(const std::string& date, Date& state) {
+    std::vector<std::string> files;
+    if (Util::getDaycrcsortNews(names::newDayDir(m_accountDir, date), files) != 0) {
+        return -1;
+    }
+    for (const std::string& path : files) {
+        UrlFile file;
+        if (file.open(path, OpenMode::Read) != 0) {
+            LOG_ERROR("open %s fail", path.c_str());
+            return -1;
+        }
+        const bool readable = file.readStatus(g_dayStatusType) == 0;
+        if (file.close() != 0) {
+            LOG_ERROR("close %s fail", path.c_str());
+        }
+        if (readable) {
+            state.waiting.emplace(names::newDayNumber(path), path);
+        } else if (setAside(path) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int PeriodCheck::giveUpBeyondGap(Date& state) {
+    state.reach = state.counter;
+    while (state.waiting.contains(state.reach + 1)) {
+        ++state.reach;
+    }
+    // The highest goes first: after a kill a gap is still there.
+    while (!state.waiting.empty() && state.waiting.rbegin()->first > state.reach) {
+        const std::string path = state.waiting.rbegin()->second;
+        LOG_INFO("%s waits beyond a gap, set aside", path.c_str());
+        if (setAside(path) != 0) {
+            return -1;
+        }
+        state.waiting.erase(std::prev(state.waiting.end()));
+    }
+    return 0;
+}
+
+int PeriodCheck::checkPeriods() {
+    std::vector<std::pair<std::string, Period>> directories;
+    const int ret = Util::tranverse(m_accountDir, [&directories](const std::string& path,
+                                                                 uint32_t attributes) {
+        Period period = Period::Day;
+        if ((attributes & g_attributeDirectory) != 0 &&
+            names::parsePeriodDir(names::lastComponent(path), period) && period != Period::Day) {
+            directories.emplace_back(path, period);
+        }
+        return 0;
+    });
+    if (ret != 0) {
+        return -1;
+    }
+    for (const auto& [directory, period] : directories) {
+        if (checkPeriod(directory, period) != 0) {
+            LOG_ERROR("check period %s fail", directory.c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int PeriodCheck::checkPeriod(const std::string& directory, Period period) {
+    const std::string formal = names::formalFile(directory, period);
+    std::string begin;
+    std::string end;
+    if (!names::parsePeriodRange(names::lastComponent(directory), begin, end)) {
+        return 0;
+    }
+    bool fitting = true;
+    const int ret = withReadableFormal(formal, g_weekMonStatusType, m_fellBack, [&](UrlFile& file) {
+        for (auto date = m_dates.lower_bound(begin); date != m_dates.end() && date->first <= end;
+             ++date) {
+            const int32_t held = file.weekMonStatus()->counterOfDate(date->first);
+            fitting = fitting && (!names::isCalendarDate(date->first) || fits(date->second, held));
+        }
+        return 0;
+    });
+    if (ret != 0) {
+        return -1;
+    }
+    return fitting ? 0 : setAsidePeriod(formal);
+}
+
+bool PeriodCheck::fits(const Date& date, int32_t held) {
+    if (!date.hasDirectory && date.waiting.empty()) {
+        return true;
+    }
+    if (held > date.reach) {
+        return false;
+    }
+    for (int32_t number = held + 1; number <= date.counter; ++number) {
+        if (!date.waiting.contains(number)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace kestrine

@@ -1,0 +1,57 @@
+// The process entry. Brings the service up in a fixed order, each step only if the one before
+// succeeded, hands control to the work thread object and turns every failure into exit code -1.
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "service/run_control.h"
+#include "service/start_up.h"
+#include "service/work_thread.h"
+
+#include <array>
+#include <exception>
+#include <span>
+
+using namespace kestrine;
+
+// Only the standard library can throw, when memory runs out. The next start then puts the tree
+// right, as after a kill.
+int main(int argc, char** argv) try {
+    std::unique_ptr<NamedEvent> instance;
+    if (onlyOneInstance(&instance) != 0) {
+        LOG_ERROR("create instance fail");
+        return -1;
+    }
+    LOG_INFO("urlstat start running ...");
+    if (const char* const argument = findDebugArgument({argv, static_cast<size_t>(argc)})) {
+        g_debugLevel = debugLevelOf(argument);
+    }
+    constexpr std::array stopSignals = {15, 2};
+    if (platform().installSignalHandler(stopSignals, signal_handler) != 0) {
+        LOG_ERROR("install signal handler fail, errcode %u", platform().lastError());
+        return -1;
+    }
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("Configuration::getInstance fail");
+        return -1;
+    }
+    WorkThread workThread;
+    if (workThread.init() != 0) {
+        LOG_ERROR("init work thread fail");
+        return -1;
+    }
+    g_isRunning = 1;
+    if (workThread.run() != 0) {
+        LOG_ERROR("run work thread fail");
+        return -1;
+    }
+    if (instance->close() != 0) {
+        logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
+                        platform().lastError());
+    }
+    LOG_INFO("exit normally");
+    return 0;
+} catch (const std::exception& failure) {
+    LOG_ERROR("out of resources: %s", failure.what());
+    return -1;
+}

@@ -1,0 +1,166 @@
+#include "service/work_thread.h"
+
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/util.h"
+#include "input/abstract_new_data.h"
+#include "platform/platform.h"
+#include "recovery/exception_check.h"
+
+#include <algorithm>
+
+namespace kestrine {
+
+namespace {
+
+constexpr uint32_t g_accountCheckInterval = 3600000; // ms
+constexpr uint32_t g_accountWait = 60000;            // ms between two looks for a first account
+constexpr int64_t g_pauseStep = 500;                 // ms
+constexpr int64_t g_pauseReport = 1000000;           // ms
+
+} // namespace
+
+int WorkThread::run() {
+    if (removeTempFiles() != 0) {
+        LOG_ERROR("removeTempFiles fail");
+        return -1;
+    }
+    if (checkAccounts(m_accounts) != 0) {
+        return -1;
+    }
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        LOG_ERROR("Configuration::getInstance fail");
+        return -1;
+    }
+    m_sleepTime = configuration->sleepTime();
+    const int result = runLoop();
+    if (removeTempFiles() != 0) {
+        LOG_ERROR("removeTempFiles fail");
+        return -1;
+    }
+    return result;
+}
+
+// The start-up check: nothing is merged over a tree that could not be repaired.
+int WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
+    for (const std::string& account : accounts) {
+        ExceptionCheck exceptionCheck;
+        if (exceptionCheck.check(account) != 0) {
+            LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int WorkThread::runLoop() {
+    while (!stopRequested()) {
+        if (accountCheckIfDue() != 0 || runAccounts() != 0) {
+            return -1;
+        }
+        if (!stopRequested()) {
+            pause();
+        }
+    }
+    return 0;
+}
+
+int WorkThread::accountCheckIfDue() {
+    const uint32_t now = platform().tickCount();
+    if (m_checkedBefore && elapsedTicks(m_lastCheck, now) <= g_accountCheckInterval) {
+        return 0;
+    }
+    LOG_INFO("%ds elasped, check account change", 3600);
+    if (removeDeletedAccount() != 0) {
+        LOG_ERROR("removeDeletedAccount fail, but ignore");
+    }
+    if (removeDeletedDate() != 0) {
+        LOG_ERROR("removeDeletedDate fail, but ignore");
+    }
+    m_checkedBefore = true;
+    m_lastCheck = now;
+    return checkAccountChange();
+}
+
+int WorkThread::checkAccountChange() {
+    std::vector<std::string> accounts;
+    if (AbstractNewData::getAllAccounts(accounts) != 0) {
+        LOG_ERROR("getAccounts fail");
+        return -1;
+    }
+    if (accounts == m_accounts) {
+        return 0;
+    }
+    std::vector<std::string> added;
+    std::copy_if(accounts.begin(), accounts.end(), std::back_inserter(added),
+                 [this](const std::string& account) {
+                     return std::find(m_accounts.begin(), m_accounts.end(), account) ==
+                            m_accounts.end();
+                 });
+    m_accounts = accounts;
+    if (checkAccounts(added) != 0) {
+        return -1;
+    }
+    if (reinit() != 0) {
+        LOG_ERROR("reinit fail");
+        return -1;
+    }
+    return 0;
+}
+
+int WorkThread::runAccounts() {
+    for (size_t i = 0; i < m_urlStats.size(); ++i) {
+        if (m_urlStats[i]->run(m_accounts[i]) != 0) {
+            LOG_ERROR("run account %s fail", m_accounts[i].c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+void WorkThread::pause() {
+    for (int64_t counter = 0; counter <= int64_t{m_sleepTime} * 1000 && !stopRequested();
+         counter += g_pauseStep) {
+        if (counter % g_pauseReport == 0) {
+            LOG_DEBUG("%ds elapsed, wait to find new data", static_cast<int>(counter / 1000));
+        }
+        platform().sleep(static_cast<uint32_t>(g_pauseStep));
+    }
+}
+
+int WorkThread::waitForAccounts() {
+    for (int tries = 0;; ++tries) {
+        m_accounts.clear();
+        if (AbstractNewData::getAllAccounts(m_accounts) != 0) {
+            LOG_ERROR("getAccounts fail");
+            return -1;
+        }
+        if (!m_accounts.empty()) {
+            return 0;
+        }
+        if (tries % 60 == 0) {
+            LOG_INFO("account size is 0");
+        }
+        platform().sleep(g_accountWait);
+    }
+}
+
+int WorkThread::reinit() {
+    LOG_INFO("account changed, reinit");
+    m_urlStats.clear();
+    if (m_accounts.empty()) {
+        LOG_DEBUG("account number is 0");
+        return 0;
+    }
+    for (const std::string& account : m_accounts) {
+        m_urlStats.push_back(std::make_unique<UrlStat>());
+        if (m_urlStats.back()->init() != 0) {
+            LOG_ERROR("init for %s fail", account.c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
+} // namespace kestrine

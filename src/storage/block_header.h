@@ -1,0 +1,55 @@
+// Header of a block of URL records, as it stands on disk before the block's data.
+//
+//   offset size field
+//        0    8 minKey      smallest key in the block
+//        8    8 maxKey      largest key in the block
+//       16    8 totalCount  sum of the records' counts, signed, above 0
+//       24    4 blockSize   bytes of data that follow the header
+//       28    4 rawSize     bytes of the records uncompressed
+//       32    4 flag        1 zlib, 0 raw
+//       36    4 count       records in the block, signed, above 0
+#pragma once
+
+#include "frame/bytes.h"
+
+namespace kestrine {
+
+struct BlockHeader {
+    static constexpr size_t g_size = 40;
+
+    uint64_t minKey = ~uint64_t{0};
+    uint64_t maxKey = 0;
+    int64_t totalCount = 0;
+    int32_t blockSize = 0;
+    int32_t rawSize = 0;
+    uint32_t flag = 0;
+    int32_t count = 0;
+
+    void store(std::span<uint8_t, g_size> bytes) const {
+        storeLittle(bytes.data(), minKey);
+        storeLittle(bytes.data() + 8, maxKey);
+        storeLittle(bytes.data() + 16, totalCount);
+        storeLittle(bytes.data() + 24, blockSize);
+        storeLittle(bytes.data() + 28, rawSize);
+        storeLittle(bytes.data() + 32, flag);
+        storeLittle(bytes.data() + 36, count);
+    }
+    void load(std::span<const uint8_t, g_size> bytes) {
+        minKey = loadLittle<uint64_t>(bytes.data());
+        maxKey = loadLittle<uint64_t>(bytes.data() + 8);
+        totalCount = loadLittle<int64_t>(bytes.data() + 16);
+        blockSize = loadLittle<int32_t>(bytes.data() + 24);
+        rawSize = loadLittle<int32_t>(bytes.data() + 28);
+        flag = loadLittle<uint32_t>(bytes.data() + 32);
+        count = loadLittle<int32_t>(bytes.data() + 36);
+    }
+};
+
+namespace Util {
+
+// Sanity of a block header, before its data is read and before it is written: flag 0 or 1, count
+// and total above 0, sizes that fit the flag. 0 or -1.
+[[nodiscard]] int validateBlockHeader(const BlockHeader* header);
+
+} // namespace Util
+} // namespace kestrine

@@ -1,0 +1,105 @@
+// A file of URL records sorted by key, closed by a status record.
+//
+//   part          size      contents
+//   blocks        any       blocks of records (url_record_block.h), keys ascending over the file
+//   status        12 + len  DayStatus or WeekMonStatus (status.h)
+//   end position  8         signed offset of the first status byte
+//
+// The status is found through the last 8 bytes, never by scanning. A file without a trailer is not
+// valid; every reader calls `readStatus` before its first block. Nothing read from a file is
+// trusted: what violates a bound marks the file broken.
+#pragma once
+
+#include "platform/platform.h"
+#include "storage/status.h"
+#include "storage/url_record_block.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+
+namespace kestrine {
+
+class UrlFile {
+public:
+    UrlFile() = default;
+    ~UrlFile();
+    UrlFile(const UrlFile&) = delete;
+    UrlFile& operator=(const UrlFile&) = delete;
+
+    [[nodiscard]] int init();
+    [[nodiscard]] int open(const std::string& path, OpenMode mode);
+    // Closes the handle; a failure marks the file broken. Closing a closed file returns 0.
+    [[nodiscard]] int close();
+    // Returns when everything written is on stable storage. Call between writeStatus and close of a
+    // file that is to be renamed to a final name.
+    [[nodiscard]] int sync();
+
+    // ---- writing, in ascending key order
+    [[nodiscard]] int writeOneRecord(const UrlRecordView& record);
+    // Writes the current block out.
+    [[nodiscard]] int writeUrlRecordBlocks();
+    [[nodiscard]] int flush();
+    // Flushes, writes the status and the end position. The status' total is the caller's to set.
+    [[nodiscard]] int writeStatus(const DayStatus& status);
+    [[nodiscard]] int writeStatus(const WeekMonStatus& status);
+    // Whole blocks as they are.
+    [[nodiscard]] int writeBlockHeader(const BlockHeader& header);
+    [[nodiscard]] int writeBlockData(ByteView data);
+    // Bytes that the file would have if it were flushed now without compressing, trailer not
+    // included.
+    [[nodiscard]] int64_t pendingSize() const;
+
+    // ---- reading
+    // Reads the trailer (type 0xFF or 0xFFFF) and leaves the file at offset 0. 0 or -1. A status
+    // that was read before stays as the owner has left it.
+    [[nodiscard]] int readStatus(uint32_t type);
+    // The current record, not consumed. 0, 1 (end of file) or -1. Valid until the next read.
+    [[nodiscard]] int getTopRecord(UrlRecordView& record);
+    // The same, and moves past it.
+    [[nodiscard]] int readOneRecord(UrlRecordView& record);
+    [[nodiscard]] int readUrlRecordBlocks(); // next block decoded: 0, 1 or -1
+    // Block by block, for the merge engine: the next header (again and again until its data is
+    // read), 0, 1 (no further block) or -1; then the data as stored; then, if wanted, decoded.
+    [[nodiscard]] int readBlockHeader(BlockHeader& header);
+    [[nodiscard]] int readBlockData(ByteView& data);
+    [[nodiscard]] int unCompress();
+
+    [[nodiscard]] const std::string& path() const { return m_path; }
+    [[nodiscard]] bool isOpen() const { return m_file != nullptr; }
+    [[nodiscard]] bool broken() const { return m_broken; }
+    void setBroken() { m_broken = true; }
+    // Written: sum of the counts of everything written. Read: records read.
+    [[nodiscard]] uint64_t totalCount() const { return m_totalCount; }
+    void countRecordRead() { ++m_totalCount; }
+    // Read by readStatus; null before, or of the other kind.
+    [[nodiscard]] DayStatus* dayStatus() { return std::get_if<DayStatus>(&m_status); }
+    [[nodiscard]] WeekMonStatus* weekMonStatus() { return std::get_if<WeekMonStatus>(&m_status); }
+    [[nodiscard]] UrlRecordBlock& block() { return *m_block; }
+
+private:
+    void startOver(const std::string& path);
+    [[nodiscard]] int findSize();
+    [[nodiscard]] int append(ByteView data);
+    [[nodiscard]] int readNextHeader();
+    [[nodiscard]] int readEndPosition(int64_t size);
+    [[nodiscard]] int readStatusRecord(int64_t size, uint32_t type);
+    [[nodiscard]] int readDayStatus(int64_t end);
+    [[nodiscard]] int readWeekMonStatus(int64_t end);
+    [[nodiscard]] int writeEndPosition();
+    int breakFile(); // sets broken, reports it, returns -1
+
+    std::string m_path;
+    std::unique_ptr<File> m_file;
+    uint64_t m_totalCount = 0;
+    int64_t m_endPos = 0;
+    std::unique_ptr<UrlRecordBlock> m_block;
+    uint32_t m_type = 0;
+    std::variant<std::monostate, DayStatus, WeekMonStatus> m_status;
+    bool m_broken = false;
+    bool m_headerPending = false;
+    bool m_eof = false;
+};
+
+} // namespace kestrine

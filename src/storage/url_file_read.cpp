@@ -1,0 +1,123 @@
+#include "frame/log.h"
+#include "storage/url_file.h"
+
+namespace kestrine {
+
+int UrlFile::getTopRecord(UrlRecordView& record) {
+    if (m_file == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (m_eof) {
+        return 1;
+    }
+    if (!m_block->hasCurrent()) {
+        const int result = readUrlRecordBlocks();
+        if (result < 0) {
+            LOG_ERROR("read blocks from file %s fail", m_path.c_str());
+        }
+        if (result != 0) {
+            return result;
+        }
+    }
+    if (m_block->getCurrentUrlRecord(record) != 0) {
+        LOG_ERROR("getCurrentUrlRecord fail, set broken flag %s", m_path.c_str());
+        m_broken = true;
+        return -1;
+    }
+    return 0;
+}
+
+int UrlFile::readOneRecord(UrlRecordView& record) {
+    const int result = getTopRecord(record);
+    if (result < 0) {
+        LOG_ERROR("getTopRecord fail %s", m_path.c_str());
+    }
+    if (result != 0) {
+        return result;
+    }
+    m_block->advance(record);
+    countRecordRead();
+    return 0;
+}
+
+int UrlFile::readUrlRecordBlocks() {
+    if (m_file == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    m_block->reset();
+    m_headerPending = false;
+    const int result = m_block->readOneBlock(*m_file, m_endPos);
+    if (result < 0) {
+        LOG_ERROR("readOneBlock fail, set broken flag %s", m_path.c_str());
+        m_broken = true;
+    } else if (result == 1) {
+        m_eof = true;
+    }
+    return result;
+}
+
+int UrlFile::readBlockHeader(BlockHeader& header) {
+    if (m_file == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (m_eof) {
+        return 1;
+    }
+    if (!m_headerPending) {
+        const int result = readNextHeader();
+        if (result != 0) {
+            return result;
+        }
+    }
+    header = m_block->header();
+    return 0;
+}
+
+int UrlFile::readNextHeader() {
+    if (m_block->hasCurrent()) {
+        LOG_ERROR("still have next");
+        return -1;
+    }
+    const int result = m_block->readBlockHeader(*m_file, m_endPos);
+    if (result < 0) {
+        LOG_ERROR("read one block from %s fail, set broken flag", m_path.c_str());
+        m_broken = true;
+        return -1;
+    }
+    m_headerPending = result == 0;
+    m_eof = result == 1;
+    return result;
+}
+
+int UrlFile::readBlockData(ByteView& data) {
+    if (!m_headerPending) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    m_headerPending = false;
+    if (m_block->readBlockData(*m_file, m_endPos) != 0) {
+        LOG_ERROR("read block data fail %s, set broken flag", m_path.c_str());
+        m_broken = true;
+        return -1;
+    }
+    data = m_block->storedData();
+    return 0;
+}
+
+int UrlFile::unCompress() {
+    if (m_block == nullptr || m_headerPending) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (m_block->unCompress() != 0) {
+        LOG_ERROR("uncompress fail %s, set broken flag", m_path.c_str());
+        m_broken = true;
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace kestrine

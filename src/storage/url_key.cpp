@@ -1,0 +1,75 @@
+#include "storage/url_key.h"
+
+#include <bit>
+
+namespace kestrine {
+namespace {
+
+constexpr size_t g_round = 12; // bytes that one round of the main loop takes
+
+struct State {
+    uint32_t a;
+    uint32_t b;
+    uint32_t c;
+
+    void mix() {
+        a -= c, a ^= std::rotl(c, 4), c += b;
+        b -= a, b ^= std::rotl(a, 6), a += c;
+        c -= b, c ^= std::rotl(b, 8), b += a;
+        a -= c, a ^= std::rotl(c, 16), c += b;
+        b -= a, b ^= std::rotl(a, 19), a += c;
+        c -= b, c ^= std::rotl(b, 4), b += a;
+    }
+    void finish() {
+        c ^= b, c -= std::rotl(b, 14);
+        a ^= c, a -= std::rotl(c, 11);
+        b ^= a, b -= std::rotl(a, 25);
+        c ^= b, c -= std::rotl(b, 16);
+        a ^= c, a -= std::rotl(c, 4);
+        b ^= a, b -= std::rotl(a, 14);
+        c ^= b, c -= std::rotl(b, 24);
+    }
+};
+
+// The first four of `length` bytes as a word; bytes that are not there count as 0.
+uint32_t loadTail(const uint8_t* bytes, size_t length) {
+    if (length >= 4) {
+        return loadLittle<uint32_t>(bytes);
+    }
+    uint32_t word = 0;
+    for (size_t i = 0; i < length; ++i) {
+        word |= uint32_t{bytes[i]} << (8 * i);
+    }
+    return word;
+}
+
+} // namespace
+
+void hashlittle2(const uint8_t* key, size_t length, uint32_t* primary, uint32_t* secondary) {
+    const uint32_t start = 0xdeadbeef + static_cast<uint32_t>(length) + *primary;
+    State state{start, start, start + *secondary};
+    for (; length > g_round; length -= g_round, key += g_round) {
+        state.a += loadLittle<uint32_t>(key);
+        state.b += loadLittle<uint32_t>(key + 4);
+        state.c += loadLittle<uint32_t>(key + 8);
+        state.mix();
+    }
+    // The main loop leaves 1 to 12 bytes; only an empty key skips the final step.
+    if (length > 0) {
+        state.a += loadTail(key, length);
+        state.b += length > 4 ? loadTail(key + 4, length - 4) : 0;
+        state.c += length > 8 ? loadTail(key + 8, length - 8) : 0;
+        state.finish();
+    }
+    *primary = state.c;
+    *secondary = state.b;
+}
+
+uint64_t urlKey(ByteView bytes) {
+    uint32_t primary = 0;
+    uint32_t secondary = 0;
+    hashlittle2(bytes.data(), bytes.size(), &primary, &secondary);
+    return (uint64_t{primary} << 32) + secondary;
+}
+
+} // namespace kestrine

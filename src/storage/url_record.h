@@ -1,0 +1,80 @@
+// One host with its visits, in memory and inside a block.
+//
+//   offset size field
+//        0    8 key      key of the whole host text
+//        8    8 count    visits
+//       16    4 type     type word of the log record that came first
+//       20    4 urlLen   length of the text with its terminating zero, 1 to 260
+//       24    n url      host text (at most 259 bytes) and a zero
+#pragma once
+
+#include "frame/bytes.h"
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace kestrine {
+
+constexpr size_t g_recordHeadSize = 24;
+constexpr size_t g_maxHostText = 259; // longer hosts keep their first 259 bytes
+constexpr size_t g_maxRecordSize = g_recordHeadSize + g_maxHostText + 1;
+
+// A record that lies elsewhere; `url` is the text without its zero.
+struct UrlRecordView {
+    uint64_t key = 0;
+    uint64_t count = 0;
+    uint32_t type = 0;
+    std::string_view url;
+
+    [[nodiscard]] uint32_t urlLen() const { return static_cast<uint32_t>(url.size()) + 1; }
+    [[nodiscard]] size_t size() const { return g_recordHeadSize + urlLen(); }
+    // Writes the `size()` bytes of the record.
+    void store(uint8_t* bytes) const;
+};
+
+// Decodes the record at the start of `bytes`. 0, or -1 when the bytes do not hold a whole record
+// with a text of 1 to 260 bytes that ends in a zero.
+[[nodiscard]] inline int parseRecord(ByteView bytes, UrlRecordView& record) {
+    if (bytes.size() < g_recordHeadSize) {
+        return -1;
+    }
+    const ByteView text = bytes.subspan(g_recordHeadSize);
+    const auto urlLen = loadLittle<uint32_t>(bytes.data() + 20);
+    if (urlLen == 0 || urlLen > g_maxHostText + 1 || urlLen > text.size() ||
+        text[urlLen - 1] != 0) {
+        return -1;
+    }
+    record.key = loadLittle<uint64_t>(bytes.data());
+    record.count = loadLittle<uint64_t>(bytes.data() + 8);
+    record.type = loadLittle<uint32_t>(bytes.data() + 16);
+    record.url = asText(text.first(urlLen - 1));
+    return 0;
+}
+
+// A record of its own, one allocation of 25 + text length bytes.
+struct UrlRecord {
+    uint64_t key;
+    uint64_t count;
+    uint32_t type;
+    uint32_t urlLen;
+    // followed by urlLen bytes of text with its zero
+
+    [[nodiscard]] std::string_view url() const {
+        return {static_cast<const char*>(static_cast<const void*>(this + 1)), urlLen - 1};
+    }
+    [[nodiscard]] UrlRecordView view() const { return {key, count, type, url()}; }
+    // What the record costs of a memory budget.
+    [[nodiscard]] size_t size() const { return g_recordHeadSize + urlLen; }
+};
+static_assert(sizeof(UrlRecord) == g_recordHeadSize);
+
+struct FreeUrlRecord {
+    void operator()(UrlRecord* record) const;
+};
+using UrlRecordPtr = std::unique_ptr<UrlRecord, FreeUrlRecord>;
+
+// A new record with the first 259 bytes of the view's text; null when memory is not to be had.
+[[nodiscard]] UrlRecordPtr makeUrlRecord(const UrlRecordView& view);
+
+} // namespace kestrine

@@ -1,0 +1,128 @@
+#include "frame/log.h"
+#include "frame/tree_names.h"
+#include "storage/status.h"
+#include "storage/status_frame.h"
+
+namespace kestrine {
+namespace {
+
+constexpr size_t g_headSize = 12;
+constexpr size_t g_entrySize = 264;
+
+[[nodiscard]] int storeEntry(uint8_t* bytes, const DateEntry& entry) {
+    storeLittle(bytes + 260, entry.counter);
+    return storeStatusPath(bytes, entry.path);
+}
+
+DateEntry loadEntry(const uint8_t* bytes) {
+    return {loadStatusPath(bytes), loadLittle<int32_t>(bytes + 260)};
+}
+
+} // namespace
+
+int WeekMonStatus::writeStatus(File* file) const {
+    if (file == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    if (m_entries.empty()) {
+        LOG_ERROR("device info size 0");
+        return -1;
+    }
+    Buffer record;
+    if (allocateStatus(g_headSize + g_entrySize * m_entries.size(), record) != 0) {
+        return -1;
+    }
+    uint8_t* bytes = record.data() + g_statusFrameSize;
+    storeLittle(bytes, m_totalCount);
+    storeLittle(bytes + 8, static_cast<uint32_t>(m_entries.size()));
+    bytes += g_headSize;
+    for (const DateEntry& entry : m_entries) {
+        if (storeEntry(bytes, entry) != 0) {
+            return -1;
+        }
+        bytes += g_entrySize;
+    }
+    return writeStatusRecord(*file, record);
+}
+
+int WeekMonStatus::readStatus(File* file, int64_t length, WeekMonStatus& status) {
+    if (file == nullptr) {
+        LOG_ERROR("param invalid");
+        return -1;
+    }
+    uint64_t notVerified = 0;
+    Buffer body;
+    if (readStatusRecord(*file, length, notVerified, body) != 0) {
+        return -1;
+    }
+    return status.parse(body.span());
+}
+
+int WeekMonStatus::parse(ByteView body) {
+    if (body.size() < g_headSize) {
+        LOG_ERROR("len %d too short", static_cast<int32_t>(body.size()));
+        return -1;
+    }
+    m_totalCount = loadLittle<int64_t>(body.data());
+    size_t start = g_headSize;
+    for (; body.size() - start >= g_entrySize; start += g_entrySize) {
+        m_entries.push_back(loadEntry(body.data() + start));
+    }
+    if (start != body.size()) {
+        LOG_INFO("error start %d len %d", static_cast<int32_t>(start),
+                 static_cast<int32_t>(body.size()));
+    }
+    return 0;
+}
+
+void WeekMonStatus::setTotalCount(int64_t count) {
+    if (count < 0) {
+        LOG_INFO("error counter %d", static_cast<int32_t>(count));
+    }
+    m_totalCount = count;
+}
+
+bool WeekMonStatus::atEnd() const {
+    return m_index >= static_cast<int32_t>(m_entries.size());
+}
+
+std::string WeekMonStatus::getNewPath() const {
+    if (m_index < 0 || atEnd()) {
+        LOG_ERROR("m_index %d size %d", m_index, static_cast<int32_t>(m_entries.size()));
+        return {};
+    }
+    return m_entries[static_cast<size_t>(m_index)].path;
+}
+
+int32_t WeekMonStatus::getNewCounter() const {
+    if (m_index < 0 || atEnd()) {
+        LOG_ERROR("m_index %d size %d", m_index, static_cast<int32_t>(m_entries.size()));
+        return -1;
+    }
+    const int32_t counter = m_entries[static_cast<size_t>(m_index)].counter;
+    if (counter < -1) {
+        LOG_ERROR("m_counter -1");
+    }
+    return counter;
+}
+
+void WeekMonStatus::moveNextAfter() {
+    if (atEnd()) {
+        LOG_ERROR("m_index %d size %d result %d", m_index, static_cast<int32_t>(m_entries.size()),
+                  m_index + 1);
+    }
+    ++m_index;
+}
+
+int32_t WeekMonStatus::counterOfDate(const std::string& path) const {
+    const std::string_view date = names::lastComponent(path);
+    for (const DateEntry& entry : m_entries) {
+        if (names::lastComponent(entry.path) == date) {
+            return entry.counter;
+        }
+    }
+    return -1;
+}
+
+} // namespace kestrine

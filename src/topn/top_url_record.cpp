@@ -1,0 +1,135 @@
+#include "topn/top_url_record.h"
+
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+
+#include <cerrno>
+#include <vector>
+
+namespace kestrine {
+
+TopUrlRecord::~TopUrlRecord() {
+    const auto drain = [this](Queue& queue) {
+        while (queue.size() > 0) {
+            const UrlRecordPtr record(queue.top());
+            queue.pop();
+            --m_copies;
+        }
+    };
+    drain(m_all);
+    for (auto& [type, queue] : m_types) {
+        drain(queue);
+    }
+    if (m_copies != 0) {
+        LOG_ERROR("unfree count %d!!!", m_copies);
+    }
+}
+
+int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
+                            const std::string& path) {
+    if (directory.empty() || path.empty()) {
+        LOG_ERROR("assureNotEmpty fail");
+        return -1;
+    }
+    if (m_all.init(g_listLength, lessByCountAndKey) != 0) {
+        LOG_ERROR("init heap fail");
+        return -1;
+    }
+    UrlFile file;
+    const int ret = readFile(file, statusType, path);
+    if (ret != 0 || stopRequested()) {
+        const bool broken = file.broken();
+        if (file.close() != 0) {
+            LOG_ERROR("close %s fail", path.c_str());
+        }
+        if (broken && setAside(path) != 0) {
+            return -1;
+        }
+        return ret;
+    }
+    if (writeOutTop(directory) != 0) {
+        LOG_ERROR("writeOutTop fail");
+        return -1;
+    }
+    return file.close();
+}
+
+int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string& path) {
+    if (file.open(path, OpenMode::Read) != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return -1;
+    }
+    if (file.readStatus(statusType) != 0) {
+        LOG_ERROR("read status from %s fail", path.c_str());
+        return -1;
+    }
+    while (!stopRequested()) {
+        UrlRecordView record;
+        const int ret = file.readOneRecord(record);
+        if (ret == 1) {
+            return 0;
+        }
+        if (ret < 0) {
+            LOG_ERROR("read one record from %s fail", path.c_str());
+            return -1;
+        }
+        if (insertHeap(record, m_all) != 0 || insertTypeHashMap(m_types, record) != 0) {
+            LOG_ERROR("insert heap fail");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Most records of a large file do not reach the list: they are refused before they are copied.
+int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
+    if (queue.full() &&
+        static_cast<int64_t>(record.count) < static_cast<int64_t>(queue.top()->count)) {
+        return 0;
+    }
+    UrlRecordPtr copy = makeUrlRecord(record);
+    if (!copy) {
+        LOG_ERROR("malloc fail, errno %d", errno);
+        return -1;
+    }
+    UrlRecord* dropped = nullptr;
+    const int ret = queue.push(copy.get(), dropped);
+    if (ret < 0) {
+        LOG_ERROR("insert fail");
+        return -1;
+    }
+    (void)copy.release(); // the queue's, or `dropped`
+    ++m_copies;
+    if (ret == 1) {
+        const UrlRecordPtr freed(dropped);
+        --m_copies;
+    }
+    return 0;
+}
+
+int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
+                                    const UrlRecordView& record) {
+    const auto [place, added] = queues.try_emplace(record.type);
+    if (added && place->second.init(g_listLength, lessByCountAndKey) != 0) {
+        LOG_ERROR("init heap fail");
+        return -1;
+    }
+    if (insertHeap(record, place->second) != 0) {
+        LOG_ERROR("insert heap fail");
+        return -1;
+    }
+    return 0;
+}
+
+int TopUrlRecord::setAside(const std::string& path) {
+    if (Util::dumpBrokenFile(path) != 0) {
+        LOG_ERROR("dumpBrokenFile %s fail", path.c_str());
+        return -1;
+    }
+    return Util::removeBrokenFile(path);
+}
+
+} // namespace kestrine

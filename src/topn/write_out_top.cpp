@@ -1,0 +1,158 @@
+// Writing of the lists and the swap that puts them in place:
+//
+//  1. A left-over "topn.temp.temp" is deleted, so that no stale list is promoted, and made anew.
+//  2. Every list is written into it and synced, then the directory.
+//  3. A left-over "topn.temp" is deleted; "topn.temp.temp" is renamed to it: the set is complete.
+//  4. "topn" is deleted; "topn.temp" is renamed to it.
+#include "topn/top_url_record.h"
+
+#include "frame/log.h"
+#include "frame/tree_names.h"
+#include "frame/util.h"
+#include "platform/platform.h"
+
+#include <cerrno>
+#include <vector>
+
+namespace kestrine {
+
+namespace {
+
+int deleteIfThere(const std::string& directory) {
+    if (platform().exists(directory) && Util::deleteDir(directory) != 0) {
+        LOG_ERROR("delete dir %s fail", directory.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int renameDirectory(const std::string& from, const std::string& to) {
+    if (platform().rename(from, to) != 0) {
+        LOG_ERROR("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+int syncOneDirectory(const std::string& directory) {
+    if (platform().syncDirectory(directory) != 0) {
+        LOG_ERROR("sync directory %s fail, errno %d", directory.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace
+
+int TopUrlRecord::writeOutTop(const std::string& directory) {
+    const std::string incomplete = names::topTempTempDir(directory);
+    const std::string complete = names::topTempDir(directory);
+    const std::string current = names::topDir(directory);
+    if (platform().exists(incomplete)) {
+        LOG_ERROR("%s should not exist", incomplete.c_str());
+        if (deleteIfThere(incomplete) != 0) {
+            return -1;
+        }
+    }
+    if (Util::createDir(incomplete + "/", Durable::No) != 0) {
+        LOG_ERROR("create dir %s fail", incomplete.c_str());
+        return -1;
+    }
+    if (writeAllLists(incomplete) != 0 || syncOneDirectory(incomplete) != 0) {
+        return -1;
+    }
+    if (platform().exists(complete)) {
+        LOG_ERROR("%s should not exist", complete.c_str());
+        if (deleteIfThere(complete) != 0) {
+            return -1;
+        }
+    }
+    if (renameDirectory(incomplete, complete) != 0 || syncOneDirectory(directory) != 0 ||
+        deleteIfThere(current) != 0 || renameDirectory(complete, current) != 0) {
+        return -1;
+    }
+    return syncOneDirectory(directory);
+}
+
+int TopUrlRecord::writeAllLists(const std::string& directory) {
+    for (auto& [type, queue] : m_types) {
+        const std::string path = names::topFile(directory, type);
+        if (path.size() > g_maxPath) {
+            LOG_ERROR("sprintf_n fail, errno %d", errno);
+            return -1;
+        }
+        if (writeOutOneHeap(queue, path) != 0) {
+            LOG_ERROR("write out one heap to %s fail", path.c_str());
+            return -1;
+        }
+    }
+    const std::string path = names::topAllFile(directory);
+    if (writeOutOneHeap(m_all, path) != 0) {
+        LOG_ERROR("write out one heap to %s fail", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
+    const std::string work = names::tempOf(path);
+    if (writeList(queue, work) != 0) {
+        return -1;
+    }
+    if (platform().exists(path)) {
+        LOG_INFO("%s exist, remove", path.c_str());
+        if (platform().removeFile(path) != 0) {
+            LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+            return -1;
+        }
+    }
+    if (platform().rename(work, path) != 0) {
+        LOG_ERROR("rename from %s to %s fail, errno %d", work.c_str(), path.c_str(), errno);
+        return -1;
+    }
+    return 0;
+}
+
+// Empties the queue, whose smallest record comes first, and writes it from the end.
+int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
+    std::vector<UrlRecordPtr> records;
+    records.reserve(queue.size());
+    while (queue.size() > 0) {
+        records.emplace_back(queue.top());
+        queue.pop();
+        --m_copies;
+    }
+    UrlFile file;
+    if (file.open(path, OpenMode::Truncate) != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return -1;
+    }
+    for (auto record = records.rbegin(); record != records.rend(); ++record) {
+        if (file.writeOneRecord((*record)->view()) != 0) {
+            LOG_ERROR("write one record to %s fail", path.c_str());
+            return -1;
+        }
+    }
+    if (file.flush() != 0) {
+        LOG_ERROR("flush %s fail", path.c_str());
+        return -1;
+    }
+    DayStatus status;
+    status.entries().push_back({"just for test", -1, 0});
+    status.setTotalCount(file.totalCount());
+    if (file.writeStatus(status) != 0) {
+        LOG_ERROR("write status to %s fail", path.c_str());
+        return -1;
+    }
+    if (file.sync() != 0) {
+        LOG_ERROR("sync %s fail", path.c_str());
+        return -1;
+    }
+    if (file.close() != 0) {
+        LOG_ERROR("close %s fail", path.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace kestrine

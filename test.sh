@@ -1,0 +1,55 @@
+#!/bin/bash
+# Builds Kestrine and runs all its tests; installs from Debian what is missing for that.
+#   ./test.sh          Linux (release, sanitizers; with Clang build only) and Windows (under Wine)
+#   ./test.sh --quick  Linux release and sanitizers alone
+set -euo pipefail
+cd "$(dirname "$0")"
+source cmake/packages.sh
+
+case "$*" in
+    "") quick=0 ;;
+    --quick) quick=1 ;;
+    *) echo "usage: ./test.sh [--quick]" >&2; exit 2 ;;
+esac
+
+# A build that silently lacks one of these would test nothing.
+programs=(kestrine mklogdata urlstat kestrine_tests kestrine_e2e)
+
+# quietly COMMAND... : shows the output of a command only when it fails.
+quietly() {
+    local output
+    if ! output=$("$@" 2>&1 </dev/null); then
+        printf '%s\n' "$output"
+        return 1
+    fi
+}
+
+build() {
+    local preset=$1
+    echo "== $preset: build"
+    quietly cmake --preset "$preset"
+    quietly cmake --build --preset "$preset" -j "$(nproc)"
+    quietly cmake --build --preset "$preset" --target "${programs[@]}"
+}
+
+# Leaves out the lines of tests that start and pass; the summary and every failure stay.
+run_tests() {
+    local preset=$1
+    echo "== $preset: test"
+    ctest --preset "$preset" </dev/null 2>&1 |
+        grep --line-buffered -vE '^ +Start +[0-9]+:|^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed '
+}
+
+install_missing "${native_packages[@]}" "${test_packages[@]}"
+for preset in linux-release linux-sanitize; do
+    build $preset
+    run_tests $preset
+done
+
+if ((!quick)); then
+    install_missing "${cross_packages[@]}"
+    build linux-clang
+    build windows-release
+    run_tests windows-release
+fi
+echo "all builds and tests succeeded"

@@ -1,0 +1,115 @@
+// Platforms for tests, each standing on the one that was in place when it was made.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <functional>
+#include <optional>
+
+namespace kestrine::test {
+
+// Puts a platform in place for a scope.
+class ScopedPlatform {
+public:
+    explicit ScopedPlatform(Platform& replacement) : m_previous(setPlatform(&replacement)) {}
+    ~ScopedPlatform() { setPlatform(m_previous); }
+    ScopedPlatform(const ScopedPlatform&) = delete;
+    ScopedPlatform& operator=(const ScopedPlatform&) = delete;
+
+private:
+    Platform* m_previous;
+};
+
+// Hands every call on; tests override what they need.
+class ForwardingPlatform : public Platform {
+public:
+    explicit ForwardingPlatform(Platform& target = platform()) : m_target(target) {}
+
+    uint32_t lastError() const override { return m_target.lastError(); }
+    std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
+        return m_target.open(path, mode);
+    }
+    bool exists(const std::string& path) override { return m_target.exists(path); }
+    int info(const std::string& path, FileInfo& info) override { return m_target.info(path, info); }
+    int removeFile(const std::string& path) override { return m_target.removeFile(path); }
+    int rename(const std::string& from, const std::string& to) override {
+        return m_target.rename(from, to);
+    }
+    int makeDirectory(const std::string& path) override { return m_target.makeDirectory(path); }
+    int removeDirectory(const std::string& path) override { return m_target.removeDirectory(path); }
+    int syncDirectory(const std::string& path) override { return m_target.syncDirectory(path); }
+    int find(const std::string& pattern, std::vector<FindEntry>& entries, FindStep& step) override {
+        return m_target.find(pattern, entries, step);
+    }
+    int freeSpace(const std::string& path, uint64_t& bytes) override {
+        return m_target.freeSpace(path, bytes);
+    }
+    bool sameFileName(const std::string& a, const std::string& b) const override {
+        return m_target.sameFileName(a, b);
+    }
+    int removeTree(const std::string& command, const std::string& path) override {
+        return m_target.removeTree(command, path);
+    }
+    int move(const std::string& command, const std::string& from, const std::string& to) override {
+        return m_target.move(command, from, to);
+    }
+    int64_t now() override { return m_target.now(); }
+    LocalTime localTime() override { return m_target.localTime(); }
+    uint32_t tickCount() override { return m_target.tickCount(); }
+    void sleep(uint32_t milliseconds) override { m_target.sleep(milliseconds); }
+    std::string executablePath() override { return m_target.executablePath(); }
+    NamedEventResult createNamedEvent(const std::string& name,
+                                      std::unique_ptr<NamedEvent>& event) override {
+        return m_target.createNamedEvent(name, event);
+    }
+    int installSignalHandler(std::span<const int> signals, void (*handler)(int)) override {
+        return m_target.installSignalHandler(signals, handler);
+    }
+
+private:
+    Platform& m_target;
+};
+
+// Time, free space and the executable's path as the test sets them. Sleeping takes no time: it is
+// counted, moves the clocks that are set on, and calls `onSleep`.
+class FakeClockPlatform : public ForwardingPlatform {
+public:
+    using ForwardingPlatform::ForwardingPlatform;
+
+    std::optional<int64_t> seconds;
+    std::optional<LocalTime> local;
+    std::optional<uint32_t> ticks;
+    std::optional<uint64_t> freeBytes;
+    std::optional<std::string> executable;
+    uint64_t slept = 0; // milliseconds
+    std::function<void()> onSleep;
+
+    int64_t now() override { return seconds ? *seconds : ForwardingPlatform::now(); }
+    LocalTime localTime() override { return local ? *local : ForwardingPlatform::localTime(); }
+    uint32_t tickCount() override { return ticks ? *ticks : ForwardingPlatform::tickCount(); }
+    int freeSpace(const std::string& path, uint64_t& bytes) override {
+        if (!freeBytes) {
+            return ForwardingPlatform::freeSpace(path, bytes);
+        }
+        bytes = *freeBytes;
+        return 0;
+    }
+    std::string executablePath() override {
+        return executable ? *executable : ForwardingPlatform::executablePath();
+    }
+    void sleep(uint32_t milliseconds) override {
+        const auto before = static_cast<int64_t>(slept / 1000);
+        slept += milliseconds;
+        if (seconds) {
+            *seconds += static_cast<int64_t>(slept / 1000) - before;
+        }
+        if (ticks) {
+            *ticks += milliseconds;
+        }
+        if (onSleep) {
+            onSleep();
+        }
+    }
+};
+
+} // namespace kestrine::test

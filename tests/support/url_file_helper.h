@@ -1,0 +1,60 @@
+// URL files for tests: written from lists of records, read back, and taken apart as bytes.
+#pragma once
+
+#include "storage/url_file.h"
+
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kestrine::test {
+
+// A record with a text of its own.
+struct TestRecord {
+    uint64_t key = 0;
+    uint64_t count = 1;
+    uint32_t type = 0;
+    std::string url;
+
+    [[nodiscard]] UrlRecordView view() const { return {key, count, type, url}; }
+    bool operator==(const TestRecord&) const = default;
+};
+void PrintTo(const TestRecord& record, std::ostream* stream);
+
+using TestRecords = std::vector<TestRecord>;
+
+// The record that the service would make of visits to a host.
+[[nodiscard]] TestRecord recordOf(const std::string& host, uint64_t count = 1, uint32_t type = 0);
+// Distinct hosts of `shortest` to `longest` characters, in key order.
+[[nodiscard]] TestRecords randomRecords(std::mt19937_64& random, size_t number, size_t shortest = 1,
+                                        size_t longest = g_maxHostText);
+[[nodiscard]] TestRecords sortedByKey(TestRecords records);
+
+[[nodiscard]] DayStatus dayStatusOf(std::vector<NodeEntry> entries, int32_t newCounter = -1);
+[[nodiscard]] WeekMonStatus weekMonStatusOf(std::vector<DateEntry> entries);
+
+// Writes a finished file. The records, in key order, stand in the given blocks; an empty list of
+// blocks gives a file with a status alone. The status' total is set to the sum of the counts.
+// Reports a failure to the test.
+void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
+                  DayStatus status);
+void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
+                  WeekMonStatus status);
+
+struct UrlFileContent {
+    bool whole = false;  // status and all records could be read
+    bool broken = false; // the file's broken flag
+    TestRecords records; // those read before a failure
+    std::optional<DayStatus> dayStatus;
+    std::optional<WeekMonStatus> weekMonStatus;
+};
+// Reads everything, as far as possible.
+[[nodiscard]] UrlFileContent readUrlFile(const std::string& path, uint32_t type = g_dayStatusType);
+
+// Whole files as bytes; a failure is reported to the test.
+[[nodiscard]] std::vector<uint8_t> readBytes(const std::string& path);
+void writeBytes(const std::string& path, ByteView bytes);
+
+} // namespace kestrine::test

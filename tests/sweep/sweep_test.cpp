@@ -1,0 +1,170 @@
+// Every change of the disk as a fault point: the service goes wrong there, is started again over
+// the tree that this left, and must end with what an undisturbed run writes.
+#include "sweep_world.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <set>
+
+namespace kestrine::test {
+namespace {
+
+namespace fs = std::filesystem;
+using End = SweepWorld::End;
+
+constexpr int g_workers = 2;
+constexpr int g_reference = 1000; // place of the undisturbed run
+constexpr int g_secondKill = 100; // added to a worker's place
+
+uint64_t worldSize() {
+    const char* const larger = std::getenv("KESTRINE_SWEEP_VISITS");
+    return larger != nullptr ? std::strtoull(larger, nullptr, 10) : 150;
+}
+
+class Sweep : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        g_world = new SweepWorld(worldSize());
+        g_world->clear(g_reference);
+        const std::string calls = g_world->directory(g_reference) + "/calls";
+        ASSERT_EQ(g_world->run(g_reference, {{}, false, calls}), End::Normal);
+        g_wanted = snapshotOf(g_world->urlStatRoot(g_reference));
+        std::ifstream lines(calls);
+        for (std::string line; std::getline(lines, line);) {
+            g_calls.push_back(line.substr(line.find(' ') + 1));
+        }
+        ASSERT_GT(g_calls.size(), 100u);
+        uint64_t counted = 0;
+        for (const auto& [name, content] : g_wanted) {
+            if (name.ends_with("/daycrcsort")) {
+                for (const std::string& line : content) {
+                    counted += line.starts_with("/") ? 0 : std::stoull(line.substr(line.find(' ')));
+                }
+            }
+        }
+        ASSERT_EQ(counted, g_world->visits());
+    }
+    static void TearDownTestSuite() { delete g_world; }
+
+    // Runs `point` for 1 to `points`, shared among worker processes; each returns what is wrong, or
+    // nothing. Reports the first failures.
+    static void forEveryPoint(uint64_t points,
+                              const std::function<std::string(int, uint64_t)>& point) {
+        std::array<pid_t, g_workers> workers{};
+        for (int worker = 0; worker < g_workers; ++worker) {
+            workers[static_cast<size_t>(worker)] = fork();
+            if (workers[static_cast<size_t>(worker)] == 0) {
+                std::ofstream failures(report(worker));
+                for (uint64_t n = 1 + static_cast<uint64_t>(worker); n <= points; n += g_workers) {
+                    const std::string wrong = point(worker, n);
+                    if (!wrong.empty()) {
+                        failures << "at change " << n << " (" << nameOf(n) << "): " << wrong
+                                 << std::endl;
+                    }
+                }
+                std::_Exit(0);
+            }
+        }
+        for (int worker = 0; worker < g_workers; ++worker) {
+            int status = 0;
+            waitpid(workers[static_cast<size_t>(worker)], &status, 0);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+            std::ifstream failures(report(worker));
+            int shown = 0;
+            for (std::string line; std::getline(failures, line) && shown < 5; ++shown) {
+                ADD_FAILURE() << line;
+            }
+        }
+        std::cout << "tried " << points << " points\n";
+    }
+
+    static std::string report(int worker) { return g_world->directory(worker) + ".failures"; }
+    static std::string nameOf(uint64_t n) { return n <= g_calls.size() ? g_calls[n - 1] : "later"; }
+
+    // The tree right after a kill must be one that the start-up check can meet.
+    static std::string impossibleState(int place) {
+        for (const auto& entry : fs::recursive_directory_iterator(g_world->urlStatRoot(place))) {
+            const std::string path = entry.path().generic_string();
+            if (!path.ends_with("_backup")) {
+                continue;
+            }
+            const std::string formal = path.substr(0, path.size() - 7);
+            if (!fs::exists(formal) && fs::exists(formal + ".temp")) {
+                return "backup and temp exist, but formal does not: " + formal;
+            }
+        }
+        return {};
+    }
+
+    // What is wrong after the service was started again, undisturbed.
+    static std::string recover(int place) {
+        const End end = g_world->run(place, {});
+        if (end != End::Normal) {
+            return end == End::Failed ? "the next start failed" : "the next start crashed";
+        }
+        return difference(g_wanted, snapshotOf(g_world->urlStatRoot(place)));
+    }
+
+    static std::string disturbAndRecover(int place, const FaultPlan& plan) {
+        g_world->clear(place);
+        const End end = g_world->run(place, {plan, false, {}});
+        if (end == End::Crashed) {
+            return "crashed";
+        }
+        const std::string state =
+            fs::exists(g_world->urlStatRoot(place)) ? impossibleState(place) : "";
+        return state.empty() ? recover(place) : state;
+    }
+
+    static SweepWorld* g_world;
+    static Snapshot g_wanted;
+    static std::vector<std::string> g_calls; // of the undisturbed run
+};
+
+SweepWorld* Sweep::g_world = nullptr;
+Snapshot Sweep::g_wanted;
+std::vector<std::string> Sweep::g_calls;
+
+TEST_F(Sweep, Kill) {
+    forEveryPoint(g_calls.size(), [](int place, uint64_t n) {
+        return disturbAndRecover(place, {Fault::Kill, n, 0});
+    });
+}
+
+TEST_F(Sweep, PowerLoss) {
+    forEveryPoint(g_calls.size(), [](int place, uint64_t n) {
+        return disturbAndRecover(place, {Fault::PowerLoss, n, 0});
+    });
+}
+
+TEST_F(Sweep, FailOnce) {
+    constexpr std::array errors = {ENOSPC, EIO, EACCES, EBUSY};
+    forEveryPoint(g_calls.size(), [&](int place, uint64_t n) {
+        return disturbAndRecover(place, {Fault::FailOnce, n, errors[n % errors.size()]});
+    });
+}
+
+TEST_F(Sweep, FailFromThenOn) {
+    constexpr std::array errors = {EIO, ENOSPC, EACCES};
+    forEveryPoint(g_calls.size(), [&](int place, uint64_t n) {
+        return disturbAndRecover(place, {Fault::FailOn, n, errors[n % errors.size()]});
+    });
+}
+
+TEST_F(Sweep, ShortWrite) {
+    forEveryPoint(g_calls.size(), [](int place, uint64_t n) {
+        return nameOf(n) == "write" ? disturbAndRecover(place, {Fault::ShortWrite, n, ENOSPC}) : "";
+    });
+}
+
+} // namespace
+} // namespace kestrine::test

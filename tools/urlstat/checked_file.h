@@ -1,0 +1,69 @@
+// A statistics file or top list that is read from end to end and checked on the way.
+#pragma once
+
+#include "storage/url_file.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace kestrine::viewer {
+
+enum class FileKind {
+    TopList,   // records by count; day status
+    Day,       // day, new-day and temporary files: records by key; day status
+    WeekMonth, // records by key; week and month status
+};
+
+// The kind by the file's name, which may carry further letters before and behind.
+[[nodiscard]] FileKind kindOf(std::string_view path);
+
+// Every fault is counted, the first ones are reported on the standard error stream. Checked beyond
+// what UrlFile itself does: checksum and length of every status, totals and key ranges of blocks,
+// the order of records over the file, the key of each host, the total in the status.
+class CheckedFile {
+public:
+    using OnBlock = std::function<void(uint64_t number, const BlockHeader& header)>;
+    using OnRecord = std::function<void(const UrlRecordView& record)>;
+
+    // Opens the file and reads its status. 0 also when the status is damaged, which is a fault: the
+    // records may be readable all the same. -1 when the file cannot be opened.
+    [[nodiscard]] int open(const std::string& path, FileKind kind);
+    // Hands out everything that can be read, each block before its records.
+    void readAll(const OnBlock& onBlock, const OnRecord& onRecord);
+
+    [[nodiscard]] FileKind kind() const { return m_kind; }
+    // Null when it cannot be read, or is of the other kind.
+    [[nodiscard]] const DayStatus* dayStatus() {
+        return m_statusFits ? m_file.dayStatus() : nullptr;
+    }
+    [[nodiscard]] const WeekMonStatus* weekMonStatus() {
+        return m_statusFits ? m_file.weekMonStatus() : nullptr;
+    }
+    // What was read.
+    [[nodiscard]] uint64_t blocks() const { return m_blocks; }
+    [[nodiscard]] uint64_t records() const { return m_records; }
+    [[nodiscard]] uint64_t visits() const { return m_visits; }
+    [[nodiscard]] uint64_t faults() const { return m_faults; }
+
+private:
+    [[nodiscard]] int readBlock(const OnRecord& onRecord);
+    void checkStatusRecord();
+    void checkRecord(const UrlRecordView& record);
+    void checkTotal();
+    void fault(const std::string& text);
+
+    std::string m_path;
+    FileKind m_kind = FileKind::Day;
+    UrlFile m_file;
+    bool m_statusFits = false;
+    uint64_t m_blocks = 0;
+    uint64_t m_records = 0;
+    uint64_t m_visits = 0;
+    uint64_t m_lastKey = 0; // of the record before
+    uint64_t m_lastCount = 0;
+    uint64_t m_faults = 0;
+};
+
+} // namespace kestrine::viewer
