@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds Kestrine and runs all its tests; installs from Debian what is missing for that.
-#   ./test.sh          Linux (release, sanitizers; with Clang build only) and Windows (under Wine)
+#   ./test.sh          Linux (release, sanitizers; with Clang build only), Windows (under Wine), and
+#                      the fuzz targets, each for 20 s or KESTRINE_FUZZ_SECONDS
 #   ./test.sh --quick  Linux release and sanitizers alone
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -40,6 +41,14 @@ run_tests() {
         grep --line-buffered -vE '^ +Start +[0-9]+:|^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed '
 }
 
+run_fuzz_targets() {
+    echo "== linux-fuzz: build"
+    quietly cmake --preset linux-fuzz
+    quietly cmake --build --preset linux-fuzz --target fuzz -j "$(nproc)"
+    echo "== linux-fuzz: run"
+    fuzz/run.sh build/linux-fuzz
+}
+
 install_missing "${native_packages[@]}" "${test_packages[@]}"
 for preset in linux-release linux-sanitize; do
     build $preset
@@ -51,5 +60,6 @@ if ((!quick)); then
     build linux-clang
     build windows-release
     run_tests windows-release
+    run_fuzz_targets
 fi
 echo "all builds and tests succeeded"

@@ -3,7 +3,7 @@
 //   input   bits 0, 1  form: 0, 1 the file's bytes as they are
 //   byte 0                   2, 3 names, put into a file of the current or the older layout
 //   rest    bytes, or names of the length in front of each
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 #include "harness/target.h"
 
 #include "frame/tree_names.h"
@@ -24,22 +24,30 @@ constexpr const char* g_data = "/data/log_data";
 constexpr size_t g_headerSize = 16;
 constexpr size_t g_nameOffset = 40;
 constexpr size_t g_nameSize = 36;
-constexpr size_t g_mostNames = 20;
+constexpr int32_t g_mostNames = 20;
 
-// The writer's file of as many accounts, with the names written over.
+// The writer's file of the largest number of accounts, made once.
+const std::string& fullFile(bool older) {
+    static const std::vector<std::string> names(g_mostNames, "\\a");
+    static const std::string all[] = {worldgen::accountFileBytes(names, false),
+                                      worldgen::accountFileBytes(names, true)};
+    return all[older ? 1 : 0];
+}
+
+// The front of it, with the names of the input written over.
 Bytes fileOf(InputReader& input, bool older) {
-    std::vector<ByteView> wanted;
-    while (!input.empty() && wanted.size() < g_mostNames) {
-        wanted.push_back(input.take(input.byte() % (g_nameSize + 1)));
-    }
-    const std::string made =
-        worldgen::accountFileBytes(std::vector<std::string>(wanted.size(), "\\a"), older);
-    Bytes file(made.begin(), made.end());
     const size_t size = older ? AccountRecord::g_olderSize : AccountRecord::g_size;
-    for (size_t i = 0; i < wanted.size(); ++i) {
-        std::copy(wanted[i].begin(), wanted[i].end(),
-                  file.begin() + static_cast<ptrdiff_t>(g_headerSize + i * size + g_nameOffset));
+    const ByteView whole = asBytes(fullFile(older));
+    Bytes file(whole.begin(), whole.begin() + g_headerSize);
+    int32_t count = 0;
+    for (; !input.empty() && count < g_mostNames; ++count) {
+        const ByteView name = input.take(input.byte() % (g_nameSize + 1));
+        const ByteView record = whole.subspan(file.size(), size);
+        const auto field = static_cast<ptrdiff_t>(file.size() + g_nameOffset);
+        file.insert(file.end(), record.begin(), record.end());
+        std::copy(name.begin(), name.end(), file.begin() + field);
     }
+    storeLittle(file.data() + 4, count);
     return file;
 }
 
@@ -58,7 +66,7 @@ void checkRecords(const CMlAccountFile& accounts, size_t fileSize) {
 }
 
 void load() {
-    const Bytes before = memory().content(g_file);
+    const Bytes before = disk().content(g_file);
     CMlAccountFile accounts(g_file);
     const int result = accounts.loadAddRecords();
     require(result == 0 || result == CMlAccountFile::g_headerUnreadable ||
@@ -67,7 +75,7 @@ void load() {
             "a known result");
     checkRecords(accounts, before.size());
     const bool rewritten = result == 0 && accounts.version() == CMlAccountFile::g_olderVersion;
-    require(rewritten || memory().content(g_file) == before, "only the older layout is rewritten");
+    require(rewritten || disk().content(g_file) == before, "only the older layout is rewritten");
     if (!rewritten) {
         return;
     }
@@ -83,11 +91,11 @@ void load() {
 // Whatever the names, every account has a directory of its own in the statistics tree.
 void checkAccounts() {
     const std::string dataPath = "[mysql]\nlogdatapath=/data\n";
-    memory().put(g_dataPathFile, Bytes(dataPath.begin(), dataPath.end()));
-    memory().executable = g_program;
+    disk().put(g_dataPathFile, asBytes(dataPath));
+    disk().executable = g_program;
     std::vector<std::string> accounts;
     const int result = AbstractNewData::getAllAccounts(accounts);
-    memory().executable.clear();
+    disk().executable.clear();
     require(result == 0 || accounts.empty(), "a failure gives no account");
     std::set<std::string> directories;
     for (const std::string& account : accounts) {
@@ -107,7 +115,7 @@ void runInput(ByteView bytes) {
     const uint8_t form = input.byte() & 3;
     const ByteView rest = input.takeAll();
     InputReader names(rest);
-    memory().put(g_file, form >= 2 ? fileOf(names, form == 3) : Bytes(rest.begin(), rest.end()));
+    disk().put(g_file, form >= 2 ? fileOf(names, form == 3) : Bytes(rest.begin(), rest.end()));
     load();
     checkAccounts();
 }

@@ -9,7 +9,7 @@
 //           bit 5      reading begins with the second file
 //           bits 6, 7  files less 1 (forms 0 and 1)
 //   bytes 1 to 3       where the rest is cut into files, in 1/256
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 #include "harness/target.h"
 
 #include "frame/tree_names.h"
@@ -27,7 +27,7 @@ constexpr const char* g_node = "data/acc/devid_1/20120303/A";
 constexpr size_t g_headerBytes = 28;
 constexpr size_t g_blockHeaderBytes = 32;
 constexpr size_t g_recordHeadBytes = 12;
-constexpr size_t g_largeCapacity = 65536;
+constexpr size_t g_largeCapacity = 16384;
 constexpr size_t g_smallCapacity = 700;
 
 struct Options {
@@ -57,6 +57,15 @@ struct Expectation {
     bool known = false;
     std::vector<std::string> payloads;
 };
+
+Bytes deflated(std::string_view raw) {
+    Bytes packed(compressBound(raw.size()));
+    uLongf length = packed.size();
+    require(compress2(packed.data(), &length, asBytes(raw).data(), raw.size(), 1) == Z_OK,
+            "compresses");
+    packed.resize(length);
+    return packed;
+}
 
 // ---- form 1
 
@@ -97,10 +106,7 @@ Bytes repairedBlock(ByteView& rest) {
     }
     repairRecords(raw);
     if (flag == 1 && !raw.empty()) {
-        packed.resize(compressBound(raw.size()));
-        uLongf length = packed.size();
-        require(compress2(packed.data(), &length, raw.data(), raw.size(), 1) == Z_OK, "compresses");
-        packed.resize(length);
+        packed = deflated(asText(raw));
         stored = packed;
     } else if (flag == 0) {
         stored = raw;
@@ -185,10 +191,10 @@ public:
         if (size > m_options.capacity || record.payload.size() + 4 > m_options.delivery) {
             return;
         }
-        if (m_block.raw.size() + size > m_options.capacity) {
+        if (m_raw.size() + size > m_options.capacity) {
             endBlock(false);
         }
-        m_block.add(record);
+        appendRecord(m_raw, record);
         if (m_number >= m_options.start && isDelivered(record)) {
             expectation.payloads.push_back(record.payload);
         }
@@ -201,28 +207,30 @@ public:
     }
     void endFile() {
         endBlock(false);
-        const ByteView bytes = asBytes(m_file.bytes());
-        memory().put(names::datFile(g_node, m_number++), Bytes(bytes.begin(), bytes.end()));
+        disk().put(names::datFile(g_node, m_number++), asBytes(m_file.bytes()));
         m_file = {};
     }
 
     Expectation expectation;
 
 private:
-    // A block that would be longer compressed than the buffer is stored raw.
     void endBlock(bool compressed) {
-        m_block.compressed = compressed;
-        if (m_block.encode().size() > m_options.capacity + g_blockHeaderBytes) {
-            m_block.compressed = false;
-        }
-        m_file.add(m_block);
-        m_block = {};
+        const Bytes packed = compressed ? deflated(m_raw) : Bytes();
+        // One that would be longer compressed than the buffer is stored raw.
+        const bool fits = compressed && packed.size() <= m_options.capacity;
+        const ByteView stored = fits ? ByteView(packed) : asBytes(m_raw);
+        uint8_t header[g_blockHeaderBytes] = {1};
+        storeLittle(header + 4, static_cast<uint32_t>(stored.size()));
+        storeLittle(header + 8, static_cast<uint32_t>(m_raw.size()));
+        storeLittle(header + 12, uint32_t{fits ? 1U : 0U});
+        m_file.append(asText(header)).append(asText(stored));
+        m_raw.clear();
     }
 
     const Options& m_options;
     int32_t m_number = m_options.firstNumber;
     worldgen::DatFile m_file;
-    worldgen::Block m_block;
+    std::string m_raw; // of the block that is being built
 };
 
 Expectation putPackedFiles(InputReader& input, const Options& options) {
@@ -245,8 +253,8 @@ Expectation putFiles(InputReader& input, const Options& options) {
         const bool last = i + 1 == options.files;
         const ByteView part = last ? rest : rest.first(rest.size() * cuts[i] / 256);
         rest = rest.subspan(part.size());
-        memory().put(names::datFile(g_node, options.firstNumber + static_cast<int32_t>(i)),
-                     options.repaired ? repairedFile(part) : Bytes(part.begin(), part.end()));
+        disk().put(names::datFile(g_node, options.firstNumber + static_cast<int32_t>(i)),
+                   options.repaired ? repairedFile(part) : Bytes(part.begin(), part.end()));
     }
     return {};
 }
@@ -294,7 +302,7 @@ void checkPosition(const LoaderReader& reader, const Options& options) {
     }
     const LoaderPosition& position = reader.currentPosition();
     require(position.fileNumber >= options.start, "the position is not before the start");
-    const Bytes& file = memory().content(names::datFile(g_node, position.fileNumber));
+    const Bytes& file = disk().content(names::datFile(g_node, position.fileNumber));
     require(position.offset <= file.size(), "the position lies inside its file");
 }
 

@@ -5,7 +5,7 @@
 //                            2 the data-path file
 //                            3 the logging product's settings
 //   rest    the text
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 #include "harness/target.h"
 
 #include "frame/configuration.h"
@@ -54,8 +54,8 @@ void readAny(const std::string& name, ByteView bytes) {
     require(result == 0 || result == -2, "readable, unless a name is too long");
     lookUpLines(ini, asText(bytes));
     require(ini.load(name) == result, "unchanged");
-    memory().modified = 2;
-    memory().put(name, {});
+    disk().modified = 2;
+    disk().put(name, {});
     require(ini.load(name) == 0 && !ini.find("urlstat", "sleepTime"), "changed to nothing");
 }
 
@@ -78,10 +78,10 @@ void readSettings() {
 }
 
 void readDataPath() {
-    memory().executable = g_program;
+    disk().executable = g_program;
     std::string path;
     const int result = getDataPath(path);
-    memory().executable.clear();
+    disk().executable.clear();
     require(result != 0 || (path.size() > 9 && path.ends_with("/log_data")), "below the data path");
 }
 
@@ -99,7 +99,7 @@ void runInput(ByteView bytes) {
     const uint8_t form = input.byte() & 3;
     const ByteView text = input.takeAll();
     static constexpr const char* names[] = {"any.ini", g_settings, g_dataPathFile, g_loggerFile};
-    memory().put(names[form], Bytes(text.begin(), text.end()));
+    disk().put(names[form], text);
     switch (form) {
     case 0:
         return readAny(names[form], text);

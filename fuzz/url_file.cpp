@@ -9,12 +9,14 @@
 //           bit 3      the good file has the keys of hosts, otherwise small ones
 //           bit 4      the good file comes first
 //           bit 5      the good file comes twice
+//           bit 6      the first block is about as large as a buffer (form 2, see putLargeBlock)
 //   rest    the file, blocks or records
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 #include "harness/target.h"
 #include "harness/url_blocks.h"
 
 #include "merge/merge_file_list.h"
+#include "storage/status_frame.h"
 #include "storage/url_key.h"
 #include "storage/verify.h"
 
@@ -24,20 +26,20 @@ namespace {
 
 constexpr const char* g_hostile = "stat/acc/20120303/daycrcsort";
 constexpr const char* g_output = "stat/acc/20120303/daycrcsort.temp.temp";
-constexpr size_t g_trailerSize = 8;
 
 enum Form { AsIs = 0, Repaired = 1, Packed = 2, Written = 3 };
 
 struct Options {
     explicit Options(uint8_t bits)
         : form(static_cast<Form>(bits & 3)), weekly((bits & 4) != 0), hosts((bits & 8) != 0),
-          goodFirst((bits & 16) != 0), goodTwice((bits & 32) != 0) {}
+          goodFirst((bits & 16) != 0), goodTwice((bits & 32) != 0), large((bits & 64) != 0) {}
 
     Form form;
     bool weekly;
     bool hosts;
     bool goodFirst;
     bool goodTwice;
+    bool large;
 
     [[nodiscard]] uint32_t type() const { return weekly ? g_weekMonStatusType : g_dayStatusType; }
 };
@@ -107,46 +109,10 @@ const Records& goodRecords(bool hosts) {
 const Bytes& goodFile(bool hosts) {
     static const auto make = [](bool which) {
         putGoodFile("good", goodRecords(which), 3, g_dayStatusType);
-        return memory().content("good");
+        return disk().content("good");
     };
     static const Bytes all[] = {make(false), make(true)};
     return all[hosts ? 1 : 0];
-}
-
-// ---- form 1: what a wrong value of would end every reading at once
-
-// Block headers as far as blocks follow each other.
-void repairBlocks(std::span<uint8_t> blocks) {
-    while (blocks.size() > BlockHeader::g_size) {
-        BlockHeader header;
-        header.load(blocks.first<BlockHeader::g_size>());
-        header.flag &= 1;
-        header.count = std::max(header.count, 1);
-        header.totalCount = std::max<int64_t>(header.totalCount, 1);
-        const auto left = static_cast<int64_t>(blocks.size() - BlockHeader::g_size);
-        header.blockSize = static_cast<int32_t>(std::clamp<int64_t>(header.blockSize, 1, left));
-        header.rawSize =
-            header.flag == 0 ? header.blockSize : std::max(header.rawSize, header.blockSize);
-        header.store(blocks.first<BlockHeader::g_size>());
-        blocks = blocks.subspan(BlockHeader::g_size + static_cast<size_t>(header.blockSize));
-    }
-}
-
-Bytes repairedFile(ByteView bytes) {
-    Bytes file(bytes.begin(), bytes.end());
-    if (file.size() < g_trailerSize + g_statusFrameSize) {
-        return file;
-    }
-    const size_t trailer = file.size() - g_trailerSize;
-    const size_t largest = trailer - g_statusFrameSize;
-    const size_t end = std::min<uint64_t>(loadLittle<uint64_t>(file.data() + trailer), largest);
-    storeLittle(file.data() + trailer, uint64_t{end});
-    uint8_t* const status = file.data() + end;
-    const size_t length = std::min<size_t>(loadLittle<uint32_t>(status + 8), largest - end);
-    storeLittle(status + 8, static_cast<uint32_t>(length));
-    storeLittle(status, urlKey({status + g_statusFrameSize, length}));
-    repairBlocks(std::span(file).first(end));
-    return file;
 }
 
 // ---- forms 2 and 3
@@ -156,12 +122,20 @@ Bytes repairedFile(ByteView bytes) {
 //                 bit 3      one record more than there is
 //                 bit 4      a total that any sum overflows
 //                 bit 5      the raw size one off
+//                 bit 6      the first record's count is 0
+//                 bit 7      it is as large as the field allows
 //   word          length of the data
 //   data
 void putBlock(UrlFile& file, InputReader& input) {
     const uint8_t control = input.byte();
-    const ByteView data = input.take(input.word());
-    StoredBlock block = storedBlock(data, (control & 1) != 0);
+    const ByteView taken = input.take(input.word());
+    StoredBlock block = storedBlock(taken);
+    if ((control & 192) != 0 && block.data.size() >= g_recordHeadSize) {
+        storeLittle(block.data.data() + 8, (control & 64) != 0 ? uint64_t{0} : ~uint64_t{0});
+    }
+    if ((control & 1) != 0) {
+        compressBlock(block);
+    }
     block.header.minKey += (control >> 1) & 1U;
     block.header.maxKey -= (control >> 2) & 1U;
     block.header.count += (control >> 3) & 1;
@@ -174,6 +148,18 @@ void putBlock(UrlFile& file, InputReader& input) {
         require(file.writeBlockHeader(block.header) == 0, "a header is written");
         require(file.writeBlockData(block.data) == 0, "data is written");
     }
+}
+
+// Zeros under a good header: up to 4 bytes less than a buffer holds, or up to 4 more.
+//   byte  bit 0 compressed; the rest: the size
+void putLargeBlock(UrlFile& file, InputReader& input) {
+    constexpr int32_t bufferSize = 2097152;
+    const uint8_t control = input.byte();
+    BlockHeader header{~0ULL, ~0ULL, 1, 0, 0, control & 1U, 1};
+    header.blockSize = header.rawSize = bufferSize - 4 + (control >> 1) % 9;
+    require(file.writeBlockHeader(header) == 0, "a header is written");
+    require(file.writeBlockData(Bytes(static_cast<size_t>(header.blockSize))) == 0,
+            "data is written");
 }
 
 //   byte  bits 0 to 5  distance from the last key less 1; bit 6: 64 times as far
@@ -199,8 +185,8 @@ void putRecords(UrlFile& file, InputReader& input) {
 
 void putHostileFile(ByteView bytes, const Options& options) {
     if (options.form == AsIs || options.form == Repaired) {
-        memory().put(g_hostile, options.form == Repaired ? repairedFile(bytes)
-                                                         : Bytes(bytes.begin(), bytes.end()));
+        disk().put(g_hostile, options.form == Repaired ? repairedUrlFile(bytes)
+                                                       : Bytes(bytes.begin(), bytes.end()));
         return;
     }
     UrlFile file;
@@ -208,6 +194,9 @@ void putHostileFile(ByteView bytes, const Options& options) {
     InputReader input(bytes);
     if (options.form == Written) {
         putRecords(file, input);
+    }
+    if (options.form == Packed && options.large) {
+        putLargeBlock(file, input);
     }
     while (!input.empty()) {
         putBlock(file, input);
@@ -217,41 +206,26 @@ void putHostileFile(ByteView bytes, const Options& options) {
 
 // ---- readings
 
-// False when neither can be read.
-bool readBothStatuses() {
-    bool good = false;
-    for (const uint32_t type : {g_dayStatusType, g_weekMonStatusType}) {
-        UrlFile file;
-        require(file.open(g_hostile, OpenMode::Read) == 0, "opens");
-        const int result = file.readStatus(type);
-        require(result == 0 || file.broken(), "an unreadable status marks the file broken");
-        if (result != 0) {
-            continue;
-        }
-        good = true;
-        if (DayStatus* const day = file.dayStatus()) {
-            day->print();
-            (void)day->date();
-            DayStatus merged = dayStatus();
-            for (const NodeEntry& entry : day->entries()) {
-                require(entry.path.size() < 260, "a path fits its field");
-                merged.updateIfNewer(entry);
-            }
-        }
-        if (WeekMonStatus* const weekMon = file.weekMonStatus()) {
-            for (; !weekMon->atEnd(); weekMon->moveNextAfter()) {
-                require(weekMon->getNewPath().size() < 260, "a path fits its field");
-                (void)weekMon->counterOfDate(weekMon->getNewPath());
-                (void)weekMon->getNewCounter();
-            }
+void useStatus(UrlFile& file) {
+    if (DayStatus* const day = file.dayStatus()) {
+        day->print();
+        (void)day->date();
+        DayStatus merged = dayStatus();
+        for (const NodeEntry& entry : day->entries()) {
+            require(entry.path.size() < g_statusPathSize, "a path fits its field");
+            merged.updateIfNewer(entry);
         }
     }
-    return good;
+    if (WeekMonStatus* const weekMon = file.weekMonStatus()) {
+        for (; !weekMon->atEnd(); weekMon->moveNextAfter()) {
+            require(weekMon->getNewPath().size() < g_statusPathSize, "a path fits its field");
+            (void)weekMon->counterOfDate(weekMon->getNewPath());
+            (void)weekMon->getNewCounter();
+        }
+    }
 }
 
-void readRecords() {
-    UrlFile file;
-    require(openWithStatus(file, g_hostile), "a status that was good before");
+void readRecords(UrlFile& file) {
     UrlRecordView record;
     int result = 0;
     uint64_t read = 0;
@@ -262,6 +236,25 @@ void readRecords() {
     }
     require(result == 1 || file.broken(), "damage marks the file broken");
     require(file.totalCount() == read, "records are counted");
+}
+
+// The status of either kind, and the records. False when there is no status.
+bool readAll() {
+    UrlFile file;
+    require(file.open(g_hostile, OpenMode::Read) == 0, "opens");
+    bool good = false;
+    for (const uint32_t type : {g_weekMonStatusType, g_dayStatusType}) {
+        const int result = file.readStatus(type);
+        require(result == 0 || file.broken(), "an unreadable status marks the file broken");
+        if (result == 0) {
+            useStatus(file);
+        }
+        good = good || result == 0;
+    }
+    if (good) {
+        readRecords(file);
+    }
+    return good;
 }
 
 // ---- merge
@@ -290,7 +283,7 @@ void checkMerged(const Records& merged, const Records& expected) {
 }
 
 void merge(const Options& options, const std::optional<Records>& hostile) {
-    memory().put("good", goodFile(options.hosts));
+    disk().put("good", goodFile(options.hosts));
     std::vector<std::unique_ptr<UrlFile>> files;
     std::vector<const Records*> contents;
     const auto addGood = [&] {
@@ -328,13 +321,13 @@ void merge(const Options& options, const std::optional<Records>& hostile) {
         return;
     }
     closeWithStatus(output, g_dayStatusType);
-    require(blocksAscend(g_output), "the output's blocks ascend");
     // A block that is copied whole is not looked into: damage inside it can pass through.
     if (hostile) {
         const std::optional<Records> merged = readWhole(g_output);
-        require(merged && verifyUrlFile(g_output, g_dayStatusType) == 0, "the output is whole");
+        require(merged.has_value(), "the output is whole");
         checkMerged(*merged, sumOf(contents));
     } else {
+        require(blocksAscend(g_output), "the output's blocks ascend");
         (void)verifyUrlFile(g_output, g_dayStatusType);
     }
 }
@@ -346,12 +339,9 @@ void runInput(ByteView bytes) {
     InputReader input(bytes);
     const Options options(input.byte());
     putHostileFile(input.takeAll(), options);
-    if (!readBothStatuses()) {
-        return;
+    if (readAll()) {
+        merge(options, readWhole(g_hostile));
     }
-    readRecords();
-    (void)blocksAscend(g_hostile);
-    merge(options, readWhole(g_hostile));
 }
 
 std::vector<std::string> makeSeeds() {
@@ -362,7 +352,7 @@ std::vector<std::string> makeSeeds() {
     for (const size_t perBlock : {size_t{2}, size_t{8}, size_t{1000}}) {
         for (const uint32_t type : {g_dayStatusType, g_weekMonStatusType}) {
             putGoodFile(g_hostile, perBlock == 8 ? smallKeys() : records, perBlock, type);
-            files.emplace_back(asText(memory().content(g_hostile)));
+            files.emplace_back(asText(disk().content(g_hostile)));
         }
     }
     std::vector<std::string> seeds;
@@ -371,14 +361,22 @@ std::vector<std::string> makeSeeds() {
             seeds.push_back(static_cast<char>(options) + file);
         }
     }
-    for (const int control : {0, 1}) {
-        const std::string data = rawData(smallKeys());
-        const std::string more = rawData({{5000, {1, 1, "a"}}, {5001, {2, 1, ""}}});
-        const std::string blocks = static_cast<char>(control) + withLength(data) +
-                                   static_cast<char>(control) + withLength(more);
-        for (const int options : {0x02, 0x16, 0x22}) {
-            seeds.push_back(static_cast<char>(options) + blocks);
+    // Blocks that begin at a good file's key, span one of its blocks, or hold all of it.
+    const std::string blocks[] = {rawData({{8, {1, 1, "a"}}, {9, {2, 1, ""}}}),
+                                  rawData({{30, {1, 1, "b"}}, {50, {2, 1, "c"}}}),
+                                  rawData(smallKeys())};
+    for (const int control : {0, 1, 2, 4, 8, 16, 32, 64, 128}) {
+        std::string two;
+        for (const std::string& block : blocks) {
+            const std::string one = static_cast<char>(control) + withLength(block);
+            two += one;
+            seeds.push_back("\2" + one);
+            seeds.push_back("\42" + one);
+            seeds.push_back("\26" + two);
         }
+    }
+    for (const char control : {'\0', '\1', '\17', '\20'}) {
+        seeds.push_back("\102" + std::string(1, control));
     }
     std::string written;
     for (const char step : {'\7', '\7', '\4', '\100', '\201', '\77', '\217', '\100'}) {

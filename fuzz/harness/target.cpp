@@ -4,7 +4,7 @@
 #include "harness/target.h"
 
 #include "frame/run_flag.h"
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -53,7 +53,7 @@ void require(bool kept, const char* promise, const char* file, int line) {
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     using namespace kestrine;
-    setPlatform(&fuzz::memory());
+    setPlatform(&fuzz::disk());
     g_isRunning = 1;
     fuzz::silenceConsole();
     if (*argc == 3 && std::string_view((*argv)[1]) == "--make-corpus") {
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    kestrine::fuzz::memory().clear();
+    kestrine::fuzz::disk().clear();
     kestrine::fuzz::runInput({data, size});
     return 0;
 }

@@ -1,7 +1,7 @@
 // URL files and their blocks: built from data that need not be right, and judged as a whole.
 #pragma once
 
-#include "harness/memory_platform.h"
+#include "harness/fuzz_platform.h"
 #include "storage/url_file.h"
 
 #include <map>
@@ -24,9 +24,15 @@ struct StoredBlock {
 
 // The records as they lie in a block.
 [[nodiscard]] std::string rawData(const Records& records);
-// A block of this data whose header says of the records in it what is true, as far as they can be
-// told. Data that does not shrink is not compressed.
-[[nodiscard]] StoredBlock storedBlock(ByteView data, bool compressed);
+// A raw block of this data whose header says of the records in it what is true, as far as they can
+// be told.
+[[nodiscard]] StoredBlock storedBlock(ByteView data);
+// Compresses it, unless that makes it longer.
+void compressBlock(StoredBlock& block);
+
+// The file with what would end every reading at once made right: sizes that do not fit, header
+// fields out of their range, the status' checksum.
+[[nodiscard]] Bytes repairedUrlFile(ByteView bytes);
 
 // Opens a file and reads its status, of either kind. False when it has none.
 [[nodiscard]] bool openWithStatus(UrlFile& file, const std::string& path);

@@ -48,7 +48,7 @@ std::vector<KeyedRecord> UrlHashMap::takeAll() {
 }
 
 void UrlHashMap::clear() {
-    m_slots.clear();
+    m_slots = std::vector<KeyedRecord>(); // gives the table's memory back
     m_size = 0;
     m_usedMemory = 0;
 }

@@ -23,8 +23,9 @@ public:
     [[nodiscard]] UrlRecord* find(uint64_t key);
     // Adds a record whose key is not in the map.
     void insert(UrlRecordPtr record);
-    // Moves all records out, in no order, and leaves the map empty.
+    // Moves all records out, in no order, and leaves the map empty with its table.
     [[nodiscard]] std::vector<KeyedRecord> takeAll();
+    // Empties the map and gives the memory of its table back.
     void clear();
 
     [[nodiscard]] size_t size() const { return m_size; }

@@ -98,6 +98,8 @@ private:
 
     // ---- merging into day, week and month files
     [[nodiscard]] std::string accountDirectory() const;
+    [[nodiscard]] static int checkNumbers(const std::string& formal,
+                                          std::vector<std::string> newFiles);
     [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
     [[nodiscard]] int periodStage(const PeriodStage& stage);
     [[nodiscard]] int listPeriodDates(std::vector<std::string>& dates);

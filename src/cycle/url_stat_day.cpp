@@ -1,7 +1,7 @@
 // New-day files into day files. For each date that has a directory of new-day files:
 //
-//  1. Its new-day files that the day file does not hold yet are merged with it into
-//     "daycrcsort.temp" (merge_periods.cpp).
+//  1. Its new-day files that the day file does not hold yet, which follow its counter without a
+//     gap, are merged with it into "daycrcsort.temp" (merge_periods.cpp).
 //  2. The cached "dirstat" is removed, so that it never describes a directory whose file changed.
 //  3. "daycrcsort.temp" replaces "daycrcsort", which is kept as "daycrcsort_backup".
 //  4. The top lists are built anew.
@@ -46,6 +46,26 @@ int UrlStat::new2Daycrcsort(const std::string& account) {
     return 0;
 }
 
+// A day file that was lost, or gave way to its backup, after the positions were read from it must
+// not be built from the new-day files that are left: the start-up check puts that right. One that
+// cannot be read is left to the merge.
+int UrlStat::checkNumbers(const std::string& formal, std::vector<std::string> newFiles) {
+    UrlFile file;
+    const bool there = platform().exists(formal);
+    if (there &&
+        (file.open(formal, OpenMode::Read) != 0 || file.readStatus(g_dayStatusType) != 0)) {
+        return 0;
+    }
+    DayStatus none;
+    const DayStatus& status = there ? *file.dayStatus() : none;
+    removeOldPathForDaycrcsort(status, newFiles);
+    if (!followWithoutGap(status.newCounter(), newFiles)) {
+        LOG_ERROR("new-day files between %s and those that wait are missing", formal.c_str());
+        return -1;
+    }
+    return 0;
+}
+
 int UrlStat::mergeOneDate(const std::string& newDayDirectory) {
     std::vector<std::string> files;
     if (Util::getDaycrcsortNews(newDayDirectory, files) != 0) {
@@ -60,7 +80,11 @@ int UrlStat::mergeOneDate(const std::string& newDayDirectory) {
         LOG_ERROR("create dir %s fail, errno %d", dayDirectory.c_str(), errno);
         return -1;
     }
-    const std::string output = names::tempOf(names::formalFile(dayDirectory, Period::Day));
+    const std::string formal = names::formalFile(dayDirectory, Period::Day);
+    if (checkNumbers(formal, files) != 0) {
+        return -1;
+    }
+    const std::string output = names::tempOf(formal);
     LOG_DEBUG("daycrcsort %s", output.c_str());
     MergeFileList merge;
     const int ret = merge.mergeNew2Day(files, output);

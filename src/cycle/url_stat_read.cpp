@@ -39,6 +39,7 @@ int UrlStat::createTempFile(DayStatus& status) {
         dropDate();
         return -1;
     }
+    m_map.clear();
     if (stopRequested()) {
         dropDate();
         return 0;
@@ -85,6 +86,9 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
     }
     if (opened != 0) {
         LOG_ERROR("open %s fail", node.path.c_str());
+        if (m_reader.close() != 0) {
+            LOG_ERROR("close %s fail", node.path.c_str());
+        }
         return -1;
     }
     const int ret = dealAllDatFile(m_reader);

@@ -213,11 +213,12 @@ void UrlStat::dropSpillFile() {
     }
 }
 
-// Bytes on the memory disk with one more record in the file being written.
+// Bytes on the memory disk, at most, with one more record, which may begin a block, in the file
+// being written.
 int64_t UrlStat::memoryDiskBytes(const UrlRecord& record) const {
     return static_cast<int64_t>(m_memFileList.totalSize()) +
            (m_spillFile ? m_spillFile->pendingSize() : 0) + m_spillTrailerSize +
-           static_cast<int64_t>(record.size());
+           static_cast<int64_t>(BlockHeader::g_size + record.size());
 }
 
 int64_t UrlStat::usableMemoryDisk() const {

@@ -71,6 +71,7 @@ int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
 }
 
 int UrlFileNewData::selectDueNodes(const DayStatus& status, DayStatus& due) const {
+    due.setNewCounter(status.newCounter());
     for (const NodeEntry& node : status.entries()) {
         const int result = haveNewData(node.path, node.fileNumber);
         if (result < 0) {
@@ -180,7 +181,8 @@ int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) 
         LOG_ERROR("read status from %s fail", path.c_str());
         return -1;
     }
-    status.setNewCounter(std::max(status.newCounter(), stored->newCounter()));
+    const int32_t number = names::newDayNumber(path);
+    status.setNewCounter(std::max(status.newCounter(), number < 0 ? stored->newCounter() : number));
     for (const NodeEntry& entry : stored->entries()) {
         status.updateIfNewer(entry);
     }

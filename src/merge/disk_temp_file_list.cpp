@@ -16,6 +16,7 @@ void DiskTempFileList::add(const std::string& path, const DayStatus& status) {
     if (m_items.empty() || m_items.back().status.date() != status.date()) {
         m_items.emplace_back();
         m_items.back().status.setNewCounter(-1);
+        m_items.back().used = status.newCounter();
     }
     Item& item = m_items.back();
     for (const NodeEntry& entry : status.entries()) {
@@ -49,6 +50,10 @@ int DiskTempFileList::mergeItem(Item& item) {
     int32_t counter = -1;
     if (getNextNewCounter(directory, counter) != 0) {
         LOG_ERROR("getNextNewCounter fail");
+        return -1;
+    }
+    if (counter <= item.used) {
+        LOG_ERROR("new-day number %d of %s is used already", counter, directory.c_str());
         return -1;
     }
     item.status.setNewCounter(counter);

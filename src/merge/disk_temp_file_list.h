@@ -12,10 +12,12 @@ namespace kestrine {
 
 class DiskTempFileList {
 public:
-    // Adds a file to its date's item; an empty path stands for a date whose logs held no URL.
+    // Adds a file to its date's item; an empty path stands for a date whose logs held no URL. The
+    // new counter of the date's first status is the highest new-day number used so far.
     void add(const std::string& path, const DayStatus& status);
     // Merges every date's files into its next new-day file and removes them. 0; 1 when a stop was
-    // requested (what remains stays in the list); -1. A kill leaves, per date, either the files or
+    // requested (what remains stays in the list); -1, also when a day file or new-day file from
+    // which positions were read has gone since: the numbers would begin anew. A kill leaves, per date, either the files or
     // the complete new-day file (and perhaps files too, which start-up removes).
     [[nodiscard]] int mergeDiskTempFile();
     // Removes a date's item and its files, so that the date hands nothing on.
@@ -34,6 +36,7 @@ public:
 private:
     struct Item {
         DayStatus status;
+        int32_t used = -1; // highest new-day number when the positions were read
         std::vector<std::string> paths;
     };
 

@@ -4,8 +4,9 @@
 //  2. The input with the smallest current key is taken.
 //     a. Its block is decompressed already: one record is consumed (step 3).
 //     b. Its block's last key is below the current key of every other input: the block is copied to
-//        the output as it is stored. A pending record of the block's first key is folded into it, a
-//        pending record of a smaller key is written first.
+//        the output as it is stored. A pending record of the block's first key is folded into it
+//        (unless the block's sum would overflow), a pending record of a smaller key is written
+//        first.
 //     c. Otherwise the block is decompressed and one record is consumed.
 //  3. A consumed record is added to the pending one if the keys are equal; otherwise the pending
 //     record is written and the consumed one becomes pending.
@@ -22,6 +23,7 @@
 #include "platform/platform.h"
 #include "storage/compress.h"
 
+#include <algorithm>
 #include <cinttypes>
 
 namespace kestrine {
@@ -30,6 +32,12 @@ namespace {
 
 constexpr uint32_t g_checkInterval = 60000; // ms between two tests of free space and run flag
 constexpr int32_t g_pendingRecordSize = static_cast<int32_t>(g_maxRecordSize);
+
+// Stops at the largest count: only damage makes counts that large, and it must not make a merge
+// fail for ever that has no broken input.
+uint64_t sumOfCounts(uint64_t a, uint64_t b) {
+    return std::min(a + b, g_maxCount);
+}
 
 } // namespace
 
@@ -168,7 +176,7 @@ int MergeFileList::mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap
         }
         return 0;
     }
-    if (isSmallerThanOthers(entry) == 1) {
+    if (isSmallerThanOthers(entry) == 1 && foldFits(*entry)) {
         return copyBlock(entry, output, heap);
     }
     if (decompressBlock(entry) != 0) {
@@ -180,6 +188,13 @@ int MergeFileList::mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap
         return -1;
     }
     return 0;
+}
+
+// False when the pending record is to be folded into the block, but the sum in its header, which
+// damage can make as large as any, has no room for it.
+bool MergeFileList::foldFits(const MergeEntry& entry) const {
+    return !m_pending || pendingRecord().key != entry.currentKey ||
+           pendingRecord().count <= g_maxCount - static_cast<uint64_t>(entry.header.totalCount);
 }
 
 // The entry's block goes to the output whole.
@@ -239,7 +254,7 @@ int MergeFileList::dealUnCompress(MergeEntry* entry, UrlFile& output, MergeHeap&
     }
     entry->file->countRecordRead();
     if (m_pending && pendingRecord().key == record.key) {
-        storeLittle(m_pendingRecord.data() + 8, pendingRecord().count + record.count);
+        storeLittle(m_pendingRecord.data() + 8, sumOfCounts(pendingRecord().count, record.count));
     } else {
         if (m_pending && writePending(output) != 0) {
             LOG_ERROR("write one record fail %s", output.path().c_str());
@@ -348,9 +363,8 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
     }
     const uint64_t pendingCount = pendingRecord().count;
     const std::span<uint8_t> raw = block.rawData();
-    storeLittle(raw.data() + 8, first.count + pendingCount);
-    entry->header.totalCount = static_cast<int64_t>(
-        static_cast<uint64_t>(entry->header.totalCount) + pendingCount); // damage may overflow it
+    storeLittle(raw.data() + 8, sumOfCounts(first.count, pendingCount));
+    entry->header.totalCount += static_cast<int64_t>(pendingCount);
     m_pending = false;
 
     Compress* compress = nullptr;

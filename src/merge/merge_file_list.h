@@ -61,6 +61,7 @@ private:
     [[nodiscard]] int tryAllocMemory(size_t count);
     [[nodiscard]] int initMergeMinHeap(const std::vector<UrlFile*>& inputs, MergeHeap& heap);
     [[nodiscard]] int isSmallerThanOthers(const MergeEntry* top) const;
+    [[nodiscard]] bool foldFits(const MergeEntry& entry) const;
     [[nodiscard]] int checkSpaceAndStop(bool& stop);
     [[nodiscard]] int mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap);
     [[nodiscard]] int copyBlock(MergeEntry* entry, UrlFile& output, MergeHeap& heap);
@@ -135,6 +136,8 @@ private:
 
 // Drops the new-day files whose number is not above the day status' new counter.
 void removeOldPathForDaycrcsort(const DayStatus& status, std::vector<std::string>& newFiles);
+// Whether the files' numbers are held + 1, held + 2 and so on.
+[[nodiscard]] bool followWithoutGap(int32_t held, const std::vector<std::string>& newFiles);
 // Drops those whose number is not above the counter recorded for their date.
 void removeOldPathForWeekMon(WeekMonStatus& status, std::vector<std::string>& newFiles);
 // The highest number of the files becomes the status' new counter. 0, or -1 for a path that is none

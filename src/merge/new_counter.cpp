@@ -36,6 +36,7 @@ int recoverDayFile(UrlFile& file, const std::string& path) {
         return -1;
     }
     LOG_INFO("rename from %s to %s success", backup.c_str(), path.c_str());
+    (void)Util::syncParent(path); // reported there; the call fails anyway
     return -1;
 }
 

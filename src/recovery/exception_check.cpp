@@ -4,19 +4,21 @@
 //  2. In every day, week and month directory
 //     a. names with ".temp.temp" are removed, an incomplete set of lists ("topn.temp.temp") too;
 //     b. the formal file, its backup and its temporary are settled: a temporary is never promoted,
-//        a backup comes back only when the formal file is missing;
+//        a backup comes back only when the formal file is missing or damaged;
 //     c. a complete set of lists that is not in place ("topn.temp") is put there, or deleted
 //        together with "topn" when there is no formal file;
-//     d. a formal file without lists gets them.
-//  3. Files that contradict each other are set aside (period_check.cpp). A file that gave way to
-//  its
-//     backup there needs new lists: step 2 again, and, as that may show damage, step 3.
+//     d. a formal file without lists, or with lists that are damaged or not all there, gets new
+//        ones.
+//  3. Damaged new-day files, and files that contradict each other, are set aside
+//     (period_check.cpp). A file that gave way to its backup there needs new lists: step 2 again,
+//     and, as that may show damage, step 3.
 #include "recovery/exception_check.h"
 
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/util.h"
 #include "platform/platform.h"
+#include "recovery/file_check.h"
 #include "recovery/period_check.h"
 #include "storage/status.h"
 #include "topn/top_url_record.h"
@@ -29,6 +31,10 @@ namespace {
 
 constexpr std::string_view g_halfWritten = ".temp.temp";
 constexpr std::string_view g_newDayTemp = "daycrcsortnew.temp";
+
+uint32_t statusTypeOf(Period period) {
+    return period == Period::Day ? g_dayStatusType : g_weekMonStatusType;
+}
 
 bool isDirectory(uint32_t attributes) {
     return (attributes & g_attributeDirectory) != 0;
@@ -66,7 +72,7 @@ int ExceptionCheck::check(const std::string& accountPath) {
             LOG_ERROR("tranverse %s fail", directory.c_str());
             return -1;
         }
-        PeriodCheck periods(directory);
+        PeriodCheck periods(directory, accountPath);
         if (periods.check() != 0) {
             LOG_ERROR("check of periods of %s fail", directory.c_str());
             return -1;
@@ -133,6 +139,10 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
         return -1;
     }
     const std::string formal = names::formalFile(directory, period);
+    if (giveWayToBackup(formal, statusTypeOf(period)) != 0) {
+        LOG_ERROR("deal with %s fail", formal.c_str());
+        return -1;
+    }
     if (!platform().exists(formal)) {
         LOG_INFO("%s not exist, skip", formal.c_str());
     }
@@ -210,6 +220,22 @@ int ExceptionCheck::tryRecovery(const std::string& formal) {
     return Util::syncParent(formal);
 }
 
+// A damaged formal file gives way to its backup, and that, if it is damaged too, to nothing.
+int ExceptionCheck::giveWayToBackup(const std::string& formal, uint32_t statusType) {
+    for (Reading reading = Reading::IfRecent; platform().exists(formal);
+         reading = Reading::Always) {
+        const int ret = checkFile(formal, statusType, reading);
+        if (ret <= 0) {
+            return ret;
+        }
+        if (Util::dumpBrokenFile(formal) != 0 || Util::removeBrokenFile(formal) != 0) {
+            LOG_ERROR("remove broken file %s fail", formal.c_str());
+            return -1;
+        }
+    }
+    return 0;
+}
+
 int ExceptionCheck::settleTopLists(const std::string& directory, Period period) {
     const std::string current = names::topDir(directory);
     const std::string complete = names::topTempDir(directory);
@@ -232,13 +258,14 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
 // A formal file that turns out to be damaged gives way to its backup, which gets the lists instead.
 int ExceptionCheck::makeMissingLists(const std::string& directory, Period period) {
     const std::string formal = names::formalFile(directory, period);
-    const uint32_t statusType = period == Period::Day ? g_dayStatusType : g_weekMonStatusType;
-    for (int tries = 0; tries < 2; ++tries) {
-        if (!platform().exists(formal) || platform().exists(names::topDir(directory))) {
-            return 0;
+    for (int tries = 0; tries < 2 && platform().exists(formal); ++tries) {
+        const int lists = checkTopLists(directory, formal, statusTypeOf(period));
+        if (lists <= 0) {
+            return lists;
         }
         TopUrlRecord top;
-        if (top.createTop(statusType, directory, formal) == 0) {
+        if (Util::deleteTopLists(directory) == 0 &&
+            top.createTop(statusTypeOf(period), directory, formal) == 0) {
             return 0;
         }
         LOG_ERROR("create top for %s fail", formal.c_str());

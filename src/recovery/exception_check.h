@@ -11,8 +11,9 @@ namespace kestrine {
 
 class ExceptionCheck {
 public:
-    // Settles interrupted replacements and removals, gives files without top lists new ones, and
-    // then sets aside what the other files contradict (period_check.h). 0 or -1.
+    // Settles interrupted replacements and removals, sets damaged files aside (file_check.h), gives
+    // files without their top lists new ones, and then sets aside what the other files contradict
+    // (period_check.h). 0 or -1.
     [[nodiscard]] int check(const std::string& accountPath);
 
     // One entry of the account's directory. 0 or -1.
@@ -31,6 +32,7 @@ public:
 
 private:
     [[nodiscard]] int removeHalfWritten(const std::string& path);
+    [[nodiscard]] static int giveWayToBackup(const std::string& formal, uint32_t statusType);
     [[nodiscard]] int settleTopLists(const std::string& directory, Period period);
     [[nodiscard]] int makeMissingLists(const std::string& directory, Period period);
 };

@@ -3,6 +3,7 @@
 #include "frame/log.h"
 #include "frame/util.h"
 #include "platform/platform.h"
+#include "recovery/file_check.h"
 #include "storage/url_file.h"
 
 #include <algorithm>
@@ -111,6 +112,7 @@ int PeriodCheck::readDay(const std::string& date, Date& state) {
     const std::string path = names::formalFile(names::dayDir(m_accountDir, date), Period::Day);
     return withReadableFormal(path, g_dayStatusType, m_fellBack, [&state](UrlFile& file) {
         state.counter = file.dayStatus()->newCounter();
+        state.total = file.dayStatus()->totalCount();
         return 0;
     });
 }
@@ -121,17 +123,18 @@ int PeriodCheck::readWaiting(const std::string& date, Date& state) {
         return -1;
     }
     for (const std::string& path : files) {
+        const int damaged = checkFile(path, g_dayStatusType);
         UrlFile file;
-        if (file.open(path, OpenMode::Read) != 0) {
+        if (damaged < 0 || file.open(path, OpenMode::Read) != 0) {
             LOG_ERROR("open %s fail", path.c_str());
             return -1;
         }
-        const bool readable = file.readStatus(g_dayStatusType) == 0;
+        const bool good = damaged == 0 && file.readStatus(g_dayStatusType) == 0;
         if (file.close() != 0) {
             LOG_ERROR("close %s fail", path.c_str());
         }
-        if (readable) {
-            state.waiting.emplace(names::newDayNumber(path), path);
+        if (good) {
+            state.waiting[names::newDayNumber(path)] = {path, file.dayStatus()->totalCount()};
         } else if (setAside(path) != 0) {
             return -1;
         }
@@ -146,7 +149,7 @@ int PeriodCheck::giveUpBeyondGap(Date& state) {
     }
     // The highest goes first: after a kill a gap is still there.
     while (!state.waiting.empty() && state.waiting.rbegin()->first > state.reach) {
-        const std::string path = state.waiting.rbegin()->second;
+        const std::string path = state.waiting.rbegin()->second.path;
         LOG_INFO("%s waits beyond a gap, set aside", path.c_str());
         if (setAside(path) != 0) {
             return -1;
@@ -188,11 +191,7 @@ int PeriodCheck::checkPeriod(const std::string& directory, Period period) {
     }
     bool fitting = true;
     const int ret = withReadableFormal(formal, g_weekMonStatusType, m_fellBack, [&](UrlFile& file) {
-        for (auto date = m_dates.lower_bound(begin); date != m_dates.end() && date->first <= end;
-             ++date) {
-            const int32_t held = file.weekMonStatus()->counterOfDate(date->first);
-            fitting = fitting && (!names::isCalendarDate(date->first) || fits(date->second, held));
-        }
+        fitting = fits(*file.weekMonStatus(), begin, end);
         return 0;
     });
     if (ret != 0) {
@@ -201,7 +200,41 @@ int PeriodCheck::checkPeriod(const std::string& directory, Period period) {
     return fitting ? 0 : setAsidePeriod(formal);
 }
 
-bool PeriodCheck::fits(const Date& date, int32_t held) {
+bool PeriodCheck::fits(const WeekMonStatus& status, const std::string& begin,
+                       const std::string& end) const {
+    for (auto date = m_dates.lower_bound(begin); date != m_dates.end() && date->first <= end;
+         ++date) {
+        if (names::isCalendarDate(date->first) &&
+            !canBeBroughtForward(date->second, status.counterOfDate(date->first))) {
+            return false;
+        }
+    }
+    const auto acceptable = [&](const DateEntry& entry) {
+        const std::string_view date = names::lastComponent(entry.path);
+        return names::isCalendarDate(date) && date >= begin && date <= end && !countedAnew(date);
+    };
+    return std::all_of(status.entries().begin(), status.entries().end(), acceptable) &&
+           totalFits(status);
+}
+
+// A date of which nothing is left but its logs.
+bool PeriodCheck::countedAnew(std::string_view date) const {
+    const auto known = m_dates.find(std::string(date));
+    if (m_accountPath.empty() || (known != m_dates.end() && known->second.hasDirectory)) {
+        return false;
+    }
+    bool logs = false;
+    if (Util::tranverse(m_accountPath, [&](const std::string& path, uint32_t attributes) {
+            logs = logs || ((attributes & g_attributeDirectory) != 0 &&
+                            platform().exists(names::join(path, date)));
+            return 0;
+        }) != 0) {
+        LOG_ERROR("tranverse %s fail", m_accountPath.c_str());
+    }
+    return logs;
+}
+
+bool PeriodCheck::canBeBroughtForward(const Date& date, int32_t held) {
     if (!date.hasDirectory && date.waiting.empty()) {
         return true;
     }
@@ -214,6 +247,32 @@ bool PeriodCheck::fits(const Date& date, int32_t held) {
         }
     }
     return true;
+}
+
+// What a date held whose directory was removed is not known any more.
+bool PeriodCheck::totalFits(const WeekMonStatus& status) const {
+    uint64_t total = 0;
+    for (const DateEntry& entry : status.entries()) {
+        const auto date = m_dates.find(std::string(names::lastComponent(entry.path)));
+        if (date == m_dates.end() || !date->second.hasDirectory) {
+            return true;
+        }
+        total += totalUpTo(date->second, entry.counter);
+    }
+    return total == static_cast<uint64_t>(status.totalCount());
+}
+
+// Visits of a date in its new-day files up to a number, by the day file and those that wait.
+uint64_t PeriodCheck::totalUpTo(const Date& date, int32_t held) {
+    uint64_t total = date.total;
+    for (const auto& [number, file] : date.waiting) {
+        if (number > date.counter && number <= held) {
+            total += file.total;
+        } else if (number <= date.counter && number > held) {
+            total -= file.total;
+        }
+    }
+    return total;
 }
 
 } // namespace kestrine

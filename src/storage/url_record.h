@@ -2,7 +2,7 @@
 //
 //   offset size field
 //        0    8 key      key of the whole host text
-//        8    8 count    visits
+//        8    8 count    visits, 1 to 2^63 - 1 (the sum of a block's counts is signed)
 //       16    4 type     type word of the log record that came first
 //       20    4 urlLen   length of the text with its terminating zero, 1 to 260
 //       24    n url      host text (at most 259 bytes) and a zero
@@ -18,6 +18,7 @@ namespace kestrine {
 
 constexpr size_t g_recordHeadSize = 24;
 constexpr size_t g_maxHostText = 259; // longer hosts keep their first 259 bytes
+constexpr uint64_t g_maxCount = INT64_MAX;
 constexpr size_t g_maxRecordSize = g_recordHeadSize + g_maxHostText + 1;
 
 // A record that lies elsewhere; `url` is the text without its zero.

@@ -70,16 +70,15 @@ void UrlRecordBlock::reset() {
 // ---- writing
 
 bool UrlRecordBlock::hasRoomFor(const UrlRecordView& record) const {
-    return static_cast<int64_t>(record.size()) < int64_t{m_capacity} - m_used;
+    return static_cast<int64_t>(record.size()) < int64_t{m_capacity} - m_used &&
+           record.count <= g_maxCount - static_cast<uint64_t>(m_header.totalCount);
 }
 
 void UrlRecordBlock::append(const UrlRecordView& record) {
     record.store(m_buffer.data() + m_used);
     m_used += static_cast<int32_t>(record.size());
     ++m_header.count;
-    // Counts that overflow make the total invalid, and the block is then refused when written.
-    m_header.totalCount =
-        static_cast<int64_t>(static_cast<uint64_t>(m_header.totalCount) + record.count);
+    m_header.totalCount += static_cast<int64_t>(record.count);
     m_header.minKey = std::min(m_header.minKey, record.key);
     m_header.maxKey = std::max(m_header.maxKey, record.key);
 }
@@ -250,6 +249,11 @@ int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
                                                   static_cast<size_t>(m_used - m_offset));
     if (parseRecord(rest, record) != 0) {
         reportDamagedRecord(rest);
+        return -1;
+    }
+    // Merged or counted, it would make a block that cannot be written.
+    if (record.count == 0 || record.count > g_maxCount) {
+        LOG_ERROR("count of a record invalid %llu", static_cast<unsigned long long>(record.count));
         return -1;
     }
     if (record.urlLen() > g_maxHostText) {

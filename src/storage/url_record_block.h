@@ -20,7 +20,8 @@ public:
     void reset();
 
     // ---- writing
-    // True when the record fits and at least one byte stays free.
+    // True when the record fits, at least one byte stays free and the sum of the counts does not
+    // overflow.
     [[nodiscard]] bool hasRoomFor(const UrlRecordView& record) const;
     // Appends; the caller has made sure of the room and of the ascending order.
     void append(const UrlRecordView& record);
@@ -44,7 +45,8 @@ public:
     [[nodiscard]] const BlockHeader& header() const { return m_header; }
     // True while a decoded block has a record at the cursor.
     [[nodiscard]] bool hasCurrent() const;
-    // The record at the cursor. 0, or -1 when it does not lie inside the decoded data.
+    // The record at the cursor. 0, or -1 when it does not lie inside the decoded data or its count
+    // is none that is ever written.
     [[nodiscard]] int getCurrentUrlRecord(UrlRecordView& record) const;
     // Moves past `record`, which is the one at the cursor.
     void advance(const UrlRecordView& record);

@@ -1,11 +1,74 @@
 #include "storage/verify.h"
 
 #include "frame/log.h"
-#include "storage/url_file.h"
+
+#include <algorithm>
 
 namespace kestrine {
 
-int verifyUrlFile(const std::string& path, uint32_t statusType) {
+int VerifyingReader::readOneRecord(UrlRecordView& record) {
+    const int ret = m_file.readOneRecord(record);
+    if (ret < 0) {
+        return -1;
+    }
+    if (ret == 1) {
+        return fitsStatus() ? 1 : breakFile("total of the status does not fit the records");
+    }
+    if (!follows(record)) {
+        return breakFile("records not in order");
+    }
+    add(record);
+    if (!m_file.block().hasCurrent() && !fitsHeader()) {
+        return breakFile("header of a block does not fit its records");
+    }
+    return 0;
+}
+
+bool VerifyingReader::follows(const UrlRecordView& record) const {
+    if (m_records == 0) {
+        return true;
+    }
+    if (m_order == RecordOrder::Count && record.count != m_lastCount) {
+        return record.count < m_lastCount;
+    }
+    return record.key > m_lastKey;
+}
+
+// Sums wrap, as those of the writer do.
+void VerifyingReader::add(const UrlRecordView& record) {
+    m_lastKey = record.key;
+    m_lastCount = record.count;
+    ++m_records;
+    m_total += record.count;
+    m_block.minKey = std::min(m_block.minKey, record.key);
+    m_block.maxKey = std::max(m_block.maxKey, record.key);
+    m_block.totalCount =
+        static_cast<int64_t>(static_cast<uint64_t>(m_block.totalCount) + record.count);
+}
+
+// At the end of a block.
+bool VerifyingReader::fitsHeader() {
+    const BlockHeader& header = m_file.block().header();
+    const bool fits = header.minKey == m_block.minKey && header.maxKey == m_block.maxKey &&
+                      header.totalCount == m_block.totalCount;
+    m_block = {};
+    return fits;
+}
+
+bool VerifyingReader::fitsStatus() {
+    const DayStatus* const day = m_file.dayStatus();
+    const WeekMonStatus* const weekMon = m_file.weekMonStatus();
+    return (day != nullptr && day->totalCount() == m_total) ||
+           (weekMon != nullptr && static_cast<uint64_t>(weekMon->totalCount()) == m_total);
+}
+
+int VerifyingReader::breakFile(const char* what) {
+    LOG_ERROR("%s: %s, set broken flag", m_file.path().c_str(), what);
+    m_file.setBroken();
+    return -1;
+}
+
+int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
         LOG_ERROR("open %s fail", path.c_str());
@@ -14,17 +77,13 @@ int verifyUrlFile(const std::string& path, uint32_t statusType) {
     if (file.readStatus(statusType) != 0) {
         return 1;
     }
+    VerifyingReader reader(file, order);
     UrlRecordView record;
     int ret = 0;
-    bool first = true;
-    uint64_t lastKey = 0;
-    while ((ret = file.readOneRecord(record)) == 0) {
-        if (!first && record.key <= lastKey) {
-            LOG_ERROR("keys of %s not ascending", path.c_str());
-            return 1;
-        }
-        first = false;
-        lastKey = record.key;
+    while ((ret = reader.readOneRecord(record)) == 0) {
+    }
+    if (sums != nullptr) {
+        *sums = {reader.records(), reader.total()};
     }
     return ret == 1 ? 0 : 1;
 }

@@ -1,13 +1,54 @@
-// Reading a whole URL file to see whether it is good.
+// Reading URL files with all the checks that the format allows.
 #pragma once
+
+#include "storage/url_file.h"
 
 #include <cstdint>
 #include <string>
 
 namespace kestrine {
 
+// How the records of a file follow each other: by ascending key, or, in a top list, by descending
+// count and of equal counts by ascending key.
+enum class RecordOrder { Key, Count };
+
+// Reads the records of an open file whose status was read, and compares what no record shows alone:
+// their order, each block with its header, and the sum of the counts with the status' total.
+class VerifyingReader {
+public:
+    explicit VerifyingReader(UrlFile& file, RecordOrder order = RecordOrder::Key)
+        : m_file(file), m_order(order) {}
+
+    // As UrlFile::readOneRecord: 0, 1 (end of file) or -1, the file being marked broken then.
+    [[nodiscard]] int readOneRecord(UrlRecordView& record);
+    [[nodiscard]] uint64_t records() const { return m_records; }
+    [[nodiscard]] uint64_t total() const { return m_total; } // of the counts read
+
+private:
+    [[nodiscard]] bool follows(const UrlRecordView& record) const;
+    void add(const UrlRecordView& record);
+    [[nodiscard]] bool fitsHeader();
+    [[nodiscard]] bool fitsStatus();
+    int breakFile(const char* what);
+
+    UrlFile& m_file;
+    RecordOrder m_order;
+    BlockHeader m_block; // keys and total of the block's records so far
+    uint64_t m_lastKey = 0;
+    uint64_t m_lastCount = 0;
+    uint64_t m_records = 0;
+    uint64_t m_total = 0;
+};
+
+// What a file holds.
+struct FileSums {
+    uint64_t records = 0;
+    uint64_t total = 0; // sum of the counts
+};
+
 // Reads the status and every record. 0 when the file is good, 1 when it is damaged, -1 when it
 // cannot be opened.
-[[nodiscard]] int verifyUrlFile(const std::string& path, uint32_t statusType);
+[[nodiscard]] int verifyUrlFile(const std::string& path, uint32_t statusType,
+                                RecordOrder order = RecordOrder::Key, FileSums* sums = nullptr);
 
 } // namespace kestrine

@@ -5,6 +5,7 @@
 #include "frame/tree_names.h"
 #include "frame/util.h"
 #include "platform/platform.h"
+#include "storage/verify.h"
 
 #include <cerrno>
 #include <vector>
@@ -66,9 +67,10 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
         LOG_ERROR("read status from %s fail", path.c_str());
         return -1;
     }
+    VerifyingReader reader(file);
     while (!stopRequested()) {
         UrlRecordView record;
-        const int ret = file.readOneRecord(record);
+        const int ret = reader.readOneRecord(record);
         if (ret == 1) {
             return 0;
         }

@@ -3,7 +3,7 @@
 #include "storage/verify.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <map>
 #include <set>
 
 namespace kestrine::test {
@@ -28,6 +28,18 @@ TestRecords recordsOf(int32_t number, const std::string& date) {
                                                            2 + static_cast<uint64_t>(number), 8)});
 }
 
+std::string difference(const std::map<std::string, MemoryDisk::Bytes>& a,
+                       const std::map<std::string, MemoryDisk::Bytes>& b) {
+    std::string names;
+    for (const auto& [one, other] : {std::pair(&a, &b), {&b, &a}}) {
+        for (const auto& [path, bytes] : *one) {
+            const auto place = other->find(path);
+            names += place != other->end() && place->second == bytes ? "" : path + "\n";
+        }
+    }
+    return names;
+}
+
 void expectTopLists(const std::string& directory, const TestRecords& records) {
     constexpr size_t length = 10000;
     std::map<std::string, TestRecords> lists;
@@ -35,11 +47,12 @@ void expectTopLists(const std::string& directory, const TestRecords& records) {
     for (const TestRecord& record : records) {
         lists[std::to_string(record.type) + ".top"].push_back(record);
     }
+    std::vector<FindEntry> entries;
+    FindStep step{};
+    EXPECT_EQ(platform().find(names::topDir(directory) + "/*", entries, step), 0) << directory;
     std::set<std::string> found;
-    std::error_code missing;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(names::topDir(directory), missing)) {
-        found.insert(entry.path().filename().string());
+    for (const FindEntry& entry : entries) {
+        found.insert(entry.name);
     }
     for (auto& [name, list] : lists) {
         EXPECT_EQ(found.erase(name), 1U) << directory << " lacks " << name;
@@ -57,7 +70,7 @@ void expectTopLists(const std::string& directory, const TestRecords& records) {
     EXPECT_TRUE(found.empty()) << directory << " has also " << *found.begin();
     for (const std::string& other :
          {names::topTempDir(directory), names::topTempTempDir(directory)}) {
-        EXPECT_FALSE(std::filesystem::exists(other)) << other;
+        EXPECT_FALSE(platform().exists(other)) << other;
     }
 }
 
@@ -80,9 +93,10 @@ void expectPeriodFile(const std::string& path, uint32_t type, const TestRecords&
 StatTree::StatTree() {
     Configuration* configuration = nullptr;
     EXPECT_EQ(Configuration::getInstance(&configuration), 0);
-    configuration->setUrlStatRoot(root());
-    configuration->setMemoryDiskPath(m_dir / "mem");
+    configuration->setUrlStatRoot(g_root);
+    configuration->setMemoryDiskPath(g_memoryDisk);
     m_clock.freeBytes = uint64_t{1} << 40;
+    m_clock.seconds = 1330732800;
     g_isRunning = 1;
 }
 
@@ -102,14 +116,12 @@ std::string StatTree::putDay(const std::string& date, int32_t counter) {
 }
 
 std::string StatTree::put(const std::string& path, const TestRecords& records, DayStatus status) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     writeUrlFile(path, {records}, std::move(status));
     return path;
 }
 
 std::string StatTree::put(const std::string& path, const TestRecords& records,
                           WeekMonStatus status) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     writeUrlFile(path, {records}, std::move(status));
     return path;
 }

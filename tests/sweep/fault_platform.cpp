@@ -1,7 +1,11 @@
 #include "fault_platform.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <string_view>
 
 namespace kestrine::test {
 
@@ -23,6 +27,11 @@ public:
         if (m_disk.tracks(m_path)) {
             m_disk.m_powerLoss.wrote(m_path);
         }
+        if (const uint64_t room = m_disk.roomFor(m_path); room < data.size()) {
+            const int64_t written = room == 0 ? -1 : m_target->write(data.first(room));
+            errno = ENOSPC;
+            return written;
+        }
         if (!m_disk.refuses(m_path, "write")) {
             return m_target->write(data);
         }
@@ -40,11 +49,10 @@ public:
         if (m_disk.refuses(m_path, "sync")) {
             return -1;
         }
-        const int ret = m_target->sync();
-        if (ret == 0 && m_disk.tracks(m_path)) {
+        if (m_disk.tracks(m_path)) {
             m_disk.m_powerLoss.synced(m_path);
         }
-        return ret;
+        return 0; // no real power failure is waited for
     }
     int close() override { return m_target->close(); }
 
@@ -58,12 +66,38 @@ FaultPlatform::FaultPlatform(std::string scope, const std::string& keptAside, Fa
     : FakeClockPlatform(systemPlatform()), m_scope(std::move(scope)), m_plan(plan),
       m_powerLoss(keptAside) {
     freeBytes = uint64_t{1} << 40;
-    seconds = 1000000000;
+    seconds = g_now;
     ticks = 1000;
 }
 
 bool FaultPlatform::tracks(const std::string& path) const {
     return m_plan.fault == Fault::PowerLoss && path.starts_with(m_scope);
+}
+
+// Whether this change is one at which the disk goes wrong.
+bool FaultPlatform::hits(const char* what) const {
+    constexpr std::array<std::string_view, 3> needRoom = {"create", "write", "make directory"};
+    switch (m_plan.fault) {
+    case Fault::FailOn:
+        return m_changes >= m_plan.at;
+    case Fault::Full:
+        return m_changes >= m_plan.at &&
+               std::find(needRoom.begin(), needRoom.end(), what) != needRoom.end();
+    default:
+        return m_changes == m_plan.at;
+    }
+}
+
+// Bytes that still find room in a file.
+uint64_t FaultPlatform::roomFor(const std::string& path) const {
+    if (!smallDiskRoom || !path.starts_with(smallDisk)) {
+        return ~uint64_t{0};
+    }
+    uint64_t used = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(smallDisk)) {
+        used += entry.is_regular_file() ? entry.file_size() : 0;
+    }
+    return *smallDiskRoom - std::min(used, *smallDiskRoom);
 }
 
 bool FaultPlatform::refuses(const std::string& path, const char* what) {
@@ -75,14 +109,14 @@ bool FaultPlatform::refuses(const std::string& path, const char* what) {
     if (onChange) {
         onChange(m_changes, what);
     }
-    if (m_plan.fault == Fault::FailOn ? m_changes < m_plan.at : m_changes != m_plan.at) {
+    if (!hits(what)) {
         return false;
     }
     switch (m_plan.fault) {
     case Fault::None:
         return false;
     case Fault::PowerLoss:
-        m_powerLoss.strike(m_plan.at);
+        m_powerLoss.strike(m_plan.seed);
         [[fallthrough]];
     case Fault::Kill:
         std::_Exit(g_killedExit);
@@ -95,6 +129,13 @@ bool FaultPlatform::refuses(const std::string& path, const char* what) {
 
 uint32_t FaultPlatform::lastError() const {
     return m_lastFailed ? static_cast<uint32_t>(m_plan.error) : ForwardingPlatform::lastError();
+}
+
+uint32_t FaultPlatform::tickCount() {
+    if (m_plan.startUpOnly) {
+        std::_Exit(g_startUpOverExit);
+    }
+    return FakeClockPlatform::tickCount();
 }
 
 std::unique_ptr<File> FaultPlatform::open(const std::string& path, OpenMode mode) {
@@ -168,7 +209,7 @@ int FaultPlatform::syncDirectory(const std::string& path) {
     if (tracks(path)) {
         m_powerLoss.directorySynced(path);
     }
-    return ForwardingPlatform::syncDirectory(path);
+    return 0;
 }
 
 int FaultPlatform::removeTree(const std::string& command, const std::string& path) {

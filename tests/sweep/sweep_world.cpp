@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
@@ -23,6 +24,7 @@ namespace {
 
 constexpr uint64_t g_pauseMilliseconds = 1500; // of sleepTime=1
 constexpr int g_crashExit = 99;
+constexpr size_t g_workers = 2;
 
 bool isFinished(const std::string& path) {
     const std::string_view name = names::lastComponent(path);
@@ -48,6 +50,9 @@ std::vector<std::string> linesOf(const std::string& path) {
     if (ret != 1) {
         lines.emplace_back("damaged");
     }
+    const uint64_t total = day ? file.dayStatus()->totalCount()
+                               : static_cast<uint64_t>(file.weekMonStatus()->totalCount());
+    lines.push_back("/total " + std::to_string(total));
     if (name == "daycrcsort") {
         for (const NodeEntry& node : file.dayStatus()->entries()) {
             lines.push_back(node.path + " " + std::to_string(node.fileNumber) + " " +
@@ -95,7 +100,39 @@ std::string difference(const Snapshot& wanted, const Snapshot& got) {
     return {};
 }
 
-SweepWorld::SweepWorld(uint64_t visits) {
+std::vector<std::string> tryAll(uint64_t number,
+                                const std::function<std::string(int worker, uint64_t n)>& attempt) {
+    const TempDir reports;
+    std::array<pid_t, g_workers> workers{};
+    for (size_t worker = 0; worker < g_workers; ++worker) {
+        workers[worker] = fork();
+        if (workers[worker] == 0) {
+            std::ofstream report(reports / std::to_string(worker));
+            for (uint64_t n = worker; n < number; n += g_workers) {
+                const std::string wrong = attempt(static_cast<int>(worker), n);
+                if (!wrong.empty()) {
+                    report << wrong << std::endl;
+                }
+            }
+            std::_Exit(0);
+        }
+    }
+    std::vector<std::string> all;
+    for (size_t worker = 0; worker < g_workers; ++worker) {
+        int status = 0;
+        waitpid(workers[worker], &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            all.emplace_back("a worker of the test died");
+        }
+        std::ifstream report(reports / std::to_string(worker));
+        for (std::string line; std::getline(report, line);) {
+            all.push_back(line);
+        }
+    }
+    return all;
+}
+
+SweepWorld::SweepWorld(uint64_t visits, int dates) {
     worldgen::WorldSettings settings;
     settings.seed = 7;
     settings.visits = visits;
@@ -104,7 +141,7 @@ SweepWorld::SweepWorld(uint64_t visits) {
     settings.accounts = 1;
     settings.devices = 2;
     settings.firstDate = 20131130; // a Saturday, the last day of its month
-    settings.days = 2;
+    settings.days = dates;
     settings.filesPerNode = 1;
     settings.longNodeFiles = 0;
     settings.blockBytes = 16384;
@@ -129,11 +166,24 @@ std::string SweepWorld::urlStatRoot(int place) const {
 
 void SweepWorld::clear(int place) const {
     fs::remove_all(directory(place));
+    fs::remove_all(directory(place) + ".kept");
     fs::create_directories(directory(place) + "/config");
+    writeSettings(place, {});
+}
+
+void SweepWorld::copy(int from, int to) const {
+    fs::remove_all(directory(to));
+    fs::copy(directory(from), directory(to), fs::copy_options::recursive);
+    writeSettings(to, {});
+}
+
+void SweepWorld::writeSettings(int place, const Settings& settings) const {
     std::ofstream(directory(place) + "/config/urlstat.ini")
-        << "[urlstat]\nsleepTime=1\ndaycrcsortInterval=1\nweekmoncrcsortInterval=1\n"
-        << "maxHashMemory=1\nmemoryDiskSize=1025\nexportPersent=60\n"
-        << "memoryDiskPath=" << directory(place) << "/mem\n"
+        << "[urlstat]\nsleepTime=1\nmaxHashMemory=1\nexportPersent=60\n"
+        << "daycrcsortInterval=" << settings.dayInterval << "\n"
+        << "weekmoncrcsortInterval=" << settings.weekMonthInterval << "\n"
+        << "memoryDiskSize=" << settings.memoryDiskSize << "\n"
+        << "memoryDiskPath=" << directory(place) << "/mem/disk\n"
         << "urlStatRoot=" << urlStatRoot(place) << "\n";
 }
 
@@ -155,6 +205,8 @@ SweepWorld::End SweepWorld::run(int place, const Run& run) const {
         return End::Normal;
     case g_killedExit:
         return End::Killed;
+    case g_startUpOverExit:
+        return End::StartUpOver;
     default:
         return WEXITSTATUS(status) == 1 ? End::Failed : End::Crashed;
     }
@@ -163,16 +215,24 @@ SweepWorld::End SweepWorld::run(int place, const Run& run) const {
 // The child's whole life: what `main` does between start-up and end.
 int SweepWorld::serve(int place, const Run& run) const {
     const int nothing = ::open("/dev/null", O_WRONLY);
-    if (chdir(directory(place).c_str()) != 0 || dup2(nothing, STDOUT_FILENO) < 0) {
+    if (chdir(directory(place).c_str()) != 0 || dup2(nothing, STDOUT_FILENO) < 0 ||
+        (run.prepare && !run.prepare())) {
         return g_crashExit;
     }
     alarm(60); // a hang is a crash
     FaultPlatform disk(directory(place) + "/", directory(place) + ".kept", run.plan);
     disk.executable = m_directory / "install/ml/kestrine";
+    disk.smallDisk = directory(place) + "/mem/";
+    disk.smallDiskRoom = run.memoryDiskRoom;
     bool secondRound = run.secondRound;
     disk.onSleep = [&] {
-        secondRound = secondRound || disk.slept >= g_pauseMilliseconds;
-        if (disk.slept >= 2 * g_pauseMilliseconds) {
+        if (disk.slept == g_pauseMilliseconds) {
+            secondRound = true;
+            if (run.inPause) {
+                run.inPause();
+            }
+        }
+        if (disk.slept >= (run.onePass ? 1 : 2) * g_pauseMilliseconds) {
             g_isRunning = 0;
         }
     };
@@ -187,12 +247,18 @@ int SweepWorld::serve(int place, const Run& run) const {
         const auto last = m_lastOfFirstRound.find(node);
         return last == m_lastOfFirstRound.end() || std::stoi(file.stem()) > last->second;
     };
-    std::ofstream calls(run.callsFile);
+    std::ofstream calls;
     if (!run.callsFile.empty()) {
-        disk.onChange = [&calls](uint64_t number, const char* what) {
-            calls << number << " " << what << "\n";
-        };
+        calls.open(run.callsFile);
     }
+    disk.onChange = [&](uint64_t number, const char* what) {
+        if (calls.is_open()) {
+            calls << number << " " << what << "\n";
+        }
+        if (run.atChange) {
+            run.atChange(number);
+        }
+    };
     setPlatform(&disk);
     Configuration::resetInstance();
     WorkThread workThread;

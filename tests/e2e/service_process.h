@@ -1,0 +1,59 @@
+// A running program, watched through its console lines.
+#pragma once
+
+#include "child_process.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace kestrine::test {
+
+using Lines = std::vector<std::string>; // without line ends
+
+class ServiceProcess {
+public:
+    ServiceProcess(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::string& directory);
+    ~ServiceProcess(); // ends the program
+
+    [[nodiscard]] Lines lines() const; // so far, complete ones
+    // The last few of them, for messages.
+    [[nodiscard]] std::string tail() const;
+
+    // Wait until the lines satisfy a condition. False when the program ended or the time is over
+    // before that.
+    [[nodiscard]] bool waitFor(const std::function<bool(const Lines&)>& condition);
+    [[nodiscard]] bool waitForLine(std::string_view part, int times = 1);
+    // A pause between two passes begins; of the whole run, counted from 1.
+    [[nodiscard]] bool waitForPause(int number = 1);
+    [[nodiscard]] int pauses() const;
+
+    void request(StopRequest request) { m_child->request(request); }
+    void kill() { m_child->kill(); }
+    // Waits for the end; see ChildProcess::wait. A program that does not end is killed.
+    [[nodiscard]] int wait();
+
+private:
+    void readOutput();
+    void takeOutput(std::string_view text);
+
+    static constexpr std::chrono::seconds m_limit{180};
+
+    std::unique_ptr<ChildProcess> m_child;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    Lines m_lines;
+    std::string m_partial; // line not ended yet
+    bool m_ended = false;
+    std::thread m_reader;
+};
+
+[[nodiscard]] int countLines(const Lines& lines, std::string_view part);
+
+} // namespace kestrine::test

@@ -1,0 +1,206 @@
+#include "service_world.h"
+
+#include "frame/log.h"
+#include "worldgen/install.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+namespace kestrine::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds g_retryPause{200};
+constexpr int g_retries = 3000;
+
+// The files of the tree are read with the service's library, whose reports nobody wants to see.
+class Quiet : public testing::Environment {
+public:
+    void SetUp() override { reportErrorsToStderr(); }
+};
+[[maybe_unused]] const auto* const g_quiet = testing::AddGlobalTestEnvironment(new Quiet);
+
+testing::AssertionResult failure(const std::string& what, const ServiceProcess& service) {
+    return testing::AssertionFailure() << what << "; " << service.tail();
+}
+
+} // namespace
+
+uint64_t randomSeed() {
+    const char* const given = std::getenv("KESTRINE_SEED");
+    return given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
+}
+
+worldgen::WorldSettings smallWorld(uint64_t visits) {
+    worldgen::WorldSettings settings;
+    settings.visits = visits;
+    settings.hosts = 1500;
+    settings.longHosts = 12;
+    settings.filesPerNode = 2;
+    settings.blocksPerFile = 2;
+    settings.devices = 1;
+    settings.firstDate = 20121229;
+    settings.days = 3;
+    settings.longNodeFiles = 0;
+    settings.threads = 1;
+    return settings;
+}
+
+worldgen::WorldSettings tinyWorld(uint64_t visits, int firstDate, int days) {
+    worldgen::WorldSettings settings = smallWorld(visits);
+    settings.accounts = 1;
+    settings.firstDate = firstDate;
+    settings.days = days;
+    return settings;
+}
+
+Lines errorLines(const ServiceProcess& service) {
+    Lines errors = service.lines();
+    std::erase_if(errors, [](const std::string& line) {
+        return !line.starts_with("E:") || line.find("cannot find </_f> in") != std::string::npos;
+    });
+    return errors;
+}
+
+ServiceWorld::ServiceWorld(Settings settings)
+    : m_settings(
+          {{"sleepTime", "1"}, {"daycrcsortInterval", "1"}, {"weekmoncrcsortInterval", "1"}}),
+      m_world(m_dir.path()) {
+    for (auto& [key, value] : settings) {
+        std::erase_if(m_settings, [&key](const auto& line) { return line.first == key; });
+        m_settings.emplace_back(key, value);
+    }
+}
+
+void ServiceWorld::prepare(worldgen::WorldSettings& settings) {
+    settings.seed = m_seed++;
+    settings.install.urlstat = m_settings;
+}
+
+void ServiceWorld::generate(worldgen::WorldSettings settings) {
+    prepare(settings);
+    m_expected.add(m_world.generate(settings));
+    installProgram();
+}
+
+void ServiceWorld::append(worldgen::WorldSettings settings) {
+    prepare(settings);
+    m_expected.add(m_world.append(settings));
+}
+
+void ServiceWorld::makeAccounts(const std::vector<std::string>& names) {
+    worldgen::WorldSettings settings;
+    prepare(settings);
+    worldgen::writeInstall(m_dir.path(), names, settings.install);
+    installProgram();
+}
+
+void ServiceWorld::installProgram() {
+    const fs::path program = KESTRINE_PROGRAM;
+    fs::copy_file(program, fs::path(programDir()) / program.filename());
+}
+
+fs::path ServiceWorld::node(std::string_view account, int device, int date) const {
+    return worldgen::dateDir(m_dir.path(), account, device, date);
+}
+
+void ServiceWorld::save() {
+    fs::copy(m_dir / "data", m_dir / "saved", fs::copy_options::recursive);
+    m_saved = m_expected;
+}
+
+void ServiceWorld::restore() {
+    fs::remove_all(m_dir / "data");
+    fs::copy(m_dir / "saved", m_dir / "data", fs::copy_options::recursive);
+    m_expected = m_saved;
+}
+
+void ServiceWorld::configure(const Settings& settings) {
+    std::string text = "[urlstat]\n";
+    for (const auto& [key, value] : m_settings) {
+        const bool replaced =
+            std::ranges::any_of(settings, [&key](const auto& line) { return line.first == key; });
+        text += replaced ? "" : key + "=" + value + "\n";
+    }
+    for (const auto& [key, value] : settings) {
+        text += key + "=" + value + "\n";
+    }
+    worldgen::writeFile(worldgen::urlstatIniPath(m_dir.path()), text);
+}
+
+std::unique_ptr<ServiceProcess> ServiceWorld::start(const std::vector<std::string>& arguments) {
+    const std::string program =
+        (fs::path(programDir()) / fs::path(KESTRINE_PROGRAM).filename()).string();
+    for (int tries = 0;; ++tries) {
+        auto service = std::make_unique<ServiceProcess>(program, arguments, programDir());
+        if (service->waitForLine("urlstat start running ...") ||
+            countLines(service->lines(), "another instance is running") == 0 ||
+            tries == g_retries) {
+            return service;
+        }
+        (void)service->wait();
+        service.reset();
+        fs::remove_all(programDir() + "/log"); // as if this start had not been tried
+        std::this_thread::sleep_for(g_retryPause);
+    }
+}
+
+testing::AssertionResult ServiceWorld::stop(ServiceProcess& service, StopRequest request) {
+    service.request(request);
+    const int code = service.wait();
+    const Lines lines = service.lines();
+    const std::string signal = "Recv signal:" + std::to_string(static_cast<int>(request)) + " ... ";
+    if (code != 0) {
+        return failure("exit code " + std::to_string(code) + " after a stop", service);
+    }
+    if (countLines(lines, "Recv signal:") != 1 || countLines(lines, signal) != 1 ||
+        lines.back().find(" exit normally") == std::string::npos) {
+        return failure("no orderly end", service);
+    }
+    if (fs::exists(logData() + "/_memdisk")) {
+        return failure("the memory disk is still there", service);
+    }
+    return testing::AssertionSuccess();
+}
+
+testing::AssertionResult ServiceWorld::onePass() {
+    const auto service = start();
+    if (!service->waitForPause()) {
+        return failure("no end of the first pass", *service);
+    }
+    const testing::AssertionResult stopped = stop(*service);
+    const Lines errors = errorLines(*service);
+    if (stopped && !errors.empty()) {
+        return failure("error line: " + errors.front(), *service);
+    }
+    return stopped;
+}
+
+testing::AssertionResult ServiceWorld::matches(bool newDayFilesKept) const {
+    TreeText found = readTree(statRoot(), logData());
+    std::erase_if(found, [=](const auto& file) {
+        return newDayFilesKept && file.first.find("/new/") != std::string::npos;
+    });
+    const std::string text = differences(m_expected.tree(), found);
+    return text.empty() ? testing::AssertionSuccess() : testing::AssertionFailure() << text;
+}
+
+std::vector<std::string> ServiceWorld::setAside() const {
+    std::vector<std::string> names;
+    std::error_code missing;
+    for (const auto& entry : fs::recursive_directory_iterator(statRoot() + "/debug", missing)) {
+        const std::string name = entry.path().filename().string();
+        if (entry.is_regular_file()) {
+            names.push_back(entry.path().parent_path().filename().string() + "/" +
+                            name.substr(name.find('_') + 1));
+        }
+    }
+    return names;
+}
+
+} // namespace kestrine::test
