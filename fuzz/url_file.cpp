@@ -121,7 +121,7 @@ const Bytes& goodFile(bool hosts) {
 //                 bits 1, 2  smallest and largest key one off
 //                 bit 3      one record more than there is
 //                 bit 4      a total that any sum overflows
-//                 bit 5      the raw size one off
+//                 bit 5      both sizes one more than there is
 //                 bit 6      the first record's count is 0
 //                 bit 7      it is as large as the field allows
 //   word          length of the data
@@ -142,6 +142,7 @@ void putBlock(UrlFile& file, InputReader& input) {
     if ((control & 16) != 0) {
         block.header.totalCount = INT64_MAX;
     }
+    block.header.blockSize += (control >> 5) & 1;
     block.header.rawSize += (control >> 5) & 1;
     // Nothing that the writer refuses: a reader never gets past its header.
     if (Util::validateBlockHeader(&block.header) == 0) {

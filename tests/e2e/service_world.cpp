@@ -101,8 +101,11 @@ void ServiceWorld::makeAccounts(const std::vector<std::string>& names) {
 }
 
 void ServiceWorld::installProgram() {
-    const fs::path program = KESTRINE_PROGRAM;
-    fs::copy_file(program, fs::path(programDir()) / program.filename());
+    fs::copy_file(KESTRINE_PROGRAM, program());
+}
+
+std::string ServiceWorld::program() const {
+    return programDir() + "/" + fs::path(KESTRINE_PROGRAM).filename().string();
 }
 
 fs::path ServiceWorld::node(std::string_view account, int device, int date) const {
@@ -134,10 +137,8 @@ void ServiceWorld::configure(const Settings& settings) {
 }
 
 std::unique_ptr<ServiceProcess> ServiceWorld::start(const std::vector<std::string>& arguments) {
-    const std::string program =
-        (fs::path(programDir()) / fs::path(KESTRINE_PROGRAM).filename()).string();
     for (int tries = 0;; ++tries) {
-        auto service = std::make_unique<ServiceProcess>(program, arguments, programDir());
+        auto service = std::make_unique<ServiceProcess>(program(), arguments, programDir());
         if (service->waitForLine("urlstat start running ...") ||
             countLines(service->lines(), "another instance is running") == 0 ||
             tries == g_retries) {

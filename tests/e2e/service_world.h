@@ -37,6 +37,7 @@ public:
     [[nodiscard]] std::string logData() const { return m_dir / "data/log_data"; }
     [[nodiscard]] std::string statRoot() const { return logData() + "/_urlstat"; }
     [[nodiscard]] std::string programDir() const { return m_dir / "install/ml"; }
+    [[nodiscard]] std::string program() const;
     [[nodiscard]] const TempDir& dir() const { return m_dir; }
     ExpectedWorld& expected() { return m_expected; }
 

@@ -11,11 +11,23 @@
 
 namespace kestrine::test {
 
+// Removes a directory with all it holds. A listing may still name an entry that is gone, which
+// the standard library takes for a failure.
+inline void removeTree(const std::string& path) {
+    std::error_code error;
+    for (int tries = 0; tries < 10; ++tries) {
+        std::filesystem::remove_all(path, error);
+        if (!error) {
+            return;
+        }
+    }
+    throw std::filesystem::filesystem_error("removeTree", path, error);
+}
+
 class TempDir {
 public:
-    TempDir() {
+    explicit TempDir(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
         static std::atomic<uint32_t> counter{0};
-        const std::filesystem::path base = std::filesystem::temp_directory_path();
         do {
             m_path = (base / ("kestrine-test-" + std::to_string(std::random_device()()) + "-" +
                               std::to_string(counter++)))
@@ -23,8 +35,11 @@ public:
         } while (!std::filesystem::create_directory(m_path));
     }
     ~TempDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
+        try {
+            removeTree(m_path);
+        } catch (const std::filesystem::filesystem_error&) {
+            // Nothing that the test is about.
+        }
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;

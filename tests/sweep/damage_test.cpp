@@ -1,30 +1,30 @@
 // Damaged, lost and half-written statistics files. Each is put into a tree that the service has
 // made, before it starts or while it runs. The service is then started until it ends in order, and
 // must have written what an undisturbed run writes; what was damaged and in the way lies in
-// "debug", byte for byte.
+// "debug", byte for byte. (W: who finds the damage; D: what the service does then.)
 //
-//   file              who finds the damage             what the service does
-//   day file          start-up check; merge; reader    backup, or nothing, takes its place; logs
-//   are
-//                     of positions; list maker         read again from its positions; week and
-//                                                      month files are built anew
-//   week, month file  start-up check; merge; list      backup, if it can be brought forward,
-//                     maker                            otherwise built anew from day files
-//   new-day file      start-up check; merge; reader    its logs and those of later new-day files
-//   are
-//                     of positions; list maker         read again; when the day file holds it, week
-//                                                      and month files are built from day files
-//   top list          start-up check                   the directory's lists are made again
-//   backup            when it takes its file's place   as if there were none
-//   work file         nobody looks                     the start-up check removes it
+//   day file          W  start-up check, reader of positions, merge, list maker
+//                     D  its backup takes its place, or nothing; its logs are read again from the
+//                        positions that are left; week and month files are built anew
+//   week, month file  W  start-up check, merge, list maker
+//                     D  its backup takes its place, if it can be brought forward; otherwise it is
+//                        built anew from day files
+//   new-day file      W  start-up check, reader of positions, merge, list maker
+//                     D  its logs and those of later new-day files are read again; when the day
+//                        file holds it already, week and month files are built from day files
+//   top list          W  start-up check
+//                     D  all lists of the directory are made again
+//   backup            W  start-up check, when it takes its file's place
+//                     D  as if there were none
+//   work file         W  nobody
+//                     D  the start-up check removes it
 //
-// Not found, since the formats hold nothing to find it by: a host's text or type, or a key that
-// still stands in order, changed in a block that is stored uncompressed (no block here is).
-// Accepted by design: a week or month status whose checksum is wrong.
+// Not found, since the formats hold nothing to find it by: a text, a type, or a key that still
+// stands in order, changed in a block that is stored uncompressed (no block here is). Accepted by
+// design: a week or month status whose checksum is wrong.
+#include "damages.h"
 #include "sweep_world.h"
 
-#include "frame/tree_names.h"
-#include "storage/block_header.h"
 #include "support/stat_tree.h"
 #include "support/url_file_helper.h"
 
@@ -32,10 +32,8 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <random>
 #include <set>
 
@@ -43,7 +41,6 @@ namespace kestrine::test {
 namespace {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
 using End = SweepWorld::End;
 
 constexpr int g_firstTree = 2000; // place of the first tree
@@ -97,146 +94,6 @@ struct Case {
     std::string name;
     std::vector<Edit> edits;
 };
-
-Bytes bytesOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void putBytes(const std::string& path, const Bytes& bytes) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    std::copy(bytes.begin(), bytes.end(), std::ostreambuf_iterator<char>(file));
-}
-
-// ---- damages of one file
-
-struct Damage {
-    std::string name;
-    std::function<void(Bytes&)> apply; // null: the file is removed
-    bool found = true;
-};
-
-bool isWeekOrMonth(const std::string& path) {
-    return path.ends_with("weekcrcsort") || path.ends_with("moncrcsort");
-}
-
-size_t endOfBlocks(const Bytes& file) {
-    return static_cast<size_t>(loadLittle<int64_t>(file.data() + file.size() - 8));
-}
-
-// Lowest and highest bit of every field of a file with one compressed block.
-std::vector<Damage> flips(const Bytes& file, bool weekMonth) {
-    struct Field {
-        const char* name;
-        size_t offset;
-        size_t width;
-        bool found = true;
-    };
-    const size_t end = endOfBlocks(file);
-    const size_t body = end + 12;
-    const size_t path = body + (weekMonth ? 12 : 16);
-    const size_t pathEnd = static_cast<size_t>(
-        std::find(file.begin() + static_cast<ptrdiff_t>(path), file.end(), 0) - file.begin());
-    std::vector<Field> fields = {
-        {"least key", 0, 8},
-        {"greatest key", 8, 8},
-        {"block's total", 16, 8},
-        {"block's size", 24, 4},
-        {"raw size", 28, 4},
-        {"flag", 32, 4},
-        {"number of records", 36, 4},
-        {"start of the data", 40, 2},
-        {"records", 40 + (end - 40) / 2, 1},
-        {"end of the data", end - 4, 4},
-        {"checksum", end, 8, !weekMonth},
-        {"length", end + 8, 4},
-        {"end position", file.size() - 8, 8},
-        {"path's start", path, 1, !weekMonth},
-        {"path's end", pathEnd - 1, 1},
-        {"number of the entry", path + 260, 4},
-    };
-    if (weekMonth) {
-        fields.push_back({"total", body, 8});
-        fields.push_back({"number of entries", body + 8, 4, false});
-    } else {
-        fields.push_back({"counter", body, 4});
-        fields.push_back({"total", body + 4, 8});
-        fields.push_back({"number of entries", body + 12, 4});
-        fields.push_back({"offset of the entry", path + 264, 8});
-    }
-    std::vector<Damage> damages;
-    for (const Field& field : fields) {
-        for (const bool high : {false, true}) {
-            const size_t at = field.offset + (high ? field.width - 1 : 0);
-            const uint8_t bit = high ? 0x80 : 0x01;
-            damages.push_back({std::string(high ? "highest" : "lowest") + " bit of " + field.name,
-                               [at, bit](Bytes& bytes) { bytes[at] ^= bit; }, field.found});
-        }
-    }
-    return damages;
-}
-
-std::vector<Damage> cuts(const Bytes& file) {
-    const size_t end = endOfBlocks(file);
-    std::vector<Damage> damages;
-    for (const size_t length :
-         {size_t{0}, size_t{1}, size_t{20}, size_t{40}, size_t{41}, 40 + (end - 40) / 2, end - 1,
-          end, end + 6, end + 12, end + 13, end + 40, file.size() - 9, file.size() - 8,
-          file.size() - 4, file.size() - 1}) {
-        damages.push_back(
-            {"cut to " + std::to_string(length), [length](Bytes& bytes) { bytes.resize(length); }});
-    }
-    damages.push_back({"all zeros", [](Bytes& bytes) { bytes.assign(bytes.size(), 0); }});
-    damages.push_back({"second half zeros", [](Bytes& bytes) {
-                           std::fill(bytes.begin() + static_cast<ptrdiff_t>(bytes.size() / 2),
-                                     bytes.end(), uint8_t{0});
-                       }});
-    damages.push_back({"zeros behind", [](Bytes& bytes) { bytes.resize(bytes.size() + 100); }});
-    damages.push_back({"no file", nullptr});
-    return damages;
-}
-
-// Some damage that the format lets be found.
-void damageSomehow(const std::string& path, std::mt19937_64& random) {
-    Bytes bytes = bytesOf(path);
-    if (bytes.size() < 60 || random() % 4 == 0) {
-        bytes.resize(random() % (bytes.size() + 1));
-    } else if (random() % 8 == 0) {
-        fs::remove(path);
-        return;
-    } else {
-        // Blocks that are compressed, and the end position.
-        const size_t end = std::min(endOfBlocks(bytes), bytes.size() - 8);
-        const bool inBlocks = end > 40 && bytes[32] == 1 && random() % 4 != 0;
-        const size_t at = inBlocks ? random() % end : bytes.size() - 1 - random() % 8;
-        bytes[at] ^= static_cast<uint8_t>(1 + random() % 255);
-    }
-    putBytes(path, bytes);
-}
-
-// A file below a directory, whatever it is; empty when there is none.
-std::string anyFile(const std::string& directory, std::mt19937_64& random) {
-    std::vector<std::string> files;
-    std::error_code none;
-    for (const auto& entry : fs::recursive_directory_iterator(directory, none)) {
-        const std::string path = entry.path().generic_string();
-        if (entry.is_regular_file() && path.find("/debug/") == std::string::npos) {
-            files.push_back(path);
-        }
-    }
-    std::sort(files.begin(), files.end());
-    return files.empty() ? std::string() : files[random() % files.size()];
-}
-
-// Makes everything in a place older than the start-up check reads through.
-void makeOld(const std::string& directory) {
-    const auto then = std::chrono::file_clock::from_sys(
-        std::chrono::sys_seconds(std::chrono::seconds(FaultPlatform::g_now - 40 * 86400)));
-    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-        fs::last_write_time(entry.path(), then);
-    }
-}
 
 class Damaged : public testing::Test {
 protected:
@@ -364,18 +221,21 @@ protected:
 SweepWorld* Damaged::g_world = nullptr;
 Snapshot Damaged::g_wanted;
 
-std::vector<Moment> momentsOf(size_t tree) {
-    switch (tree) {
-    case 0:
-        return {Moment::Start, Moment::EarlyStart, Moment::BetweenPasses, Moment::LongAgo};
-    case 1:
-        return {Moment::Start, Moment::BetweenPasses, Moment::LongAgo};
-    case 2:
-    case 3:
-        return {Moment::Start, Moment::BetweenPasses};
-    default:
+// The moments at which a damage is tried. New-day files that are kept do not matter to lists.
+std::vector<Moment> momentsOf(size_t tree, std::string_view file, const Damage& damage) {
+    const bool list = file.ends_with(".top");
+    if (list && tree != 0 && tree != g_undisturbed) {
+        return {};
+    }
+    if (damage.minor || !(tree <= 3)) {
         return {Moment::Start};
     }
+    if (g_trees[tree].bothRounds || list) {
+        return {Moment::Start, Moment::BetweenPasses};
+    }
+    return tree == 0 ? std::vector<Moment>{Moment::Start, Moment::EarlyStart, Moment::BetweenPasses,
+                                           Moment::LongAgo}
+                     : std::vector<Moment>{Moment::Start, Moment::BetweenPasses, Moment::LongAgo};
 }
 
 TEST_F(Damaged, OneFile) {
@@ -386,12 +246,9 @@ TEST_F(Damaged, OneFile) {
             if (!fs::exists(path)) {
                 continue;
             }
-            const Bytes bytes = bytesOf(path);
-            ASSERT_EQ(loadLittle<uint32_t>(bytes.data() + 32), 1u) << file << " is not compressed";
-            std::vector<Damage> damages = flips(bytes, isWeekOrMonth(path));
-            std::ranges::move(cuts(bytes), std::back_inserter(damages));
-            for (const Damage& damage : damages) {
-                for (const Moment moment : momentsOf(tree)) {
+            ASSERT_TRUE(isCompressed(path)) << file;
+            for (const Damage& damage : damagesOf(path)) {
+                for (const Moment moment : momentsOf(tree, file, damage)) {
                     const bool found = damage.found && moment <= Moment::EarlyStart;
                     cases.push_back({tree,
                                      moment,

@@ -62,6 +62,27 @@ std::vector<std::string> linesOf(const std::string& path) {
     return lines;
 }
 
+// A worker must not return into the test framework, not even by an exception.
+std::string resultOf(const std::function<std::string(int, uint64_t)>& attempt, int worker,
+                     uint64_t n) {
+    try {
+        return attempt(worker, n);
+    } catch (const std::exception& error) {
+        return std::to_string(n) + ": " + error.what();
+    }
+}
+
+// The file system in memory, where there is one with room: the same result, much sooner.
+fs::path fastDirectory() {
+    constexpr uintmax_t room = uintmax_t{512} << 20;
+    const char* const memory = "/dev/shm";
+    std::error_code error;
+    const fs::space_info space = fs::space(memory, error);
+    return !error && space.available >= room && access(memory, W_OK) == 0
+               ? fs::path(memory)
+               : fs::temp_directory_path();
+}
+
 } // namespace
 
 Snapshot snapshotOf(const std::string& urlStatRoot) {
@@ -109,7 +130,7 @@ std::vector<std::string> tryAll(uint64_t number,
         if (workers[worker] == 0) {
             std::ofstream report(reports / std::to_string(worker));
             for (uint64_t n = worker; n < number; n += g_workers) {
-                const std::string wrong = attempt(static_cast<int>(worker), n);
+                const std::string wrong = resultOf(attempt, static_cast<int>(worker), n);
                 if (!wrong.empty()) {
                     report << wrong << std::endl;
                 }
@@ -132,7 +153,7 @@ std::vector<std::string> tryAll(uint64_t number,
     return all;
 }
 
-SweepWorld::SweepWorld(uint64_t visits, int dates) {
+SweepWorld::SweepWorld(uint64_t visits, int dates) : m_directory(fastDirectory()) {
     worldgen::WorldSettings settings;
     settings.seed = 7;
     settings.visits = visits;
@@ -165,14 +186,14 @@ std::string SweepWorld::urlStatRoot(int place) const {
 }
 
 void SweepWorld::clear(int place) const {
-    fs::remove_all(directory(place));
-    fs::remove_all(directory(place) + ".kept");
+    removeTree(directory(place));
+    removeTree(directory(place) + ".kept");
     fs::create_directories(directory(place) + "/config");
     writeSettings(place, {});
 }
 
 void SweepWorld::copy(int from, int to) const {
-    fs::remove_all(directory(to));
+    removeTree(directory(to));
     fs::copy(directory(from), directory(to), fs::copy_options::recursive);
     writeSettings(to, {});
 }
@@ -213,7 +234,7 @@ SweepWorld::End SweepWorld::run(int place, const Run& run) const {
 }
 
 // The child's whole life: what `main` does between start-up and end.
-int SweepWorld::serve(int place, const Run& run) const {
+int SweepWorld::serve(int place, const Run& run) const noexcept {
     const int nothing = ::open("/dev/null", O_WRONLY);
     if (chdir(directory(place).c_str()) != 0 || dup2(nothing, STDOUT_FILENO) < 0 ||
         (run.prepare && !run.prepare())) {

@@ -39,8 +39,8 @@ public:
         bool secondRound = true;    // visible from the start; otherwise after the first pass
         std::string callsFile = {}; // where to write the name of every change, if anywhere
         bool onePass = false;       // the second one does not come
-        // Called in the child: before all, where false counts as a crash; between the passes; and at
-        // every change with its number.
+        // Called in the child: before all, where false counts as a crash; between the passes; and
+        // at every change with its number.
         std::function<bool()> prepare = {};
         std::function<void()> inPause = {};
         std::function<void(uint64_t)> atChange = {};
@@ -64,7 +64,7 @@ public:
     [[nodiscard]] uint64_t visits() const { return m_visits; }
 
 private:
-    [[nodiscard]] int serve(int place, const Run& run) const;
+    [[nodiscard]] int serve(int place, const Run& run) const noexcept; // what throws is a crash
 
     TempDir m_directory;
     uint64_t m_visits = 0;
