@@ -29,11 +29,19 @@ testing::AssertionResult failure(const std::string& what, const ServiceProcess& 
     return testing::AssertionFailure() << what << "; " << service.tail();
 }
 
+uint64_t fromEnvironment(const char* name, uint64_t standard) {
+    const char* const given = std::getenv(name);
+    return given != nullptr ? std::strtoull(given, nullptr, 10) : standard;
+}
+
 } // namespace
 
 uint64_t randomSeed() {
-    const char* const given = std::getenv("KESTRINE_SEED");
-    return given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
+    return fromEnvironment("KESTRINE_SEED", 1);
+}
+
+uint64_t rounds(uint64_t standard) {
+    return fromEnvironment("KESTRINE_ROUNDS", standard);
 }
 
 worldgen::WorldSettings smallWorld(uint64_t visits) {

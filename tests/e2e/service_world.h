@@ -20,8 +20,10 @@ namespace kestrine::test {
 
 using Settings = std::vector<std::pair<std::string, std::string>>; // lines of urlstat.ini
 
-// Seed of this run's random choices, from the environment variable KESTRINE_SEED when it is set.
+// Seed of the random choices and length of the loops over them; the environment variables
+// KESTRINE_SEED and KESTRINE_ROUNDS set others.
 [[nodiscard]] uint64_t randomSeed();
+[[nodiscard]] uint64_t rounds(uint64_t standard);
 
 // Two accounts of one device, three dates from a Saturday to a last day of the year, small files.
 [[nodiscard]] worldgen::WorldSettings smallWorld(uint64_t visits = 6000);

@@ -38,8 +38,10 @@ TEST_P(Stop, AtAnyMomentEndsInOrderAndLosesNothing) {
     ServiceWorld world(Settings{{"maxHashMemory", "16"}});
     world.generate(tinyWorld(8000));
     const Microseconds whole = timeOnePass(world);
-    for (int i = 0; i < 6; ++i) {
-        world.append(tinyWorld(4000));
+    for (uint64_t i = 0; i < rounds(50); ++i) {
+        if (i % 4 == 0) {
+            world.append(tinyWorld(4000));
+        }
         const auto service = world.start();
         ASSERT_TRUE(service->waitForLine(g_running)) << service->tail();
         std::this_thread::sleep_for(whole * (random() % 1000) / 1000);
@@ -91,17 +93,17 @@ TEST(Instance, ASecondOneIsRefusedAndChangesNothing) {
 
 // New logs keep coming in between. A killed service must start again every time, and nothing that
 // it left behind may count twice, be lost, or be taken for damaged.
-TEST(Kill, AtRandomMomentsDozensOfTimesLosesNothing) {
+TEST(Kill, AtRandomMomentsHundredsOfTimesLosesNothing) {
     const uint64_t seed = randomSeed();
     SCOPED_TRACE("KESTRINE_SEED=" + std::to_string(seed));
     std::mt19937_64 random(seed);
     ServiceWorld world(Settings{{"maxHashMemory", "16"}});
     world.generate(tinyWorld(6000));
     const Microseconds whole = timeOnePass(world);
-    for (int i = 0; i < 40; ++i) {
+    for (uint64_t i = 0, last = rounds(300); i < last; ++i) {
         if (i % 3 == 0) {
             worldgen::WorldSettings more = tinyWorld(1500);
-            more.newDays = i == 15 ? 1 : 0;
+            more.newDays = i % 100 == 15 ? 1 : 0;
             more.newDevices = i == 24 ? 1 : 0;
             world.append(more);
         }
@@ -114,11 +116,13 @@ TEST(Kill, AtRandomMomentsDozensOfTimesLosesNothing) {
         ASSERT_EQ(countLines(errors, "topn.temp.temp exist, delete"),
                   static_cast<int>(errors.size()))
             << "kill " << i << "; " << service->tail();
+        if (i % 50 == 49 || i + 1 == last) {
+            const auto undisturbed = world.start();
+            ASSERT_TRUE(undisturbed->waitForPause()) << undisturbed->tail();
+            ASSERT_TRUE(world.stop(*undisturbed));
+            ASSERT_TRUE(world.matches()) << "after kill " << i;
+        }
     }
-    const auto last = world.start();
-    ASSERT_TRUE(last->waitForPause()) << last->tail();
-    ASSERT_TRUE(world.stop(*last));
-    ASSERT_TRUE(world.matches());
     EXPECT_TRUE(world.setAside().empty());
 }
 
