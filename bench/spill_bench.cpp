@@ -26,7 +26,11 @@ void spill(benchmark::State& state) {
         bytes = map.usedMemory();
         state.ResumeTiming();
 
-        std::vector<KeyedRecord> records = map.takeAll();
+        std::vector<KeyedRecord> records;
+        if (map.takeAll(records) != 0) {
+            state.SkipWithError("takeAll fail");
+            break;
+        }
         std::sort(records.begin(), records.end(),
                   [](const KeyedRecord& a, const KeyedRecord& b) { return a.key < b.key; });
         UrlFile file;

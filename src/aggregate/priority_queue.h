@@ -4,6 +4,7 @@
 #include "storage/url_record.h"
 
 #include <cstdint>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -35,12 +36,18 @@ public:
     CPriorityQueue(const CPriorityQueue&) = delete;
     CPriorityQueue& operator=(const CPriorityQueue&) = delete;
 
-    // A queue of at most `capacity` elements, which it does not own. 0, or -1 for a capacity of 0.
+    // A queue of at most `capacity` elements, which it does not own. 0, or -1 for a capacity of 0
+    // and when there is no memory for all of them.
     [[nodiscard]] int init(uint32_t capacity, Less less = lessByCount) {
         if (capacity == 0) {
             return -1;
         }
         clear();
+        try {
+            m_array.reserve(size_t{capacity} + 1);
+        } catch (const std::bad_alloc&) {
+            return -1;
+        }
         m_array.assign(1, T{});
         m_capacity = capacity;
         m_less = less;

@@ -1,5 +1,8 @@
 #include "aggregate/url_hash_map.h"
 
+#include <bit>
+#include <new>
+#include <random>
 #include <utility>
 
 namespace kestrine {
@@ -10,10 +13,15 @@ constexpr size_t g_firstSlots = 1024;
 
 } // namespace
 
+UrlHashMap::UrlHashMap() {
+    std::random_device random;
+    m_multiplier = (uint64_t{random()} << 32) | random() | 1;
+}
+
 // The slot that holds the key, or the free one where it belongs.
 size_t UrlHashMap::slotOf(uint64_t key) const {
     const size_t mask = m_slots.size() - 1;
-    size_t slot = static_cast<size_t>(key) & mask;
+    auto slot = static_cast<size_t>((key * m_multiplier) >> std::countl_zero(uint64_t{mask}));
     while (m_slots[slot].record && m_slots[slot].key != key) {
         slot = (slot + 1) & mask;
     }
@@ -34,9 +42,13 @@ void UrlHashMap::insert(UrlRecordPtr record) {
     m_slots[slotOf(key)] = {key, std::move(record)};
 }
 
-std::vector<KeyedRecord> UrlHashMap::takeAll() {
-    std::vector<KeyedRecord> records;
-    records.reserve(m_size);
+int UrlHashMap::takeAll(std::vector<KeyedRecord>& records) {
+    records.clear();
+    try {
+        records.reserve(m_size);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
     for (KeyedRecord& slot : m_slots) {
         if (slot.record) {
             records.push_back(std::move(slot));
@@ -44,7 +56,7 @@ std::vector<KeyedRecord> UrlHashMap::takeAll() {
     }
     m_size = 0;
     m_usedMemory = 0;
-    return records;
+    return 0;
 }
 
 void UrlHashMap::clear() {

@@ -44,6 +44,10 @@ int UrlStat::init() {
 
 int UrlStat::run(const std::string& account) {
     LOG_INFO("deal with account %s", account.c_str());
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        return 0;
+    }
     if (daycrcsort(account) != 0) {
         LOG_ERROR("daycrcsort for %s fail", account.c_str());
         return -1;

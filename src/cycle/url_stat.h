@@ -89,6 +89,7 @@ private:
     [[nodiscard]] bool crossesMemoryDisk(const UrlRecord& record) const;
     [[nodiscard]] int checkWriteMemDiskTempToDiskTemp(const UrlRecord& record,
                                                       MemFileList& memFileList);
+    [[nodiscard]] int makeRoom(const UrlRecord& record);
     [[nodiscard]] int moveMemoryDiskToDisk(MemFileList& memFileList);
     [[nodiscard]] int createMemDiskDirAndGetFilePath(std::string& path);
     [[nodiscard]] int createDiskTempDirAndGetFilePath(std::string& path);

@@ -135,7 +135,7 @@ int UrlStat::replaceAndMakeTop(const std::string& output, uint32_t statusType,
 void UrlStat::setAsideDamaged(const std::string& formal, uint32_t statusType,
                               const std::vector<std::string>& inputs) {
     const auto check = [](const std::string& path, uint32_t type) {
-        if (platform().exists(path) && verifyUrlFile(path, type) == 1 &&
+        if (platform().exists(path) && verifyTwice(path, type) == 1 &&
             (Util::dumpBrokenFile(path) != 0 || Util::removeBrokenFile(path) != 0)) {
             LOG_ERROR("remove broken file %s fail", path.c_str());
         }
@@ -152,7 +152,7 @@ int UrlStat::deleteDirStat(const std::string& directory) {
         return 0;
     }
     for (int i = 0; i < g_dirStatTries; ++i) {
-        if (platform().removeFile(path) == 0) {
+        if (platform().removeFile(path) == 0 || !platform().exists(path)) {
             return 0;
         }
         platform().sleep(g_dirStatPause);

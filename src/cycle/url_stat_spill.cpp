@@ -52,7 +52,11 @@ int UrlStat::writeHashMap(int writeAll) {
         LOG_DEBUG("find g_isRunning 0, stop");
         return 0;
     }
-    std::vector<KeyedRecord> records = m_map.takeAll();
+    std::vector<KeyedRecord> records;
+    if (m_map.takeAll(records) != 0) {
+        LOG_ERROR("malloc fail, errno %d", errno);
+        return -1;
+    }
     sortByKey(records);
     const auto percent = static_cast<uint64_t>(m_configuration->exportPersent());
     const size_t keep =
@@ -133,7 +137,7 @@ int UrlStat::writeSpillFile(std::vector<KeyedRecord>& records, size_t from, size
             if (m_spillRecords > 0) {
                 break;
             }
-            ret = checkWriteMemDiskTempToDiskTemp(record, m_memFileList);
+            ret = makeRoom(record);
         }
         if (stopRequested()) {
             return 0;
@@ -147,7 +151,15 @@ int UrlStat::writeSpillFile(std::vector<KeyedRecord>& records, size_t from, size
         dropSpillFile();
         return noSpace ? g_noSpace : -1;
     }
-    return cut ? checkWriteMemDiskTempToDiskTemp(*records[to].record, m_memFileList) : 0;
+    return cut ? makeRoom(*records[to].record) : 0;
+}
+
+int UrlStat::makeRoom(const UrlRecord& record) {
+    if (checkWriteMemDiskTempToDiskTemp(record, m_memFileList) != 0) {
+        LOG_ERROR("checkWriteMemDiskTempToDiskTemp fail %s", m_account.c_str());
+        return -1;
+    }
+    return 0;
 }
 
 int UrlStat::writeSpillRecord(const UrlRecord& record) {
@@ -239,11 +251,7 @@ int UrlStat::checkWriteMemDiskTempToDiskTemp(const UrlRecord& record, MemFileLis
     const int64_t max = usableMemoryDisk();
     LOG_INFO("prepare to write to disk cur:%" PRId64 "K %" PRId64 " max:%" PRId64 "K %" PRId64,
              current / 1024, current, max / 1024, max);
-    if (moveMemoryDiskToDisk(memFileList) != 0) {
-        LOG_ERROR("checkWriteMemDiskTempToDiskTemp fail %s", m_account.c_str());
-        return -1;
-    }
-    return 0;
+    return moveMemoryDiskToDisk(memFileList);
 }
 
 int UrlStat::moveMemoryDiskToDisk(MemFileList& memFileList) {

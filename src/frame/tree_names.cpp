@@ -7,11 +7,13 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <limits>
 
 namespace kestrine::names {
 
 namespace {
 
+constexpr std::string_view g_topName = "topn";
 constexpr std::string_view g_backupEnding = "_backup";
 constexpr std::string_view g_tempEnding = ".temp";
 constexpr std::string_view g_newDayEnding = ".daycrcsortnew";
@@ -220,7 +222,9 @@ int32_t newDayNumber(std::string_view path) {
         return -1;
     }
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    return error == std::errc() && end == name.data() + name.size() ? number : -1;
+    const bool whole = error == std::errc() && end == name.data() + name.size();
+    const bool canonical = name.front() != '0' || name.size() == 1;
+    return whole && canonical && number < std::numeric_limits<int32_t>::max() ? number : -1;
 }
 
 std::string dayDirOfNewDayDir(std::string_view newDayDirectory) {
@@ -260,7 +264,7 @@ std::string diskTempDir(std::string_view accountDir, std::string_view date) {
 // ---- top lists
 
 std::string topDir(std::string_view directory) {
-    return join(directory, "topn");
+    return join(directory, g_topName);
 }
 
 std::string topTempDir(std::string_view directory) {
@@ -287,6 +291,9 @@ std::string dirStatFile(std::string_view directory) {
 
 std::string dumpDir(std::string_view root, std::string_view path) {
     std::string_view name = lastComponent(parentOf(path));
+    if (name == g_topName) {
+        name = lastComponent(parentOf(parentOf(path)));
+    }
     if (!name.starts_with(g_weekPrefix) && !name.starts_with(g_monthPrefix)) {
         name = name.substr(0, g_dateLength);
     }

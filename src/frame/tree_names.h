@@ -5,8 +5,8 @@
 //     DATA/ACCOUNT/devid_N/DATE/A/DIR/FILE.dat   DATA ends in "log_data"; DIR = FILE / 100
 //
 //   statistics tree (ROOT)
-//     ROOT/ACCOUNT/new/DATE/N.daycrcsortnew      new-day files, numbered from 0;
-//     N.daycrcsortnew.temp ROOT/ACCOUNT/diskTemp/DATE/N.temp          disk temporary files
+//     ROOT/ACCOUNT/new/DATE/N.daycrcsortnew      new-day files, numbered from 0; + ".temp"
+//     ROOT/ACCOUNT/diskTemp/DATE/N.temp          disk temporary files
 //     ROOT/ACCOUNT/DATE/daycrcsort               day file; + "_backup", ".temp", ".temp.temp"
 //     ROOT/ACCOUNT/weekBEGIN_END/weekcrcsort     week file; the same endings
 //     ROOT/ACCOUNT/monBEGIN_END/moncrcsort       month file; the same endings

@@ -42,6 +42,8 @@ using Visitor = std::function<int(const std::string& path, uint32_t attributes)>
 // Deletes the top lists of a statistics file that they no longer match. A kill leaves the whole set
 // or none, perhaps with a directory of the name of an incomplete set.
 [[nodiscard]] int deleteTopLists(const std::string& directory);
+// Deletes one directory of lists, or a file in its place; a missing one is a success.
+[[nodiscard]] int deleteListDirectory(const std::string& path);
 
 // Allocates `size` bytes into `*buffer`.
 [[nodiscard]] int assureNotEmpty(int32_t size, Buffer* buffer);

@@ -1,5 +1,6 @@
 // Deleting top lists. A directory that is half deleted must not pass for a complete set, therefore
-// it first takes the name of an incomplete one, which the start-up check deletes.
+// it first takes the name of an incomplete one, which the start-up check deletes. The set that is
+// complete, but not in place, goes too: it is of the same file.
 #include "frame/log.h"
 #include "frame/tree_names.h"
 #include "frame/util.h"
@@ -9,25 +10,34 @@
 
 namespace kestrine::Util {
 
-int deleteTopLists(const std::string& directory) {
-    const std::string lists = names::topDir(directory);
-    const std::string doomed = names::topTempTempDir(directory);
-    if (platform().exists(doomed) && deleteDir(doomed) != 0) {
-        LOG_ERROR("deleteDir %s fail", doomed.c_str());
-        return -1;
-    }
-    if (!platform().exists(lists)) {
+int deleteListDirectory(const std::string& path) {
+    FileInfo info;
+    if (!platform().exists(path)) {
         return 0;
     }
-    if (platform().rename(lists, doomed) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", lists.c_str(), doomed.c_str(), errno);
-        return -1;
-    }
-    if (deleteDir(doomed) != 0) {
-        LOG_ERROR("deleteDir %s fail", doomed.c_str());
+    const bool file = platform().info(path, info) == 0 && !info.isDirectory;
+    if ((file ? platform().removeFile(path) : deleteDir(path)) != 0) {
+        LOG_ERROR("deleteDir %s fail", path.c_str());
         return -1;
     }
     return 0;
+}
+
+int deleteTopLists(const std::string& directory) {
+    const std::string doomed = names::topTempTempDir(directory);
+    for (const std::string& lists : {names::topTempDir(directory), names::topDir(directory)}) {
+        if (deleteListDirectory(doomed) != 0) {
+            return -1;
+        }
+        if (!platform().exists(lists)) {
+            continue;
+        }
+        if (platform().rename(lists, doomed) != 0) {
+            LOG_ERROR("rename %s to %s fail, errno %d", lists.c_str(), doomed.c_str(), errno);
+            return -1;
+        }
+    }
+    return deleteListDirectory(doomed);
 }
 
 } // namespace kestrine::Util

@@ -17,6 +17,7 @@ constexpr uint32_t g_olderMagic = 0x89156984;
 constexpr size_t g_headerSize = 16;
 constexpr size_t g_nameOffset = 40;
 constexpr size_t g_nameSize = 36;
+constexpr int32_t g_mostRecords = 65536; // far above any installation; 370 MB
 
 bool readAll(File& file, std::span<uint8_t> buffer) {
     return file.read(buffer) == static_cast<int64_t>(buffer.size());
@@ -77,6 +78,10 @@ int CMlAccountFile::readRecords(File& file, int32_t count) {
     const size_t size = m_version == g_version ? AccountRecord::g_size : AccountRecord::g_olderSize;
     for (int32_t i = 0; i < count; ++i) {
         AccountRecord record;
+        if (i == g_mostRecords) {
+            LOG_ERROR("%d records in %s, at most %d", count, m_path.c_str(), g_mostRecords);
+            return g_recordUnreadable;
+        }
         if (!readAll(file, std::span(record.bytes).first(size))) {
             LOG_ERROR("read record %d of %d from %s fail, errno %d", i, count, m_path.c_str(),
                       errno);
@@ -98,6 +103,7 @@ int CMlAccountFile::save() const {
     }
     if (platform().rename(temp, m_path) != 0) {
         LOG_ERROR("rename %s to %s fail, errno %d", temp.c_str(), m_path.c_str(), errno);
+        (void)platform().removeFile(temp); // the next call overwrites it
         return -1;
     }
     if (platform().syncDirectory(std::string(names::parentOf(m_path))) != 0) {

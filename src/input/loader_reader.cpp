@@ -124,7 +124,10 @@ int LoaderReader::openFile(int32_t fileNumber) {
             LOG_ERROR("snprintf fail");
             return g_loaderError;
         }
-        if (!platform().exists(path)) {
+        // One that cannot be looked at is taken for one that is not there yet: passing over it
+        // would go on and on in a directory without access.
+        FileInfo info;
+        if (platform().info(path, info) != 0) {
             return g_loaderNoMore;
         }
         const int result = tryOpenFile(path, number);

@@ -60,7 +60,6 @@ private:
 
     [[nodiscard]] int openFile(int32_t fileNumber);
     [[nodiscard]] int tryOpenFile(const std::string& path, int32_t fileNumber);
-    [[nodiscard]] int seekTo(File& file, uint64_t offset) const;
     [[nodiscard]] int setHistoryEndPos();
     [[nodiscard]] int jumpToNextFile();
     [[nodiscard]] int advanceFile();

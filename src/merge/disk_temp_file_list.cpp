@@ -13,12 +13,14 @@
 namespace kestrine {
 
 void DiskTempFileList::add(const std::string& path, const DayStatus& status) {
-    if (m_items.empty() || m_items.back().status.date() != status.date()) {
-        m_items.emplace_back();
-        m_items.back().status.setNewCounter(-1);
-        m_items.back().used = status.newCounter();
+    auto found = std::ranges::find_if(
+        m_items, [&status](const Item& item) { return item.status.date() == status.date(); });
+    if (found == m_items.end()) {
+        found = m_items.emplace(m_items.end());
+        found->status.setNewCounter(-1);
+        found->used = status.newCounter();
     }
-    Item& item = m_items.back();
+    Item& item = *found;
     for (const NodeEntry& entry : status.entries()) {
         item.status.updateIfNewer(entry);
     }
@@ -131,12 +133,6 @@ void DiskTempFileList::dropDate(int32_t date) {
         }
         return true;
     });
-}
-
-void DiskTempFileList::dropAll() {
-    while (!m_items.empty()) {
-        dropDate(m_items.back().status.date());
-    }
 }
 
 } // namespace kestrine

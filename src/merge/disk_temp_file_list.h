@@ -13,17 +13,18 @@ namespace kestrine {
 class DiskTempFileList {
 public:
     // Adds a file to its date's item; an empty path stands for a date whose logs held no URL. The
-    // new counter of the date's first status is the highest new-day number used so far.
+    // new counter of the date's first status is the highest new-day number used so far. A date has
+    // one item, whatever comes in between: its files must become one new-day file, since a part of
+    // them does not hold what their positions say.
     void add(const std::string& path, const DayStatus& status);
     // Merges every date's files into its next new-day file and removes them. 0; 1 when a stop was
     // requested (what remains stays in the list); -1, also when a day file or new-day file from
-    // which positions were read has gone since: the numbers would begin anew. A kill leaves, per date, either the files or
-    // the complete new-day file (and perhaps files too, which start-up removes).
+    // which positions were read has gone since: the numbers would begin anew. A kill leaves, per
+    // date, either the files or the complete new-day file (and perhaps files too, which start-up
+    // removes).
     [[nodiscard]] int mergeDiskTempFile();
     // Removes a date's item and its files, so that the date hands nothing on.
     void dropDate(int32_t date);
-    // Removes all items and their files.
-    void dropAll();
 
     [[nodiscard]] bool empty() const { return m_items.empty(); }
 

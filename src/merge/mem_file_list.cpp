@@ -104,12 +104,6 @@ void MemFileList::dropLastGroup() {
     }
 }
 
-void MemFileList::dropAll() {
-    while (!m_groups.empty()) {
-        dropLastGroup();
-    }
-}
-
 void MemFileList::print() const {
     LOG_DEBUG("mem file list:");
     for (const Group& group : m_groups) {

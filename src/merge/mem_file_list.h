@@ -32,8 +32,6 @@ public:
     [[nodiscard]] int mergeFileList(DiskTempFileList* list);
     // Removes the last group and its files.
     void dropLastGroup();
-    // Removes all groups and their files.
-    void dropAll();
     void print() const;
 
     // Bytes in memory-disk files.

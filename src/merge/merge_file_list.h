@@ -86,8 +86,8 @@ private:
     [[nodiscard]] int removeOneBrokenFile(const std::string& path);
     [[nodiscard]] int removeWorkFile(const std::string& path);
     [[nodiscard]] int runMerge(const std::string& workPath);
-    [[nodiscard]] int finishOutput(const std::string& workPath, const std::string& finalPath,
-                                   bool durable);
+    [[nodiscard]] int closeOutput(const std::string& workPath, bool durable);
+    [[nodiscard]] static int syncDirectoryOf(const std::string& path);
     int abandon(const std::string& workPath);
     int stopAndReturn(const std::string& workPath);
     [[nodiscard]] int deleteTopnDir(const std::string& directory);

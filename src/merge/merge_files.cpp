@@ -141,9 +141,8 @@ int MergeFileList::runMerge(const std::string& workPath) {
     return 0;
 }
 
-// The output carries its status already: syncs if wanted, closes all and renames into place.
-int MergeFileList::finishOutput(const std::string& workPath, const std::string& finalPath,
-                                bool durable) {
+// The output carries its status already: synced if wanted, and all closed.
+int MergeFileList::closeOutput(const std::string& workPath, bool durable) {
     if (durable && m_output->sync() != 0) {
         LOG_ERROR("sync %s fail", workPath.c_str());
         return -1;
@@ -152,13 +151,12 @@ int MergeFileList::finishOutput(const std::string& workPath, const std::string& 
         LOG_ERROR("closeUrlFiles fail %s", workPath.c_str());
         return -1;
     }
-    if (platform().rename(workPath, finalPath) != 0) {
-        LOG_ERROR("rename from %s to %s fail, errno %d", workPath.c_str(), finalPath.c_str(),
-                  errno);
-        return -1;
-    }
-    const std::string directory(names::parentOf(finalPath));
-    if (durable && platform().syncDirectory(directory) != 0) {
+    return 0;
+}
+
+int MergeFileList::syncDirectoryOf(const std::string& path) {
+    const std::string directory(names::parentOf(path));
+    if (platform().syncDirectory(directory) != 0) {
         LOG_ERROR("sync directory %s fail, errno %d", directory.c_str(), errno);
         return -1;
     }
@@ -203,11 +201,12 @@ void MergeFileList::validateTotalCount(uint64_t outputTotal) const {
         } else if (const WeekMonStatus* weekMon = file->weekMonStatus()) {
             total = static_cast<uint64_t>(weekMon->totalCount());
         }
-        LOG_DEBUG("%s %" PRIu64, file->path().c_str(), total);
+        LOG_DEBUG("%s %" PRId64, file->path().c_str(), static_cast<int64_t>(total));
         sum += total;
     }
     if (sum != outputTotal) {
-        LOG_INFO("total count not match %" PRIu64 " %" PRIu64, sum, outputTotal);
+        LOG_INFO("total count not match %" PRId64 " %" PRId64, static_cast<int64_t>(sum),
+                 static_cast<int64_t>(outputTotal));
     }
 }
 

@@ -251,12 +251,20 @@ int MergeFileList::takeDayCounters() {
 }
 
 int MergeFileList::finishPeriod(const std::string& workPath, const std::string& finalPath) {
+    if (closeOutput(workPath, true) != 0) {
+        return -1;
+    }
     const std::string directory(names::parentOf(finalPath));
     if (deleteTopnDir(directory) != 0) {
         LOG_ERROR("deleteTopnDir %s fail", directory.c_str());
         return -1;
     }
-    if (finishOutput(workPath, finalPath, true) != 0) {
+    if (platform().rename(workPath, finalPath) != 0) {
+        LOG_ERROR("rename from %s to %s fail, errno %d", workPath.c_str(), finalPath.c_str(),
+                  errno);
+        return -1;
+    }
+    if (syncDirectoryOf(finalPath) != 0) {
         return -1;
     }
     m_inputs.clear();

@@ -49,10 +49,21 @@ int MergeFileList::mergeTemps(const std::vector<std::string>& inputs, const DayS
     DayStatus written = status;
     written.setTotalCount(m_output->totalCount());
     if (m_output->writeStatus(written) != 0) {
-        LOG_ERROR("writeStatus fail %s", output.c_str());
+        if (durable) {
+            LOG_ERROR("writeStatus fail %s", output.c_str());
+        } else {
+            LOG_ERROR("writeStatus %s fail", output.c_str());
+        }
         return abandon(work);
     }
-    if (finishOutput(work, output, durable) != 0) {
+    if (closeOutput(work, durable) != 0) {
+        return abandon(work);
+    }
+    if (platform().rename(work, output) != 0) {
+        LOG_ERROR("rename from %s to %s fail", work.c_str(), output.c_str());
+        return abandon(work);
+    }
+    if (durable && syncDirectoryOf(output) != 0) {
         return abandon(work);
     }
     removeRoundFiles();
@@ -79,15 +90,18 @@ int MergeFileList::mergeTemp2New(const std::vector<std::string>& inputs, const D
     if (stopRequested()) {
         return stopAndReturn(work);
     }
-    if (finishOutput(work, newFile, true) != 0) {
+    if (closeOutput(work, true) != 0) {
+        return abandon(work);
+    }
+    if (platform().rename(work, newFile) != 0) {
         LOG_ERROR("rename %s to %s fail, errno %d, delete %s", work.c_str(), newFile.c_str(), errno,
                   work.c_str());
         return abandon(work);
     }
-    return 0;
+    return syncDirectoryOf(newFile) == 0 ? 0 : abandon(work);
 }
 
-// Leaves the written file open, for `finishOutput`.
+// Leaves the written file open, for `closeOutput`.
 int MergeFileList::createEmptyDaycrcsortNew(const std::string& path, const DayStatus& status) {
     LOG_INFO("some dat files have no url, just create an empty daycrcsortnew with only status "
              "indicates the fileid");

@@ -106,6 +106,9 @@ public:
 
     // ---- files and directories
     [[nodiscard]] virtual std::unique_ptr<File> open(const std::string& path, OpenMode mode) = 0;
+    // False when the system says that there is nothing of this name. When it cannot tell (an I/O
+    // error, a directory without access), true: the operation that follows then fails, where "not
+    // there" would be taken for a fact.
     [[nodiscard]] virtual bool exists(const std::string& path) = 0;
     [[nodiscard]] virtual int info(const std::string& path, FileInfo& info) = 0;
     [[nodiscard]] virtual int removeFile(const std::string& path) = 0;
@@ -124,6 +127,11 @@ public:
                                    FindStep& step) = 0;
     // Bytes free to the caller on the volume that holds `path`.
     [[nodiscard]] virtual int freeSpace(const std::string& path, uint64_t& bytes) = 0;
+    // The absolute form of a path, without "." and ".."; links are followed where the system has
+    // them in common use. Empty on failure. What the path names need not be there.
+    [[nodiscard]] virtual std::string resolvedPath(const std::string& path) = 0;
+    // Whether a resolved path is where a volume begins: "/" or a mount point, a drive or a share.
+    [[nodiscard]] virtual bool isVolumeRoot(const std::string& path) = 0;
     // True when the two names would name the same file in one directory.
     [[nodiscard]] virtual bool sameFileName(const std::string& a, const std::string& b) const = 0;
 

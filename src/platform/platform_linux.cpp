@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <thread>
 
 namespace kestrine {
@@ -35,7 +36,9 @@ public:
     }
 
     [[nodiscard]] bool exists(const std::string& path) override {
-        return ::access(path.c_str(), F_OK) == 0;
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 ||
+               (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG);
     }
 
     [[nodiscard]] int info(const std::string& path, FileInfo& info) override {
@@ -89,6 +92,23 @@ public:
         }
         bytes = uint64_t{volume.f_bavail} * volume.f_frsize;
         return 0;
+    }
+
+    [[nodiscard]] std::string resolvedPath(const std::string& path) override {
+        std::error_code error;
+        const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+        const std::filesystem::path resolved =
+            error ? absolute : std::filesystem::weakly_canonical(absolute, error);
+        return error ? std::string() : resolved.generic_string();
+    }
+
+    [[nodiscard]] bool isVolumeRoot(const std::string& path) override {
+        struct stat itself {};
+        struct stat parent {};
+        if (::stat(path.c_str(), &itself) != 0 || ::stat((path + "/..").c_str(), &parent) != 0) {
+            return false;
+        }
+        return itself.st_dev != parent.st_dev || itself.st_ino == parent.st_ino;
     }
 
     [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {

@@ -2,6 +2,7 @@
 #include "platform/system_windows.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -73,7 +74,14 @@ public:
     }
 
     [[nodiscard]] bool exists(const std::string& path) override {
-        return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+        if (GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES) {
+            return true;
+        }
+        constexpr std::array<DWORD, 7> notThere = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
+                                                   ERROR_INVALID_NAME,   ERROR_BAD_PATHNAME,
+                                                   ERROR_INVALID_DRIVE,  ERROR_FILENAME_EXCED_RANGE,
+                                                   ERROR_DIRECTORY};
+        return std::ranges::find(notThere, GetLastError()) == notThere.end();
     }
 
     [[nodiscard]] int info(const std::string& path, FileInfo& info) override {
@@ -94,7 +102,10 @@ public:
     }
 
     [[nodiscard]] int makeDirectory(const std::string& path) override {
-        return CreateDirectoryA(path.c_str(), nullptr) ? 0 : fail();
+        // A name whose directory was deleted while somebody had it open is refused for a moment.
+        const bool made = tryWhileHeld([&] { return CreateDirectoryA(path.c_str(), nullptr); },
+                                       [] { return false; });
+        return made ? 0 : fail();
     }
 
     [[nodiscard]] int removeDirectory(const std::string& path) override {
@@ -138,8 +149,33 @@ public:
         return 0;
     }
 
+    [[nodiscard]] std::string resolvedPath(const std::string& path) override {
+        std::string resolved(32768, '\0');
+        const DWORD length = GetFullPathNameA(path.c_str(), static_cast<DWORD>(resolved.size()),
+                                              resolved.data(), nullptr);
+        if (length == 0 || length >= resolved.size()) {
+            fail(length == 0 ? GetLastError() : ERROR_BUFFER_OVERFLOW);
+            return {};
+        }
+        resolved.resize(length);
+        std::replace(resolved.begin(), resolved.end(), '\\', '/');
+        return resolved;
+    }
+
+    [[nodiscard]] bool isVolumeRoot(const std::string& path) override {
+        std::string root(path.size() + 3, '\0');
+        if (!GetVolumePathNameA(path.c_str(), root.data(), static_cast<DWORD>(root.size()))) {
+            return false;
+        }
+        root.resize(std::strlen(root.c_str()));
+        std::replace(root.begin(), root.end(), '\\', '/');
+        const std::string whole = path.ends_with('/') ? path : path + "/";
+        return sameFileName(root, whole);
+    }
+
     [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {
-        return _stricmp(a.c_str(), b.c_str()) == 0;
+        return CompareStringA(LOCALE_INVARIANT, NORM_IGNORECASE, a.c_str(), -1, b.c_str(), -1) ==
+               CSTR_EQUAL;
     }
 
     [[nodiscard]] int removeTree(const std::string& command, const std::string& path) override {

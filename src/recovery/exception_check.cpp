@@ -41,7 +41,7 @@ bool isDirectory(uint32_t attributes) {
 }
 
 int deleteList(const std::string& directory) {
-    if (platform().exists(directory) && Util::deleteDir(directory) != 0) {
+    if (Util::deleteListDirectory(directory) != 0) {
         LOG_ERROR("delete dir %s fail", directory.c_str());
         return -1;
     }

@@ -28,12 +28,6 @@ int isRecent(const std::string& path, bool& recent) {
     return 0;
 }
 
-// A file is given up when it was found damaged twice: a disk may fail to read it once.
-int verifyTwice(const std::string& path, uint32_t statusType, RecordOrder order, FileSums& sums) {
-    const int ret = verifyUrlFile(path, statusType, order, &sums);
-    return ret == 1 ? verifyUrlFile(path, statusType, order, &sums) : ret;
-}
-
 int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
@@ -67,9 +61,9 @@ struct Lists {
 
 int addList(const std::string& path, Lists& lists) {
     FileSums sums;
-    const int ret = verifyTwice(path, g_dayStatusType, RecordOrder::Count, sums);
-    if (ret < 0) {
-        return -1;
+    const int ret = verifyTwice(path, g_dayStatusType, RecordOrder::Count, &sums);
+    if (ret < 0 || ret == 2) {
+        return ret < 0 ? -1 : 0;
     }
     if (ret == 1) {
         lists.damaged = true;
@@ -92,8 +86,8 @@ int checkFile(const std::string& path, uint32_t statusType, Reading reading) {
     if (!recent || stopRequested()) {
         return 0;
     }
-    FileSums sums;
-    return verifyTwice(path, statusType, RecordOrder::Key, sums);
+    const int ret = verifyTwice(path, statusType);
+    return ret == 2 ? 0 : ret;
 }
 
 int checkTopLists(const std::string& directory, const std::string& formal, uint32_t statusType) {
@@ -120,7 +114,7 @@ int checkTopLists(const std::string& directory, const std::string& formal, uint3
         LOG_ERROR("tranverse %s fail", listDirectory.c_str());
         return -1;
     }
-    return lists.fit(total) ? 0 : 1;
+    return stopRequested() || lists.fit(total) ? 0 : 1;
 }
 
 } // namespace kestrine

@@ -22,18 +22,29 @@ int setAside(const std::string& path) {
     return 0;
 }
 
-// Reads the status of a formal file into `file`. One that cannot be read gives way to its backup.
-// 0; 1 when no readable file is left; -1.
-int readFormal(const std::string& path, uint32_t statusType, UrlFile& file) {
-    if (file.open(path, OpenMode::Read) != 0) {
+// Reads the status of a formal file. 0; 1 when it cannot be read; -1 when the file cannot be
+// opened.
+int readStatusOf(const std::string& path, uint32_t statusType, std::unique_ptr<UrlFile>& file) {
+    file = std::make_unique<UrlFile>();
+    if (file->open(path, OpenMode::Read) != 0) {
         LOG_ERROR("open %s fail", path.c_str());
         return -1;
     }
-    if (file.readStatus(statusType) == 0) {
-        return file.close();
-    }
-    if (file.close() != 0) {
+    const int ret = file->readStatus(statusType) == 0 ? 0 : 1;
+    if (file->close() != 0) {
         LOG_ERROR("close %s fail", path.c_str());
+    }
+    return ret;
+}
+
+// The same; a file whose status cannot be read twice gives way to its backup. 0; 1 when it did; -1.
+int readFormal(const std::string& path, uint32_t statusType, std::unique_ptr<UrlFile>& file) {
+    int ret = readStatusOf(path, statusType, file);
+    if (ret == 1) {
+        ret = readStatusOf(path, statusType, file);
+    }
+    if (ret != 1) {
+        return ret;
     }
     return setAside(path) == 0 && Util::removeBrokenFile(path) == 0 ? 1 : -1;
 }
@@ -43,10 +54,10 @@ template <typename Use>
 int withReadableFormal(const std::string& path, uint32_t statusType, bool& fellBack,
                        const Use& use) {
     for (int tries = 0; tries < 2 && platform().exists(path); ++tries) {
-        UrlFile file;
+        std::unique_ptr<UrlFile> file;
         const int ret = readFormal(path, statusType, file);
         if (ret == 0) {
-            return use(file);
+            return use(*file);
         }
         if (ret < 0) {
             return -1;
@@ -238,7 +249,7 @@ bool PeriodCheck::canBeBroughtForward(const Date& date, int32_t held) {
     if (!date.hasDirectory && date.waiting.empty()) {
         return true;
     }
-    if (held > date.reach) {
+    if (held > date.reach || held < -1) {
         return false;
     }
     for (int32_t number = held + 1; number <= date.counter; ++number) {

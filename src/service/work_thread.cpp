@@ -8,6 +8,8 @@
 #include "recovery/exception_check.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <new>
 
 namespace kestrine {
 
@@ -110,7 +112,7 @@ int WorkThread::checkAccountChange() {
 }
 
 int WorkThread::runAccounts() {
-    for (size_t i = 0; i < m_urlStats.size(); ++i) {
+    for (size_t i = 0; i < m_urlStats.size() && !stopRequested(); ++i) {
         if (m_urlStats[i]->run(m_accounts[i]) != 0) {
             LOG_ERROR("run account %s fail", m_accounts[i].c_str());
             return -1;
@@ -154,7 +156,11 @@ int WorkThread::reinit() {
         return 0;
     }
     for (const std::string& account : m_accounts) {
-        m_urlStats.push_back(std::make_unique<UrlStat>());
+        m_urlStats.emplace_back(new (std::nothrow) UrlStat());
+        if (!m_urlStats.back()) {
+            LOG_ERROR("new UrlStat [] fail errno %d", errno);
+            return -1;
+        }
         if (m_urlStats.back()->init() != 0) {
             LOG_ERROR("init for %s fail", account.c_str());
             return -1;

@@ -15,8 +15,9 @@ public:
     // Fixes the data path, the memory-disk directory and the statistics root, and reads the account
     // list, waiting until there is an account. 0 or -1.
     [[nodiscard]] int init();
-    // Start-up check, then pass after pass until a stop is requested. 0 after a stop, -1 on
-    // failure; temporary directories are removed on every way out.
+    // Removes temporary directories, checks every account's tree, and then makes pass after pass
+    // until a stop is requested. 0 after a stop, -1 on failure; from the first pass on, temporary
+    // directories are removed on every way out.
     [[nodiscard]] int run();
 
     // One `UrlStat` per account of the current list. 0 or -1.
@@ -28,8 +29,6 @@ public:
     [[nodiscard]] int removeDeletedDate();
 
 private:
-    [[nodiscard]] int initMemoryDisk();
-    [[nodiscard]] int initUrlStatRoot();
     [[nodiscard]] int waitForAccounts();
     [[nodiscard]] int checkAccounts(const std::vector<std::string>& accounts);
     [[nodiscard]] int runLoop();
@@ -37,7 +36,6 @@ private:
     [[nodiscard]] int checkAccountChange();
     [[nodiscard]] int runAccounts();
     void pause();
-    [[nodiscard]] int removeTempTree(const std::string& path);
 
     std::vector<std::string> m_accounts; // account paths, as last read
     std::vector<std::unique_ptr<UrlStat>> m_urlStats;

@@ -55,10 +55,10 @@ int sweepDirectory(const std::string& directory, const CodePlace& where) {
 
 bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
                         const std::string& urlStatRoot) {
-    const size_t end = memoryDisk.find_last_not_of('/');
-    const std::string path = end == std::string::npos ? "" : memoryDisk.substr(0, end + 1);
-    const bool volumeRoot = path.empty() || (path.size() == 2 && path[1] == ':');
-    return volumeRoot || names::liesBelow(dataPath, path) || names::liesBelow(urlStatRoot, path);
+    const std::string path = platform().resolvedPath(memoryDisk);
+    return path.empty() || platform().isVolumeRoot(path) ||
+           names::liesBelow(platform().resolvedPath(dataPath), path) ||
+           names::liesBelow(platform().resolvedPath(urlStatRoot), path);
 }
 
 int WorkThread::init() {

@@ -77,6 +77,10 @@ int DayStatus::parse(ByteView body) {
         return -1;
     }
     m_newCounter = loadLittle<int32_t>(body.data());
+    if (m_newCounter < -1 || m_newCounter > g_lastNewDayNumber) {
+        LOG_ERROR("counter invalid %d", m_newCounter);
+        return -1;
+    }
     m_totalCount = loadLittle<uint64_t>(body.data() + 4);
     size_t start = g_headSize;
     for (; body.size() - start >= g_entrySize; start += g_entrySize) {

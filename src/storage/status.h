@@ -31,6 +31,9 @@ constexpr uint32_t g_weekMonStatusType = 0xFFFF;
 constexpr uint32_t g_maxStatusLength = 4194304;
 constexpr size_t g_statusFrameSize = 12;
 
+// The highest number that a new-day file may have: one more must still be a number.
+constexpr int32_t g_lastNewDayNumber = INT32_MAX - 1;
+
 // Progress in one node of the log data: DATA/ACCOUNT/devid_N/DATE.
 struct NodeEntry {
     std::string path;

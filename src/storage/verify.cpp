@@ -1,6 +1,7 @@
 #include "storage/verify.h"
 
 #include "frame/log.h"
+#include "frame/run_flag.h"
 
 #include <algorithm>
 
@@ -81,11 +82,19 @@ int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder orde
     UrlRecordView record;
     int ret = 0;
     while ((ret = reader.readOneRecord(record)) == 0) {
+        if (stopRequested()) {
+            return 2;
+        }
     }
     if (sums != nullptr) {
         *sums = {reader.records(), reader.total()};
     }
     return ret == 1 ? 0 : 1;
+}
+
+int verifyTwice(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
+    const int ret = verifyUrlFile(path, statusType, order, sums);
+    return ret == 1 ? verifyUrlFile(path, statusType, order, sums) : ret;
 }
 
 } // namespace kestrine

@@ -46,9 +46,13 @@ struct FileSums {
     uint64_t total = 0; // sum of the counts
 };
 
-// Reads the status and every record. 0 when the file is good, 1 when it is damaged, -1 when it
-// cannot be opened.
+// Reads the status and every record. 0 when the file is good, 1 when it is damaged, 2 when a stop
+// was requested before its end, -1 when it cannot be opened.
 [[nodiscard]] int verifyUrlFile(const std::string& path, uint32_t statusType,
                                 RecordOrder order = RecordOrder::Key, FileSums* sums = nullptr);
+// The same for who gives the file up then: 1 when it was found damaged twice, since a disk may fail
+// to read it once.
+[[nodiscard]] int verifyTwice(const std::string& path, uint32_t statusType,
+                              RecordOrder order = RecordOrder::Key, FileSums* sums = nullptr);
 
 } // namespace kestrine

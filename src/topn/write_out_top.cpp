@@ -19,7 +19,7 @@ namespace kestrine {
 namespace {
 
 int deleteIfThere(const std::string& directory) {
-    if (platform().exists(directory) && Util::deleteDir(directory) != 0) {
+    if (Util::deleteListDirectory(directory) != 0) {
         LOG_ERROR("delete dir %s fail", directory.c_str());
         return -1;
     }

@@ -44,6 +44,10 @@ public:
     int freeSpace(const std::string& path, uint64_t& bytes) override {
         return m_target.freeSpace(path, bytes);
     }
+    std::string resolvedPath(const std::string& path) override {
+        return m_target.resolvedPath(path);
+    }
+    bool isVolumeRoot(const std::string& path) override { return m_target.isVolumeRoot(path); }
     bool sameFileName(const std::string& a, const std::string& b) const override {
         return m_target.sameFileName(a, b);
     }

@@ -1,4 +1,6 @@
-// Unit tests keep no log files: with no executable path known, lines go to the console alone.
+// Tests of parts keep no log files: with no executable path known, lines go to the console alone.
+// The service counts as running.
+#include "frame/run_flag.h"
 #include "support/forwarding_platform.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +14,7 @@ public:
     void SetUp() override {
         m_platform.executable = "";
         setPlatform(&m_platform);
+        g_isRunning = 1;
     }
     void TearDown() override { setPlatform(nullptr); }
 

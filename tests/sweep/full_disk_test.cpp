@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <iostream>
 
 namespace kestrine::test {
 namespace {
@@ -61,6 +62,28 @@ protected:
         return difference(g_wanted, snapshotOf(g_world->urlStatRoot(place)));
     }
 
+    // Nothing, or what is wrong after a run that may fail and a start with room for everything.
+    static std::string runAndRecover(int place, const SweepWorld::Run& run) {
+        clear(place);
+        if (g_world->run(place, run) == End::Crashed) {
+            return "crashed";
+        }
+        if (g_world->run(place, {}) != End::Normal) {
+            return "the next start failed";
+        }
+        return difference(g_wanted, snapshotOf(g_world->urlStatRoot(place)));
+    }
+    static void tryAndReport(uint64_t number,
+                             const std::function<std::string(int, uint64_t)>& attempt) {
+        for (const std::string& wrong : tryAll(number, [&attempt](int place, uint64_t n) {
+                 const std::string result = attempt(place, n);
+                 return result.empty() ? result : "case " + std::to_string(n) + ": " + result;
+             })) {
+            ADD_FAILURE() << wrong;
+        }
+        std::cout << "tried " << number << " cases\n";
+    }
+
     static SweepWorld* g_world;
     static Snapshot g_wanted;
     static uint64_t g_peak; // bytes on the memory disk
@@ -106,24 +129,26 @@ TEST_F(FullDisk, TmpfsOfOnePage) {
     EXPECT_TRUE(fs::is_empty(directory)); // it was written to the file system over it
 }
 
+// Killed when some spill files find room and larger ones go to disk: what a date has on disk in
+// parts must not get a final name in parts.
+TEST_F(FullDisk, KilledWithRoomForOneSpillFile) {
+    constexpr uint64_t rooms = 8; // from less than a usual file on, in bytes
+    constexpr uint64_t step = 6;  // changes between two kills
+    tryAndReport(g_changes / step * rooms, [](int place, uint64_t n) -> std::string {
+        SweepWorld::Run run;
+        run.plan = {Fault::Kill, 1 + n / rooms * step};
+        run.secondRound = false;
+        run.memoryDiskRoom = 850 + 50 * (n % rooms);
+        return runAndRecover(place, run);
+    });
+}
+
 // From any change on nothing finds room any more, on either disk. The service may end; with room
 // again, the next start makes it good.
 TEST_F(FullDisk, StatisticsVolumeFills) {
-    const auto failures = tryAll(g_changes, [](int place, uint64_t n) -> std::string {
-        const std::string name = "from change " + std::to_string(n + 1) + " on: ";
-        clear(place);
-        if (g_world->run(place, {{Fault::Full, n + 1, ENOSPC}, false}) == End::Crashed) {
-            return name + "crashed";
-        }
-        if (g_world->run(place, {}) != End::Normal) {
-            return name + "the next start failed";
-        }
-        const std::string wrong = difference(g_wanted, snapshotOf(g_world->urlStatRoot(place)));
-        return wrong.empty() ? wrong : name + wrong;
+    tryAndReport(g_changes, [](int place, uint64_t n) {
+        return runAndRecover(place, {{Fault::Full, n + 1, ENOSPC}, false});
     });
-    for (const std::string& wrong : failures) {
-        ADD_FAILURE() << wrong;
-    }
 }
 
 } // namespace

@@ -4,10 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -21,7 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using End = SweepWorld::End;
 
-constexpr int g_workers = 2;
 constexpr int g_reference = 1000; // place of the undisturbed run
 constexpr int g_secondKill = 100; // added to a worker's place
 
@@ -59,35 +55,18 @@ protected:
     // nothing. Reports the first failures.
     static void forEveryPoint(uint64_t points,
                               const std::function<std::string(int, uint64_t)>& point) {
-        std::array<pid_t, g_workers> workers{};
-        for (int worker = 0; worker < g_workers; ++worker) {
-            workers[static_cast<size_t>(worker)] = fork();
-            if (workers[static_cast<size_t>(worker)] == 0) {
-                std::ofstream failures(report(worker));
-                for (uint64_t n = 1 + static_cast<uint64_t>(worker); n <= points; n += g_workers) {
-                    const std::string wrong = point(worker, n);
-                    if (!wrong.empty()) {
-                        failures << "at point " << n << " (" << nameOf(n) << "): " << wrong
-                                 << std::endl;
-                    }
-                }
-                std::_Exit(0);
-            }
-        }
-        for (int worker = 0; worker < g_workers; ++worker) {
-            int status = 0;
-            waitpid(workers[static_cast<size_t>(worker)], &status, 0);
-            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-            std::ifstream failures(report(worker));
-            int shown = 0;
-            for (std::string line; std::getline(failures, line) && shown < 5; ++shown) {
-                ADD_FAILURE() << line;
-            }
+        const auto failures = tryAll(points, [&point](int worker, uint64_t n) {
+            const std::string wrong = point(worker, n + 1);
+            return wrong.empty()
+                       ? wrong
+                       : "at point " + std::to_string(n + 1) + " (" + nameOf(n + 1) + "): " + wrong;
+        });
+        for (size_t i = 0; i < std::min<size_t>(failures.size(), 5); ++i) {
+            ADD_FAILURE() << failures[i];
         }
         std::cout << "tried " << points << " points\n";
     }
 
-    static std::string report(int worker) { return g_world->directory(worker) + ".failures"; }
     static std::string nameOf(uint64_t n) { return g_calls[(n - 1) % g_calls.size()]; }
 
     // The tree right after a kill must be one that the start-up check can meet.

@@ -125,7 +125,9 @@ TEST(UrlHashMap, BehavesAsAMap) {
             map.clear();
         } else {
             std::unordered_map<uint64_t, uint64_t> taken;
-            for (const KeyedRecord& entry : map.takeAll()) {
+            std::vector<KeyedRecord> records;
+            ASSERT_EQ(map.takeAll(records), 0);
+            for (const KeyedRecord& entry : records) {
                 EXPECT_EQ(entry.key, entry.record->key);
                 taken[entry.key] = entry.record->count;
             }

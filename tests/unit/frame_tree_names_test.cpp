@@ -178,8 +178,9 @@ TEST(TreeNames, NewDayFiles) {
     EXPECT_EQ(names::accountDirOfNewDayDir(dir + "/"), "r/acc");
     const std::pair<std::string, int32_t> cases[] = {
         {names::newDayFile(dir, 0), 0},
-        {names::newDayFile(dir, 2147483647), 2147483647},
-        {"007.daycrcsortnew", 7},
+        {names::newDayFile(dir, 2147483646), 2147483646},
+        {"2147483647.daycrcsortnew", -1}, // one more must be a number too
+        {"007.daycrcsortnew", -1},
         {"2147483648.daycrcsortnew", -1},
         {"5.daycrcsortnew.temp", -1},
         {".daycrcsortnew", -1},
@@ -216,6 +217,7 @@ TEST(TreeNames, OtherFiles) {
         {"r/acc/week20120226_20120303/weekcrcsort", "r/debug/week20120226_20120303/"},
         {"r/acc/mon20120201_20120229/moncrcsort", "r/debug/mon20120201_20120229/"},
         {"r/acc/20120313_kept/daycrcsort", "r/debug/20120313/"},
+        {"r/acc/20120313/topn/all.top", "r/debug/20120313/"},
     };
     for (const auto& [path, dump] : dumps) {
         EXPECT_EQ(names::dumpDir("r", path), dump);
