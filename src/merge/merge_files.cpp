@@ -195,12 +195,7 @@ int MergeFileList::deleteTopnDir(const std::string& directory) {
 void MergeFileList::validateTotalCount(uint64_t outputTotal) const {
     uint64_t sum = 0;
     for (const auto& file : m_inputs) {
-        uint64_t total = 0;
-        if (const DayStatus* day = file->dayStatus()) {
-            total = day->totalCount();
-        } else if (const WeekMonStatus* weekMon = file->weekMonStatus()) {
-            total = static_cast<uint64_t>(weekMon->totalCount());
-        }
+        const uint64_t total = file->statusTotal();
         LOG_DEBUG("%s %" PRId64, file->path().c_str(), static_cast<int64_t>(total));
         sum += total;
     }

@@ -37,9 +37,7 @@ int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
     if (file.readStatus(statusType) != 0) {
         return 1;
     }
-    total = statusType == g_dayStatusType
-                ? file.dayStatus()->totalCount()
-                : static_cast<uint64_t>(file.weekMonStatus()->totalCount());
+    total = file.statusTotal();
     return file.close();
 }
 

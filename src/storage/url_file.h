@@ -76,6 +76,8 @@ public:
     // Read by readStatus; null before, or of the other kind.
     [[nodiscard]] DayStatus* dayStatus() { return std::get_if<DayStatus>(&m_status); }
     [[nodiscard]] WeekMonStatus* weekMonStatus() { return std::get_if<WeekMonStatus>(&m_status); }
+    // The total that the status read names; 0 without one.
+    [[nodiscard]] uint64_t statusTotal() const;
     [[nodiscard]] UrlRecordBlock& block() { return *m_block; }
 
 private:

@@ -155,6 +155,14 @@ int UrlFile::readWeekMonStatus(int64_t end) {
     return 0;
 }
 
+uint64_t UrlFile::statusTotal() const {
+    if (const auto* const day = std::get_if<DayStatus>(&m_status)) {
+        return day->totalCount();
+    }
+    const auto* const weekMon = std::get_if<WeekMonStatus>(&m_status);
+    return weekMon == nullptr ? 0 : static_cast<uint64_t>(weekMon->totalCount());
+}
+
 int UrlFile::breakFile() {
     m_broken = true;
     LOG_DEBUG("set broken flag %s", m_path.c_str());

@@ -13,7 +13,9 @@ int VerifyingReader::readOneRecord(UrlRecordView& record) {
         return -1;
     }
     if (ret == 1) {
-        return fitsStatus() ? 1 : breakFile("total of the status does not fit the records");
+        return m_file.statusTotal() == m_total
+                   ? 1
+                   : breakFile("total of the status does not fit the records");
     }
     if (!follows(record)) {
         return breakFile("records not in order");
@@ -54,13 +56,6 @@ bool VerifyingReader::fitsHeader() {
                       header.totalCount == m_block.totalCount;
     m_block = {};
     return fits;
-}
-
-bool VerifyingReader::fitsStatus() {
-    const DayStatus* const day = m_file.dayStatus();
-    const WeekMonStatus* const weekMon = m_file.weekMonStatus();
-    return (day != nullptr && day->totalCount() == m_total) ||
-           (weekMon != nullptr && static_cast<uint64_t>(weekMon->totalCount()) == m_total);
 }
 
 int VerifyingReader::breakFile(const char* what) {

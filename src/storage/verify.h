@@ -28,7 +28,6 @@ private:
     [[nodiscard]] bool follows(const UrlRecordView& record) const;
     void add(const UrlRecordView& record);
     [[nodiscard]] bool fitsHeader();
-    [[nodiscard]] bool fitsStatus();
     int breakFile(const char* what);
 
     UrlFile& m_file;

@@ -50,9 +50,7 @@ std::vector<std::string> linesOf(const std::string& path) {
     if (ret != 1) {
         lines.emplace_back("damaged");
     }
-    const uint64_t total = day ? file.dayStatus()->totalCount()
-                               : static_cast<uint64_t>(file.weekMonStatus()->totalCount());
-    lines.push_back("/total " + std::to_string(total));
+    lines.push_back("/total " + std::to_string(file.statusTotal()));
     if (name == "daycrcsort") {
         for (const NodeEntry& node : file.dayStatus()->entries()) {
             lines.push_back(node.path + " " + std::to_string(node.fileNumber) + " " +
