@@ -1,14 +1,9 @@
 // Log files of a node: LoaderReader over them, and the host of every record delivered.
 //
-//   input   bits 0, 1  form: 0 the files' bytes as they are
-//   byte 0                   1 the same, with header fields made valid and checksums repaired
-//                            2, 3 records, packed into good files (see PackedRecord)
-//           bit 2      buffers for blocks of 700 bytes only
-//           bit 3      a delivery buffer in which two of the largest records do not fit
-//           bit 4      the files begin with number 99, so that they lie in two directories
-//           bit 5      reading begins with the second file
-//           bits 6, 7  files less 1 (forms 0 and 1)
-//   bytes 1 to 3       where the rest is cut into files, in 1/256
+//   input   bit 0  records, packed into files (see Packer), otherwise one file's bytes
+//   byte 0  bit 1  buffers for blocks of 700 bytes only
+//           bit 2  a delivery buffer in which two of the largest records do not fit
+//           bit 3  reading begins with the second file
 #include "harness/fuzz_platform.h"
 #include "harness/target.h"
 
@@ -17,123 +12,24 @@
 #include "input/user_buffer.h"
 #include "worldgen/dat_file.h"
 
-#include <zlib.h>
-
 namespace kestrine::fuzz {
 
 namespace {
 
 constexpr const char* g_node = "data/acc/devid_1/20120303/A";
-constexpr size_t g_headerBytes = 28;
-constexpr size_t g_blockHeaderBytes = 32;
-constexpr size_t g_recordHeadBytes = 12;
-constexpr size_t g_largeCapacity = 16384;
-constexpr size_t g_smallCapacity = 700;
 
 struct Options {
     explicit Options(uint8_t bits)
-        : packed((bits & 2) != 0), repaired((bits & 3) == 1), capacity(g_largeCapacity),
-          delivery(g_largeCapacity), firstNumber((bits & 16) != 0 ? 99 : 0),
-          start(firstNumber + ((bits & 32) != 0 ? 1 : 0)), files(1U + (bits >> 6)) {
-        if ((bits & 4) != 0) {
-            capacity = delivery = g_smallCapacity;
-        }
-        if ((bits & 8) != 0) {
-            delivery = capacity / 2;
-        }
-    }
+        : packed((bits & 1) != 0), capacity((bits & 2) != 0 ? 700 : 16384),
+          delivery((bits & 4) != 0 ? capacity / 2 : capacity), start((bits >> 3) & 1) {}
 
     bool packed;
-    bool repaired;
     size_t capacity;
     size_t delivery;
-    int32_t firstNumber;
     int32_t start;
-    size_t files;
 };
 
-// What the reader must deliver from well-formed files.
-struct Expectation {
-    bool known = false;
-    std::vector<std::string> payloads;
-};
-
-Bytes deflated(std::string_view raw) {
-    Bytes packed(compressBound(raw.size()));
-    uLongf length = packed.size();
-    require(compress2(packed.data(), &length, asBytes(raw).data(), raw.size(), 1) == Z_OK,
-            "compresses");
-    packed.resize(length);
-    return packed;
-}
-
-// ---- form 1
-
-uint32_t checksumOf(const uint8_t* payload, size_t length) {
-    return static_cast<uint32_t>(crc32(0, payload, static_cast<uInt>(length)));
-}
-
-// Of every record up to the first that does not lie inside.
-void repairRecords(std::span<uint8_t> raw) {
-    while (raw.size() >= g_recordHeadBytes) {
-        const size_t length = loadLittle<uint32_t>(raw.data() + 4);
-        if (length > raw.size() - g_recordHeadBytes) {
-            return;
-        }
-        storeLittle(raw.data() + 8, checksumOf(raw.data() + g_recordHeadBytes, length));
-        raw = raw.subspan(g_recordHeadBytes + length);
-    }
-}
-
-// The block whose header and payload stand at the front of `rest`, repaired.
-Bytes repairedBlock(ByteView& rest) {
-    Bytes block(rest.begin(), rest.begin() + g_blockHeaderBytes);
-    rest = rest.subspan(g_blockHeaderBytes);
-    storeLittle(block.data(), loadLittle<uint32_t>(block.data()) % 7);
-    const uint32_t flag = loadLittle<uint32_t>(block.data() + 12) & 1;
-    storeLittle(block.data() + 12, flag);
-    const size_t wanted = loadLittle<uint32_t>(block.data() + (flag == 0 ? 8 : 4));
-    ByteView stored = rest.first(std::min({wanted, rest.size(), g_largeCapacity}));
-    rest = rest.subspan(stored.size());
-
-    Bytes raw(stored.begin(), stored.end());
-    Bytes packed;
-    if (flag == 1) {
-        raw.resize(g_largeCapacity);
-        uLongf length = raw.size();
-        const bool good = uncompress(raw.data(), &length, stored.data(), stored.size()) == Z_OK;
-        raw.resize(good ? length : 0);
-    }
-    repairRecords(raw);
-    if (flag == 1 && !raw.empty()) {
-        packed = deflated(asText(raw));
-        stored = packed;
-    } else if (flag == 0) {
-        stored = raw;
-    }
-    storeLittle(block.data() + 4, static_cast<uint32_t>(stored.size()));
-    storeLittle(block.data() + 8, static_cast<uint32_t>(raw.size()));
-    block.insert(block.end(), stored.begin(), stored.end());
-    return block;
-}
-
-Bytes repairedFile(ByteView bytes) {
-    Bytes file(bytes.begin(), bytes.begin() + std::min(g_headerBytes, bytes.size()));
-    if (file.size() < g_headerBytes) {
-        return file;
-    }
-    storeLittle(file.data(), g_logFileMagic);
-    ByteView rest = bytes.subspan(g_headerBytes);
-    while (rest.size() >= g_blockHeaderBytes) {
-        const Bytes block = repairedBlock(rest);
-        file.insert(file.end(), block.begin(), block.end());
-    }
-    file.insert(file.end(), rest.begin(), rest.end());
-    return file;
-}
-
-// ---- forms 2 and 3
-
+// Builds files of blocks that fit the buffers, from records:
 //   control byte  bits 0, 1  0 a visit, the text is its content; 1 a visit whose content length is
 //                            the text's first word; 2 the text is the payload; 3 the same, of
 //                            another record type
@@ -141,23 +37,58 @@ Bytes repairedFile(ByteView bytes) {
 //                 bit 3      that block is compressed
 //                 bit 4      last of its file
 //                 bits 5, 6  net action less 1, kind code 31
+//   damage byte   bits 0 to 2  1 to 5: which field is wrong (see `damage`)
+//                 bits 3 to 7  its value; of 24 and more: how far off a size
 //   word          length of the text
 //   text
-struct PackedRecord {
-    uint8_t control = 0;
-    std::string text;
+class Packer {
+public:
+    explicit Packer(const Options& options) : m_options(options) {}
 
-    explicit PackedRecord(InputReader& input) : control(input.byte()) {
+    void add(InputReader& input) {
+        const uint8_t control = input.byte();
+        const uint8_t damaged = input.byte();
         const size_t length = input.word() % 4096;
-        text = asText(input.take(length));
+        worldgen::Record record = recordOf(control, asText(input.take(length)));
+        const size_t size = worldgen::recordHeadBytes + record.payload.size();
+        if (size > m_options.capacity || record.payload.size() + 4 > m_options.delivery) {
+            return;
+        }
+        if (m_block.raw.size() + size > m_options.capacity) {
+            endBlock();
+        }
+        damage(record, damaged & 7, damaged >> 3);
+        m_block.add(record);
+        const ByteView payload = asBytes(record.payload);
+        const auto action = payload.size() < 76 ? 0 : loadLittle<uint32_t>(payload.data() + 72);
+        if (m_number >= m_options.start && record.recordType == worldgen::userBufferRecord &&
+            action >= 2 && action <= 4) {
+            payloads.push_back(record.payload);
+        }
+        m_block.compressed = (control & 8) != 0;
+        if ((control & 4) != 0) {
+            endBlock();
+        }
+        if ((control & 16) != 0) {
+            endFile();
+        }
+    }
+    void endFile() {
+        endBlock();
+        disk().put(names::datFile(g_node, m_number++), asBytes(m_file.bytes()));
+        m_file = {};
     }
 
-    [[nodiscard]] worldgen::Record record() const {
-        worldgen::Record made;
+    bool good = true;                  // nothing is damaged:
+    std::vector<std::string> payloads; // these must be delivered
+
+private:
+    static worldgen::Record recordOf(uint8_t control, std::string_view text) {
+        worldgen::Record record;
         if ((control & 2) != 0) {
-            made.payload = text;
-            made.recordType = (control & 1) != 0 ? 11 : worldgen::userBufferRecord;
-            return made;
+            record.payload = text;
+            record.recordType = (control & 1) != 0 ? 11 : worldgen::userBufferRecord;
+            return record;
         }
         worldgen::PayloadFields fields;
         fields.content = text;
@@ -166,100 +97,30 @@ struct PackedRecord {
         if ((control & 1) != 0 && text.size() >= 4) {
             fields.contentLength = loadLittle<uint32_t>(asBytes(text).data());
         }
-        made.payload = makePayload(fields);
-        return made;
+        record.payload = makePayload(fields);
+        return record;
     }
-};
-
-bool isDelivered(const worldgen::Record& record) {
-    const ByteView payload = asBytes(record.payload);
-    if (record.recordType != worldgen::userBufferRecord || payload.size() < 76) {
-        return false;
-    }
-    const auto action = loadLittle<uint32_t>(payload.data() + worldgen::netActionOffset);
-    return action >= 2 && action <= 4;
-}
-
-// Builds files of blocks that fit the buffers.
-class Packer {
-public:
-    explicit Packer(const Options& options) : m_options(options) {}
-
-    void add(const PackedRecord& packed) {
-        const worldgen::Record record = packed.record();
-        const size_t size = g_recordHeadBytes + record.payload.size();
-        if (size > m_options.capacity || record.payload.size() + 4 > m_options.delivery) {
-            return;
-        }
-        if (m_raw.size() + size > m_options.capacity) {
-            endBlock(false);
-        }
-        appendRecord(m_raw, record);
-        if (m_number >= m_options.start && isDelivered(record)) {
-            expectation.payloads.push_back(record.payload);
-        }
-        if ((packed.control & 4) != 0) {
-            endBlock((packed.control & 8) != 0);
-        }
-        if ((packed.control & 16) != 0) {
-            endFile();
+    void damage(worldgen::Record& record, size_t field, uint32_t value) {
+        std::optional<uint32_t>* const fields[] = {&record.length, &record.crc, &m_block.blockSize,
+                                                   &m_block.rawSize, &m_block.flag};
+        if (field >= 1 && field <= std::size(fields)) {
+            const size_t size = record.payload.size() + (field == 1 ? 0 : m_block.raw.size() + 12);
+            *fields[field - 1] = value < 24 ? value : static_cast<uint32_t>(size) + value - 28;
+            good = false;
         }
     }
-    void endFile() {
-        endBlock(false);
-        disk().put(names::datFile(g_node, m_number++), asBytes(m_file.bytes()));
-        m_file = {};
-    }
-
-    Expectation expectation;
-
-private:
-    void endBlock(bool compressed) {
-        const Bytes packed = compressed ? deflated(m_raw) : Bytes();
-        // One that would be longer compressed than the buffer is stored raw.
-        const bool fits = compressed && packed.size() <= m_options.capacity;
-        const ByteView stored = fits ? ByteView(packed) : asBytes(m_raw);
-        uint8_t header[g_blockHeaderBytes] = {1};
-        storeLittle(header + 4, static_cast<uint32_t>(stored.size()));
-        storeLittle(header + 8, static_cast<uint32_t>(m_raw.size()));
-        storeLittle(header + 12, uint32_t{fits ? 1U : 0U});
-        m_file.append(asText(header)).append(asText(stored));
-        m_raw.clear();
+    void endBlock() {
+        // One that might be longer compressed than the buffer is stored raw.
+        m_block.compressed = m_block.compressed && m_block.raw.size() + 20 <= m_options.capacity;
+        m_file.add(m_block);
+        m_block = {};
     }
 
     const Options& m_options;
-    int32_t m_number = m_options.firstNumber;
+    int32_t m_number = 0;
     worldgen::DatFile m_file;
-    std::string m_raw; // of the block that is being built
+    worldgen::Block m_block; // that is being built
 };
-
-Expectation putPackedFiles(InputReader& input, const Options& options) {
-    Packer packer(options);
-    while (!input.empty()) {
-        packer.add(PackedRecord(input));
-    }
-    packer.endFile();
-    packer.expectation.known = true;
-    return packer.expectation;
-}
-
-Expectation putFiles(InputReader& input, const Options& options) {
-    const uint8_t cuts[] = {input.byte(), input.byte(), input.byte()};
-    if (options.packed) {
-        return putPackedFiles(input, options);
-    }
-    ByteView rest = input.takeAll();
-    for (size_t i = 0; i < options.files; ++i) {
-        const bool last = i + 1 == options.files;
-        const ByteView part = last ? rest : rest.first(rest.size() * cuts[i] / 256);
-        rest = rest.subspan(part.size());
-        disk().put(names::datFile(g_node, options.firstNumber + static_cast<int32_t>(i)),
-                   options.repaired ? repairedFile(part) : Bytes(part.begin(), part.end()));
-    }
-    return {};
-}
-
-// ---- the reader
 
 void checkHost(ByteView payload) {
     std::string_view host;
@@ -292,24 +153,8 @@ void checkDelivery(ByteView stream, std::vector<std::string>& payloads) {
     require(offset == stream.size(), "the stream consists of whole entries");
 }
 
-bool samePlace(const LoaderPosition& a, const LoaderPosition& b) {
-    return a.fileNumber == b.fileNumber && a.offset == b.offset;
-}
-
-void checkPosition(const LoaderReader& reader, const Options& options) {
-    if (!reader.hasPosition()) {
-        return;
-    }
-    const LoaderPosition& position = reader.currentPosition();
-    require(position.fileNumber >= options.start, "the position is not before the start");
-    const Bytes& file = disk().content(names::datFile(g_node, position.fileNumber));
-    require(position.offset <= file.size(), "the position lies inside its file");
-}
-
 std::vector<std::string> readAll(const Options& options) {
-    Bytes compressed(options.capacity);
-    Bytes raw(options.capacity);
-    Bytes delivery(options.delivery);
+    Bytes compressed(options.capacity), raw(options.capacity), delivery(options.delivery);
     LoaderReader reader;
     require(reader.init(compressed, raw) == 0, "buffers are accepted");
     std::vector<std::string> payloads;
@@ -318,13 +163,16 @@ std::vector<std::string> readAll(const Options& options) {
         const LoaderPosition before = reader.currentPosition();
         size_t used = 0;
         result = reader.readHistory(delivery, used);
-        require(result == g_loaderDone || result == g_loaderNoMore || result == g_loaderError,
-                "a known result");
         require(used <= delivery.size(), "no more than the buffer holds");
         checkDelivery(ByteView(delivery).first(used), payloads);
-        checkPosition(reader, options);
-        const bool moved = used > 0 || !samePlace(before, reader.currentPosition());
-        if (result == g_loaderDone && !moved) {
+        const LoaderPosition& after = reader.currentPosition();
+        if (reader.hasPosition()) {
+            require(after.fileNumber >= options.start, "the position is not before the start");
+            require(after.offset <= disk().content(names::datFile(g_node, after.fileNumber)).size(),
+                    "the position lies inside its file");
+        }
+        if (result == g_loaderDone && used == 0 && before.fileNumber == after.fileNumber &&
+            before.offset == after.offset) {
             // Only a record that is larger than the caller's buffer may stop the reader.
             require(options.delivery < options.capacity, "each call gets on");
             break;
@@ -339,49 +187,55 @@ std::vector<std::string> readAll(const Options& options) {
 void runInput(ByteView bytes) {
     InputReader input(bytes);
     const Options options(input.byte());
-    const Expectation expectation = putFiles(input, options);
-    const std::vector<std::string> payloads = readAll(options);
-    if (expectation.known) {
-        require(payloads == expectation.payloads, "good files are delivered whole");
+    Packer packer(options);
+    if (options.packed) {
+        while (!input.empty()) {
+            packer.add(input);
+        }
+        packer.endFile();
+    } else {
+        disk().put(names::datFile(g_node, options.start), input.takeAll());
     }
+    const std::vector<std::string> payloads = readAll(options);
+    require(!options.packed || !packer.good || payloads == packer.payloads,
+            "good files are delivered whole");
 }
 
 std::vector<std::string> makeSeeds() {
-    using worldgen::Block;
-    using worldgen::ContentForm;
-    worldgen::DatFile file;
-    for (const bool compressed : {false, true}) {
-        Block block;
-        block.compressed = compressed;
-        block.visit("www.example.com", 1).visit("example.net:8080", 2, 2, ContentForm::Xml);
-        for (int kind = 0; kind < worldgen::skipKindCount; ++kind) {
-            block.add(makeSkipped(static_cast<worldgen::SkipKind>(kind), "skipped.example", 3));
-        }
-        file.add(block);
+    worldgen::Block block;
+    block.visit("www.example.com", 1);
+    block.visit("example.net:8080", 2, 2, worldgen::ContentForm::Xml);
+    for (int kind = 0; kind < worldgen::skipKindCount; ++kind) {
+        block.add(makeSkipped(static_cast<worldgen::SkipKind>(kind), "skipped.example", 3));
     }
-    const std::string two = file.bytes() + worldgen::DatFile().add(Block().visit("b", 1)).bytes();
+    worldgen::DatFile file;
+    file.add(block);
+    block.compressed = true;
+    file.add(block);
+    std::vector<std::string> seeds;
+    for (const char options : {'\0', '\2', '\10'}) {
+        seeds.push_back(options + file.bytes());
+    }
+    const auto record = [](int control, const std::string& text, int damage = 0) {
+        return std::string{static_cast<char>(control), static_cast<char>(damage)} +
+               withLength(text);
+    };
     std::string records;
     for (const std::string& content :
          {worldgen::listContent("a.example"), worldgen::xmlContent("b.example"),
           worldgen::listField("host", "c.example"), std::string("\7\0\0\0host:d", 11),
           std::string("<?Xml <_f n=\"host\">e</_f>")}) {
-        records += static_cast<char>(0x20) + withLength(content); // in one block
-        records += static_cast<char>(0x2C) + withLength(content); // ends it, compressed
+        records += record(0x20, content) + record(0x2C, content); // one block, compressed
     }
-    records += static_cast<char>(0x34) + withLength("last of its file");
-    records += static_cast<char>(0x22) + withLength(worldgen::visitPayload("f.example", 1));
-    records += static_cast<char>(0x23) + withLength(worldgen::visitPayload("g.example", 1));
-
-    const std::string cuts("\x80\x80\x80", 3);
-    const auto cut = static_cast<char>(file.bytes().size() * 256 / two.size() + 1);
-    std::vector<std::string> seeds;
-    for (const int form : {0, 1}) {
-        seeds.push_back(static_cast<char>(form) + cuts + file.bytes());
-        seeds.push_back(static_cast<char>(form | 0x14) + cuts + file.bytes());
-        seeds.push_back(static_cast<char>(form | 0x50) + std::string(3, cut) + two);
+    const std::string payload = worldgen::visitPayload("f.example", 1);
+    records += record(0x34, "last of its file") + record(0x22, payload) + record(0x23, payload);
+    for (const char options : {'\1', '\3', '\5', '\11'}) {
+        seeds.push_back(options + records);
     }
-    for (const int options : {0x02, 0x06, 0x0A, 0x12, 0x32}) {
-        seeds.push_back(static_cast<char>(options) + cuts + records);
+    for (int field = 1; field <= 5; ++field) {
+        for (const int value : {0, 1, 27, 29}) {
+            seeds.push_back('\1' + record(0x24, "one", 8 * value + field) + records);
+        }
     }
     return seeds;
 }

@@ -6,7 +6,6 @@
 //                            3 the logging product's settings
 //   rest    the text
 #include "harness/fuzz_platform.h"
-#include "harness/target.h"
 
 #include "frame/configuration.h"
 #include "frame/ini_file.h"
@@ -15,13 +14,6 @@ namespace kestrine::fuzz {
 
 namespace {
 
-constexpr const char* g_settings = "config/urlstat.ini";
-constexpr const char* g_dataPathFile = "/opt/product/mysql_path.ini";
-constexpr const char* g_program = "/opt/product/ml/kestrine";
-constexpr const char* g_loggerFile = "/etc/veltan/logconfig.ini";
-
-constexpr size_t g_lookups = 200;
-
 bool inside(int64_t value, int64_t smallest, int64_t largest) {
     return value >= smallest && value <= largest;
 }
@@ -29,18 +21,16 @@ bool inside(int64_t value, int64_t smallest, int64_t largest) {
 // Every line as if it named a section, and as if it held a key of the section before it.
 void lookUpLines(const IniFile& ini, std::string_view text) {
     std::string_view section;
-    for (size_t i = 0; i < g_lookups && !text.empty(); ++i) {
+    for (int lookups = 0; lookups < 200 && !text.empty(); ++lookups) {
         const size_t end = std::min(text.find('\n'), text.size());
         const std::string_view line = text.substr(0, end);
         text.remove_prefix(std::min(end + 1, text.size()));
         const std::string_view key = line.substr(0, line.find('='));
         for (const std::string_view one : {key, key.substr(0, key.find_last_not_of(' ') + 1)}) {
             const auto value = ini.find(section, one);
-            if (value) {
-                const std::string touched(*value);
-                require(touched.find('\n') == std::string::npos, "a value is part of a line");
-            }
-            require(value.has_value() || ini.integer(section, one) == 0, "what is missing is 0");
+            require(!value || std::string(*value).find('\n') == std::string::npos,
+                    "a value is part of a line");
+            require(value || ini.integer(section, one) == 0, "what is missing is 0");
         }
         if (line.starts_with('[')) {
             section = line.substr(1, std::min(line.find(']'), line.size()) - 1);
@@ -65,20 +55,19 @@ void readSettings() {
     if (Configuration::getInstance(&settings) != 0) {
         return;
     }
-    require(inside(settings->maxHashMemory(), 1024, 1048576 * int64_t{1024}), "maxHashMemory");
-    require(inside(settings->memoryDiskSize(), 1024, 2097152 * int64_t{1024}), "memoryDiskSize");
-    require(inside(settings->sleepTime(), 1, 36000), "sleepTime");
-    require(inside(settings->daycrcsortInterval(), 1, 36000), "daycrcsortInterval");
-    require(inside(settings->weekmoncrcsortInterval(), 1, 172800), "weekmoncrcsortInterval");
-    require(inside(settings->exportPersent(), 1, 100), "exportPersent");
-    require(settings->urlBlockSize() == 2097152, "urlBlockSize");
-    for (const std::string& path : {settings->urlStatRoot(), settings->memoryDiskPath()}) {
-        require(path.find('\\') == std::string::npos, "separators are all alike");
-    }
+    require(inside(settings->maxHashMemory(), 1024, 1048576 * int64_t{1024}) &&
+                inside(settings->memoryDiskSize(), 1024, 2097152 * int64_t{1024}) &&
+                inside(settings->sleepTime(), 1, 36000) &&
+                inside(settings->daycrcsortInterval(), 1, 36000) &&
+                inside(settings->weekmoncrcsortInterval(), 1, 172800) &&
+                inside(settings->exportPersent(), 1, 100) && settings->urlBlockSize() == 2097152,
+            "settings lie inside their bounds");
+    const std::string paths = settings->urlStatRoot() + settings->memoryDiskPath();
+    require(paths.find('\\') == std::string::npos, "separators are all alike");
 }
 
 void readDataPath() {
-    disk().executable = g_program;
+    disk().executable = "/opt/product/ml/kestrine";
     std::string path;
     const int result = getDataPath(path);
     disk().executable.clear();
@@ -87,9 +76,8 @@ void readDataPath() {
 
 void readLoggerSettings() {
     const LoggerSettings settings;
-    require(settings.defaultBlockSize == 2097152, "defaultBlockSize");
-    require(inside(settings.maxBlockLife, 20, 180), "maxBlockLife");
-    require(inside(settings.maxFileLife, 60, 300), "maxFileLife");
+    require(inside(settings.maxBlockLife, 20, 180) && inside(settings.maxFileLife, 60, 300),
+            "settings lie inside their bounds");
 }
 
 } // namespace
@@ -98,35 +86,28 @@ void runInput(ByteView bytes) {
     InputReader input(bytes);
     const uint8_t form = input.byte() & 3;
     const ByteView text = input.takeAll();
-    static constexpr const char* names[] = {"any.ini", g_settings, g_dataPathFile, g_loggerFile};
+    static constexpr const char* names[] = {"any.ini", "config/urlstat.ini",
+                                            "/opt/product/mysql_path.ini",
+                                            "/etc/veltan/logconfig.ini"};
     disk().put(names[form], text);
-    switch (form) {
-    case 0:
-        return readAny(names[form], text);
-    case 1:
-        return readSettings();
-    case 2:
-        return readDataPath();
-    default:
-        return readLoggerSettings();
+    if (form == 0) {
+        readAny(names[form], text);
+    } else {
+        (form == 1 ? readSettings : form == 2 ? readDataPath : readLoggerSettings)();
     }
 }
 
 std::vector<std::string> makeSeeds() {
-    const std::string settings = "[urlstat]\r\nmaxHashMemory = 1\r\nsleepTime=-5\nmemoryDiskSize = "
-                                 "99999999999\nexportPersent=101\n;x=1\n#y=2\n\ndaycrcsortInterval"
-                                 "=7\nweekmoncrcsortInterval=x\nurlStatRoot=D:\\stat\\\n"
-                                 "memoryDiskPath = /mem/\n";
-    const std::string dataPath = "[mysql]\r\nlogdatapath=D:\\data\r\n";
-    const std::string logger = "[loger]\nmaxBlockLife=30\nmaxFileLife=299\n";
-    const std::string odd = "k=0\n[a]b]\nk = v \nk=2\n=1\n[a]b]\nl=3\n[]\n[open\n k\t=\n[end]";
+    const std::string texts[] = {
+        "k=0\n[a]b]\nk = v \nk=2\n=1\n[a]b]\nl=3\n[]\n[open\n k\t=\n[end]",
+        "[urlstat]\r\nmaxHashMemory = 1\r\nsleepTime=-5\nmemoryDiskSize = 99999999999\n"
+        "exportPersent=101\n;x=1\n#y=2\n\ndaycrcsortInterval=7\nweekmoncrcsortInterval=x\n"
+        "urlStatRoot=D:\\stat\\\nmemoryDiskPath = /mem/\n",
+        "[mysql]\r\nlogdatapath=D:\\data\r\n", "[loger]\nmaxBlockLife=30\nmaxFileLife=299\n"};
     std::vector<std::string> seeds;
-    for (const std::string& text : {settings, dataPath, logger, odd}) {
-        seeds.push_back(std::string(1, '\0') + text);
+    for (size_t form = 0; form < std::size(texts); ++form) {
+        seeds.push_back(static_cast<char>(form) + texts[form]);
     }
-    seeds.push_back("\1" + settings);
-    seeds.push_back("\2" + dataPath);
-    seeds.push_back("\3" + logger);
     return seeds;
 }
 

@@ -8,20 +8,14 @@
 # runs it again.
 set -euo pipefail
 
-if (($# == 0)); then
-    echo "usage: run.sh BUILD [TARGET]..." >&2
-    exit 2
-fi
-build=$(realpath -- "$1")
+build=$(realpath -- "${1:?usage: run.sh BUILD [TARGET]...}")
 shift
 seconds=${KESTRINE_FUZZ_SECONDS:-20}
 seed=${KESTRINE_FUZZ_SEED:-1}
-
-targets=("$@")
-if ((${#targets[@]} == 0)); then
-    for source in "$(dirname "$0")"/*.cpp; do
-        targets+=("$(basename "$source" .cpp)")
-    done
+if (($# == 0)); then
+    here=$(dirname "$0")
+    mapfile -t all < <(basename -s .cpp "$here"/*.cpp)
+    set -- "${all[@]}"
 fi
 
 # The targets make and free large buffers for every input: their shadow memory is cleared in place,
@@ -32,13 +26,11 @@ export UBSAN_OPTIONS=print_stacktrace=1
 # No allocation is larger than a status record (4 MiB); no input takes more than a few milliseconds.
 limits=(-max_len=16384 -malloc_limit_mb=8 -rss_limit_mb=512 -timeout=30)
 
-for target in "${targets[@]}"; do
+for target in "$@"; do
     program=$build/bin/fuzz_$target
     work=$build/fuzz/$target
     rm -rf "$work/seeds"
-    if [[ -z ${KESTRINE_FUZZ_SECONDS:-} ]]; then
-        rm -rf "$work/found"
-    fi
+    [[ -n ${KESTRINE_FUZZ_SECONDS:-} ]] || rm -rf "$work/found"
     mkdir -p "$work/seeds" "$work/found"
     "$program" --make-corpus "$work/seeds"
     if ! "$program" -seed="$seed" -max_total_time="$seconds" "${limits[@]}" -verbosity=1 \

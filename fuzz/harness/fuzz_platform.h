@@ -2,9 +2,8 @@
 #pragma once
 
 #include "frame/bytes.h"
+#include "harness/target.h"
 #include "support/memory_disk.h"
-
-#include <string>
 
 namespace kestrine::fuzz {
 
@@ -15,26 +14,39 @@ class FuzzPlatform : public test::MemoryDisk {
 public:
     FuzzPlatform() : MemoryDisk(systemPlatform()) {}
 
-    // Removes all files and forgets the executable's path.
-    void clear();
-    void put(const std::string& path, ByteView bytes);
+    void clear() {
+        files.clear();
+        directories.clear();
+        modified = 1;
+    }
+    void put(const std::string& path, ByteView bytes) {
+        files[path] = {bytes.begin(), bytes.end()};
+    }
     // Content of an existing file.
-    [[nodiscard]] const Bytes& content(const std::string& path) const;
+    [[nodiscard]] const Bytes& content(const std::string& path) const { return files.at(path); }
 
     std::string executable; // empty: unknown, so that no log file is looked for
     int64_t modified = 1;   // of every file
 
-    int info(const std::string& path, FileInfo& info) override;
-    int freeSpace(const std::string& path, uint64_t& bytes) override;
-    int removeTree(const std::string& command, const std::string& path) override;
+    int info(const std::string& path, FileInfo& info) override {
+        info.modified = modified;
+        return MemoryDisk::info(path, info);
+    }
+    int freeSpace(const std::string&, uint64_t& bytes) override {
+        bytes = uint64_t{1} << 50;
+        return 0;
+    }
     int64_t now() override { return 1'600'000'000; }
     LocalTime localTime() override { return {2020, 9, 13, 12, 26, 40}; }
     uint32_t tickCount() override { return 1000; }
-    void sleep(uint32_t milliseconds) override;
+    void sleep(uint32_t) override { require(false, "nothing waits"); }
     std::string executablePath() override { return executable; }
 };
 
 // The one that is in place from the start of the process.
-FuzzPlatform& disk();
+inline FuzzPlatform& disk() {
+    static FuzzPlatform platform;
+    return platform;
+}
 
 } // namespace kestrine::fuzz

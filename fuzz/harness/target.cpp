@@ -14,37 +14,20 @@ namespace kestrine::fuzz {
 
 namespace {
 
-// Reports are formatted, since formatting is part of what is tested, and then go nowhere, without
-// a system call.
-void silenceConsole() {
-    cookie_io_functions_t functions{};
-    functions.write = [](void*, const char*, size_t size) { return static_cast<ssize_t>(size); };
-    std::FILE* const nowhere = fopencookie(nullptr, "w", functions);
-    if (nowhere != nullptr) {
-        stdout = nowhere;
-    }
-}
-
 [[noreturn]] void makeCorpus(const std::string& directory) {
     int number = 0;
     for (const std::string& seed : makeSeeds()) {
-        const std::string path = directory + "/seed" + std::to_string(number++);
-        std::ofstream stream(path, std::ios::binary);
-        stream << seed;
-        stream.close();
-        if (!stream) {
-            std::perror(path.c_str());
-            std::exit(1);
-        }
+        std::ofstream stream(directory + "/seed" + std::to_string(number++), std::ios::binary);
+        require(!(stream << seed << std::flush).fail(), "seeds can be written");
     }
     std::exit(0);
 }
 
 } // namespace
 
-void require(bool kept, const char* promise, const char* file, int line) {
+void require(bool kept, const char* promise, int line) {
     if (!kept) {
-        std::fprintf(stderr, "%s:%d: broken promise: %s\n", file, line, promise);
+        std::fprintf(stderr, "line %d: broken promise: %s\n", line, promise);
         std::abort();
     }
 }
@@ -55,7 +38,11 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     using namespace kestrine;
     setPlatform(&fuzz::disk());
     g_isRunning = 1;
-    fuzz::silenceConsole();
+    // Reports are formatted, since formatting is part of what is tested, and then go nowhere,
+    // without a system call.
+    cookie_io_functions_t nowhere{};
+    nowhere.write = [](void*, const char*, size_t size) { return static_cast<ssize_t>(size); };
+    stdout = fopencookie(nullptr, "w", nowhere);
     if (*argc == 3 && std::string_view((*argv)[1]) == "--make-corpus") {
         fuzz::makeCorpus((*argv)[2]);
     }

@@ -18,10 +18,8 @@ void runInput(ByteView input);
 // Good inputs, made by the project's own writers.
 [[nodiscard]] std::vector<std::string> makeSeeds();
 
-// ---- for targets
 // Ends the process with a message when a promise is broken.
-void require(bool kept, const char* promise, const char* file = __builtin_FILE(),
-             int line = __builtin_LINE());
+void require(bool kept, const char* promise, int line = __builtin_LINE());
 
 // Takes an input apart from its front; behind its end there are zeros.
 class InputReader {
@@ -29,17 +27,13 @@ public:
     explicit InputReader(ByteView input) : m_rest(input) {}
 
     [[nodiscard]] bool empty() const { return m_rest.empty(); }
-    // At most `length` bytes.
-    ByteView take(size_t length) {
+    ByteView take(size_t length) { // at most
         const ByteView taken = m_rest.first(std::min(length, m_rest.size()));
         m_rest = m_rest.subspan(taken.size());
         return taken;
     }
     ByteView takeAll() { return take(m_rest.size()); }
-    uint8_t byte() {
-        const ByteView taken = take(1);
-        return taken.empty() ? uint8_t{0} : taken[0];
-    }
+    uint8_t byte() { return empty() ? uint8_t{0} : take(1)[0]; }
     uint16_t word() {
         const auto low = byte();
         return static_cast<uint16_t>(low | byte() << 8);
@@ -51,9 +45,8 @@ private:
 
 // The other direction, for seeds: a word and the text.
 inline std::string withLength(std::string_view text) {
-    const size_t length = std::min<size_t>(text.size(), 0xFFFF);
-    return std::string{static_cast<char>(length & 0xFF), static_cast<char>(length >> 8)} +
-           std::string(text.substr(0, length));
+    return std::string{static_cast<char>(text.size()), static_cast<char>(text.size() >> 8)} +
+           std::string(text);
 }
 
 } // namespace kestrine::fuzz

@@ -25,9 +25,9 @@ Microseconds timeOnePass(ServiceWorld& world) {
     return std::chrono::duration_cast<Microseconds>(end - begin);
 }
 
-class Stop : public testing::TestWithParam<StopRequest> {};
+class RandomStop : public testing::TestWithParam<StopRequest> {};
 
-TEST_P(Stop, AtAnyMomentEndsInOrderAndLosesNothing) {
+TEST_P(RandomStop, AtAnyMomentEndsInOrderAndLosesNothing) {
     if (!ChildProcess::canRequest(GetParam())) {
         GTEST_SKIP() << "here the request is the closing of a console window, which only its user "
                         "and the system can bring about";
@@ -53,12 +53,24 @@ TEST_P(Stop, AtAnyMomentEndsInOrderAndLosesNothing) {
     EXPECT_TRUE(world.setAside().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Stop, Stop,
+INSTANTIATE_TEST_SUITE_P(Stop, RandomStop,
                          testing::Values(StopRequest::Interrupt, StopRequest::Terminate),
                          [](const auto& request) {
                              return request.param == StopRequest::Interrupt ? "Interrupt"
                                                                             : "Terminate";
                          });
+
+// In a wait that the first one does not end.
+TEST(Stop, ASecondRequestEndsTheServiceAtOnce) {
+    ServiceWorld world;
+    world.makeAccounts({});
+    const auto service = world.start();
+    ASSERT_TRUE(service->waitForLine("account size is 0")) << service->tail();
+    service->request(StopRequest::Interrupt);
+    ASSERT_TRUE(service->waitForLine("Recv signal:2 ... ")) << service->tail();
+    service->request(StopRequest::Interrupt);
+    EXPECT_GE(service->wait(), 1000) << service->tail();
+}
 
 // Also stops the first one in the middle of a long pause.
 TEST(Instance, ASecondOneIsRefusedAndChangesNothing) {

@@ -14,18 +14,56 @@ namespace {
 
 using namespace test;
 
-using Settings = std::map<std::string, int>;
 using Hosts = std::vector<std::pair<std::string, int>>; // host, visits
+
+// Runs a hook before every change of the disk, with the path of what is removed. A file that ends
+// in `unseekable` cannot be read.
+class HookedDisk : public ForwardingPlatform {
+public:
+    std::function<void(const std::string& removed)> beforeChange = [](const std::string&) {};
+    std::string unseekable = "none";
+
+    std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
+        beforeChange("");
+        auto file = ForwardingPlatform::open(path, mode);
+        return path.ends_with(unseekable) ? std::make_unique<Unseekable>(std::move(file))
+                                          : std::move(file);
+    }
+    int removeFile(const std::string& path) override {
+        beforeChange(path);
+        return ForwardingPlatform::removeFile(path);
+    }
+    int rename(const std::string& from, const std::string& to) override {
+        beforeChange("");
+        return ForwardingPlatform::rename(from, to);
+    }
+
+private:
+    struct Unseekable : File {
+        explicit Unseekable(std::unique_ptr<File> f) : file(std::move(f)) {}
+        int64_t read(std::span<uint8_t> buffer) override { return file->read(buffer); }
+        int64_t write(std::span<const uint8_t>) override { return -1; }
+        int seek(int64_t) override { return -1; }
+        int64_t tell() override { return file->tell(); }
+        int64_t size() override { return file->size(); }
+        int sync() override { return 0; }
+        int close() override { return file->close(); }
+        std::unique_ptr<File> file;
+    };
+};
 
 // One account whose logs the test writes, together with what they hold.
 class CycleTest : public StatTree {
 protected:
-    void configure(const Settings& settings) {
-        std::string text = "[urlstat]\n";
-        for (const auto& [key, value] : settings) {
-            text += key + "=" + std::to_string(value) + "\n";
-        }
-        text += std::string("urlStatRoot=") + g_root + "\nmemoryDiskPath=" + g_memoryDisk + "\n";
+    // Budgets of the hash map and the memory disk in KiB, per cent that a spill writes.
+    void startOver(int hash, int disk, int percent = 60) {
+        m_disk.files.clear();
+        m_expected.clear();
+        const std::string text = "[urlstat]\nmaxHashMemory=" + std::to_string(hash) +
+                                 "\nmemoryDiskSize=" + std::to_string(disk) +
+                                 "\nexportPersent=" + std::to_string(percent) +
+                                 "\nurlStatRoot=/t/stat\nmemoryDiskPath=/t/mem\n"
+                                 "daycrcsortInterval=100\nweekmoncrcsortInterval=300\n";
         m_disk.files["config/urlstat.ini"] = {text.begin(), text.end()};
         Configuration::resetInstance();
     }
@@ -55,130 +93,74 @@ protected:
         }
         return hosts;
     }
-    int run(UrlStat& stat) {
-        const int result = stat.run(g_account);
+    void run(UrlStat&& stat = UrlStat()) { run(stat); }
+    void run(UrlStat& stat) {
+        ASSERT_EQ(stat.init(), 0);
+        ASSERT_EQ(stat.run(g_account), 0);
         EXPECT_EQ(m_disk.openNow(), 0U);
-        return result;
-    }
-    int run() {
-        UrlStat stat;
-        EXPECT_EQ(stat.init(), 0);
-        return run(stat);
     }
     // What the next process does first.
     void restart() {
         g_isRunning = 1;
         EXPECT_EQ(platform().removeTree("", g_memoryDisk), 0);
         EXPECT_EQ(platform().removeTree("", names::diskTempTree(g_accountDir)), 0);
-        ExceptionCheck check;
-        EXPECT_EQ(check.check(g_account), 0);
+        EXPECT_EQ(ExceptionCheck().check(g_account), 0);
     }
     // Every day, week and month file and its lists hold exactly the logs; nothing temporary is
     // left.
     void expectAll() {
         std::map<std::string, std::vector<TestRecords>> periods;
         for (const auto& [date, parts] : m_expected) {
+            std::vector<std::string> paths = {dayFile(date)};
             std::string begin;
             std::string end;
-            append(periods[names::formalFile(names::dayDir(g_accountDir, date), Period::Day)],
-                   parts);
             if (names::isCalendarDate(date)) {
                 ASSERT_EQ(getDateOfCurrentWeek(date, begin, end), 0);
-                append(periods[names::formalFile(names::weekDir(g_accountDir, begin, end),
-                                                 Period::Week)],
-                       parts);
+                paths.push_back(names::weekDir(g_accountDir, begin, end) + "/weekcrcsort");
                 ASSERT_EQ(getDateOfCurrentMon(date, begin, end), 0);
-                append(periods[names::formalFile(names::monthDir(g_accountDir, begin, end),
-                                                 Period::Month)],
-                       parts);
+                paths.push_back(names::monthDir(g_accountDir, begin, end) + "/moncrcsort");
+            }
+            for (const std::string& path : paths) {
+                periods[path].insert(periods[path].end(), parts.begin(), parts.end());
             }
         }
         for (const auto& [path, parts] : periods) {
-            const bool day = path.ends_with("/daycrcsort");
-            expectPeriodFile(path, day ? g_dayStatusType : g_weekMonStatusType, summed(parts));
+            expectPeriodFile(path,
+                             path.find("/daycrcsort") == std::string::npos ? g_weekMonStatusType
+                                                                           : g_dayStatusType,
+                             summed(parts));
         }
         for (const auto& [path, bytes] : m_disk.files) {
-            EXPECT_FALSE(path.ends_with(".temp") || path.starts_with(g_memoryDisk)) << path;
-            const bool formal = path.ends_with("crcsort") && !path.ends_with("_backup");
-            EXPECT_TRUE(!formal || periods.contains(path)) << path;
+            EXPECT_FALSE(path.ends_with(".temp") || path.starts_with(g_memoryDisk) ||
+                         (path.ends_with("crcsort") && !periods.contains(path)))
+                << path;
         }
     }
-    static void append(std::vector<TestRecords>& to, const std::vector<TestRecords>& parts) {
-        to.insert(to.end(), parts.begin(), parts.end());
-    }
-    std::vector<std::string> newFiles(const std::string& date) {
-        const auto found = m_disk.names(newDir(date));
-        return {found.begin(), found.end()};
-    }
+    size_t newFiles(const std::string& date) { return m_disk.names(newDir(date)).size(); }
 
+    HookedDisk m_hooked;
+    const ScopedPlatform m_hookedScope{m_hooked};
     std::map<std::string, std::vector<TestRecords>> m_expected; // by date
-};
-
-// Runs hooks at the calls that change the disk.
-class HookedDisk : public ForwardingPlatform {
-public:
-    using ForwardingPlatform::ForwardingPlatform;
-    std::function<void(const std::string& path)> beforeRemove = [](const std::string&) {};
-    std::function<void()> beforeChange = [] {};
-    std::function<bool(const std::string& path)> seekFails = [](const std::string&) {
-        return false;
-    };
-
-    std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
-        beforeChange();
-        auto file = ForwardingPlatform::open(path, mode);
-        return seekFails(path) ? std::make_unique<Unseekable>(std::move(file)) : std::move(file);
-    }
-    int removeFile(const std::string& path) override {
-        beforeChange();
-        beforeRemove(path);
-        return ForwardingPlatform::removeFile(path);
-    }
-    int rename(const std::string& from, const std::string& to) override {
-        beforeChange();
-        return ForwardingPlatform::rename(from, to);
-    }
-
-private:
-    struct Unseekable : File {
-        explicit Unseekable(std::unique_ptr<File> f) : file(std::move(f)) {}
-        int64_t read(std::span<uint8_t> buffer) override { return file->read(buffer); }
-        int64_t write(std::span<const uint8_t>) override { return -1; }
-        int seek(int64_t) override { return -1; }
-        int64_t tell() override { return file->tell(); }
-        int64_t size() override { return file->size(); }
-        int sync() override { return 0; }
-        int close() override { return file->close(); }
-        std::unique_ptr<File> file;
-    };
 };
 
 // However small the budgets, the totals are the same and the memory disk stays within its own.
 TEST_F(CycleTest, EveryBudgetCountsTheSame) {
-    const Settings budgets[] = {
-        {{"maxHashMemory", 1}, {"memoryDiskSize", 1}, {"exportPersent", 60}},
-        {{"maxHashMemory", 1}, {"memoryDiskSize", 1024}, {"exportPersent", 100}},
-        {{"maxHashMemory", 1}, {"memoryDiskSize", 1026}, {"exportPersent", 1}},
-        {{"maxHashMemory", 3}, {"memoryDiskSize", 1027}, {"exportPersent", 30}},
-        {{"maxHashMemory", 2}, {"memoryDiskSize", 1044}, {"exportPersent", 99}},
-        {{"maxHashMemory", 1000}, {"memoryDiskSize", 512000}, {"exportPersent", 60}}};
-    for (const Settings& settings : budgets) {
-        SCOPED_TRACE(testing::PrintToString(settings));
-        m_disk.files.clear();
-        m_expected.clear();
-        configure(settings);
-        HookedDisk disk;
-        uint64_t most = 0;
-        disk.beforeRemove = [&](const std::string&) { // each file is whole before it is removed
-            uint64_t bytes = 0;
+    for (const auto& [hash, disk, percent] : {std::tuple(1, 1, 60),
+                                              {1, 1024, 100},
+                                              {1, 1026, 1},
+                                              {3, 1027, 30},
+                                              {2, 1044, 99},
+                                              {1000, 512000, 60}}) {
+        startOver(hash, disk, percent);
+        int64_t most = 0;
+        m_hooked.beforeChange = [&](const std::string&) { // before a removal each file is whole
+            int64_t bytes = 0;
             for (const auto& [path, content] : m_disk.files) {
-                bytes += path.starts_with(g_memoryDisk) ? content.size() : 0;
+                bytes += path.starts_with(g_memoryDisk) ? std::ssize(content) : 0;
             }
             most = std::max(most, bytes);
         };
-        const ScopedPlatform scope(disk);
         UrlStat stat;
-        ASSERT_EQ(stat.init(), 0);
         for (int round = 0; round < 2; ++round) {
             unsigned seed = 1;
             for (const char* const date : {"20120229", "20120301", "20120304"}) {
@@ -189,13 +171,12 @@ TEST_F(CycleTest, EveryBudgetCountsTheSame) {
             }
             putLog("20120304", 3, round, {{std::string(3000, 'z'), 1}}); // above a budget
             m_clock.ticks = 1 + static_cast<uint32_t>(round) * 172800000;
-            ASSERT_EQ(run(stat), 0);
+            run(stat);
             expectAll();
-            EXPECT_TRUE(newFiles("20120304").empty());
+            EXPECT_EQ(newFiles("20120304"), 0U);
         }
-        const int64_t budget = settings.at("memoryDiskSize") * int64_t{1024} - 1048576;
-        EXPECT_GT(most, 0U);
-        EXPECT_TRUE(budget <= 0 || static_cast<int64_t>(most) <= budget) << most;
+        const int64_t budget = disk * int64_t{1024} - 1048576;
+        EXPECT_TRUE(most > 0 && (budget <= 0 || most <= budget)) << most;
     }
 }
 
@@ -203,108 +184,91 @@ TEST_F(CycleTest, EveryBudgetCountsTheSame) {
 // of equal counts the higher keys.
 TEST_F(CycleTest, SpillKeepsTheMostVisited) {
     for (const auto& [percent, written] :
-         {std::pair<int, size_t>{30, 10}, {60, 20}, {1, 1}, {99, 32}, {100, 32}, {50, 16}}) {
-        m_disk.files.clear();
-        m_expected.clear();
-        configure({{"maxHashMemory", 1}, {"exportPersent", percent}, {"memoryDiskSize", 2048}});
+         {std::pair(30, 10), {60, 20}, {1, 1}, {99, 32}, {100, 32}, {50, 16}}) {
+        startOver(1, 2048, percent);
         Hosts hosts;
         TestRecords records;
         for (int i = 0; i < 32; ++i) {
-            const int visits = i == 31 ? 1 : 1 + i % 5;
-            hosts.emplace_back("host-" + std::to_string(10 + i), visits);
-            records.push_back(recordOf(hosts.back().first, static_cast<uint64_t>(visits),
-                                       hosts.back().first.size() % 3));
+            hosts.emplace_back("host-" + std::to_string(10 + i), i == 31 ? 1 : 1 + i % 5);
+            records.push_back(recordOf(hosts[i].first, static_cast<uint64_t>(hosts[i].second), 1));
         }
         std::ranges::sort(records, [](const TestRecord& a, const TestRecord& b) {
             return a.count != b.count ? a.count < b.count : a.key > b.key;
         });
-        records.resize(written);
+        records.resize(static_cast<size_t>(written));
         hosts.emplace_back("host-10", 1);
         putLog("20120303", 1, 0, hosts);
-        HookedDisk disk;
-        std::map<std::string, TestRecords> spilled;
-        disk.beforeRemove = [&](const std::string& path) {
-            if (path.starts_with(g_memoryDisk)) {
-                const UrlFileContent content = readUrlFile(path);
-                EXPECT_TRUE(content.whole);
-                spilled[path] = content.records;
+        std::vector<TestRecords> spilled;
+        m_hooked.beforeChange = [&](const std::string& removed) {
+            if (removed.starts_with(g_memoryDisk)) {
+                spilled.push_back(readUrlFile(removed).records);
             }
         };
-        const ScopedPlatform scope(disk);
-        ASSERT_EQ(run(), 0);
+        run();
         expectAll();
         ASSERT_EQ(spilled.size(), 2U) << percent;
-        EXPECT_EQ(spilled.begin()->first, "/t/mem/acc/20120303/0.temp");
-        EXPECT_EQ(spilled.begin()->second, sortedByKey(records)) << percent;
+        EXPECT_EQ(spilled[0], sortedByKey(records)) << percent;
         // The rest, and the last visit's host again if it was written.
-        const bool again = std::ranges::count(records, "host-10", &TestRecord::url) == 1;
-        EXPECT_EQ(spilled.rbegin()->second.size(), 32 - written + (again ? 1 : 0));
+        EXPECT_EQ(std::ssize(spilled[1]),
+                  32 - written + std::ranges::count(records, "host-10", &TestRecord::url));
     }
 }
 
-// Milliseconds from the first pass, at which the tick counter stands a little before its wrap.
+// Milliseconds from the first pass, at which the tick counter stands a little before its wrap,
+// where one is lost; the week stage merges the day file too.
 TEST_F(CycleTest, IntervalsAreMeasuredAcrossTheWrap) {
-    configure({{"daycrcsortInterval", 100}, {"weekmoncrcsortInterval", 300}});
-    const struct {
-        uint64_t at;
-        bool dayMerge;
-        bool weekMonth;
-    } passes[] = {{0, true, true},        {1, false, false},      {99999, false, false},
-                  {100000, false, false}, // one millisecond is lost at the wrap
-                  {100001, true, false},  {200000, false, false}, {200001, true, false},
-                  {300000, false, false}, // lost for the other clock too
-                  {300001, true, true},   {400001, true, false},  {600000, true, false},
-                  {600001, false, true}, // the week stage merges the day file too
-                  {700000, true, false},  {900001, true, true}};
+    startOver(1000, 512000);
     UrlStat stat;
-    ASSERT_EQ(stat.init(), 0);
     int number = 0;
-    const std::string day = dayFile("20120303");
     const std::string week = std::string(g_accountDir) + "/week20120226_20120303/weekcrcsort";
-    for (const auto& [at, dayMerge, weekMonth] : passes) {
+    for (const auto& [at, dayMerge, weekMonth] : {std::tuple(0U, true, true),
+                                                  {99999, false, false},
+                                                  {100000, false, false},
+                                                  {100001, true, false},
+                                                  {200000, false, false},
+                                                  {200001, true, false},
+                                                  {300000, false, false},
+                                                  {300001, true, true},
+                                                  {600000, true, false},
+                                                  {600001, true, true},
+                                                  {700000, true, false},
+                                                  {900001, true, true}}) {
         SCOPED_TRACE(at);
         putLog("20120303", 1, number++, {{"host", 1}});
-        m_clock.ticks = static_cast<uint32_t>(0xFFFFFFFF - 50000 + at);
+        m_clock.ticks = 0xFFFFFFFFU - 50000U + at;
         auto before = m_disk.files;
-        ASSERT_EQ(run(stat), 0);
-        EXPECT_EQ(m_disk.files[day] != before[day], dayMerge || weekMonth);
+        run(stat);
+        EXPECT_EQ(m_disk.files[dayFile("20120303")] != before[dayFile("20120303")], dayMerge);
         EXPECT_EQ(m_disk.files[week] != before[week], weekMonth);
-        EXPECT_EQ(newFiles("20120303").empty(), weekMonth);
+        EXPECT_EQ(newFiles("20120303") == 0, weekMonth);
     }
     expectAll();
 }
 
 // A stop at every change of the disk ends the pass with 0; the next process makes up for it.
 TEST_F(CycleTest, AStopAnywhereLosesNothing) {
-    configure({{"maxHashMemory", 1}, {"memoryDiskSize", 1026}});
+    startOver(1, 1026);
     putLog("20120303", 1, 0, manyHosts(1, 12));
-    ASSERT_EQ(run(), 0);
+    run();
     putLog("20120303", 1, 1, manyHosts(2, 25));
     putLog("20120304", 2, 0, manyHosts(3, 25));
     const auto before = m_disk.files;
-    for (int n = 1;; ++n) {
+    bool stopped = true;
+    for (int n = 1; stopped && !HasFailure(); ++n) {
         SCOPED_TRACE(n);
         m_disk.files = before;
-        int changes = 0;
-        HookedDisk disk;
-        disk.beforeChange = [&] {
-            if (++changes == n) {
+        int left = n;
+        m_hooked.beforeChange = [&](const std::string&) {
+            if (--left == 0) {
                 g_isRunning = 0;
             }
         };
-        {
-            const ScopedPlatform scope(disk);
-            ASSERT_EQ(run(), 0);
-        }
-        if (changes < n) {
-            EXPECT_GT(n, 150);
-            expectAll();
-            break;
-        }
+        run();
+        EXPECT_TRUE(left <= 0 || n > 150);
+        stopped = std::exchange(left, 0) <= 0;
         restart();
-        ASSERT_EQ(run(), 0);
+        run();
         expectAll();
-        ASSERT_FALSE(HasFailure());
     }
 }
 
@@ -312,118 +276,51 @@ TEST_F(CycleTest, AStopAnywhereLosesNothing) {
 // included; before the first one it only stays where it is.
 TEST_F(CycleTest, AFailingNodeDropsItsDate) {
     for (const bool counted : {true, false}) {
-        m_disk.files.clear();
-        m_expected.clear();
-        configure({{"maxHashMemory", 1}, {"memoryDiskSize", 1026}});
+        startOver(1, 1026);
         for (const char* const date : {"20120303", "20120304"}) {
             putLog(date, 1, 0, manyHosts(1, 30));
             putLog(date, 2, 0, manyHosts(2, 30));
             putLog(date, 2, 1, manyHosts(3, 10));
         }
-        HookedDisk disk;
-        const std::string bad = counted ? "20120303/A/0/1.dat" : "20120303/A/0/0.dat";
-        disk.seekFails = [&](const std::string& path) { return path.ends_with("devid_2/" + bad); };
-        {
-            const ScopedPlatform scope(disk);
-            UrlStat stat;
-            ASSERT_EQ(stat.init(), 0);
-            for (int pass = 0; pass < 2; ++pass) { // nothing piles up
-                ASSERT_EQ(run(stat), 0);
-                EXPECT_EQ(m_disk.exists(dayFile("20120303")), !counted);
-                EXPECT_TRUE(m_disk.exists(dayFile("20120304")));
-                EXPECT_TRUE(newFiles("20120303").empty());
-                EXPECT_TRUE(m_disk.names(g_accountDir + std::string("/diskTemp/20120303")).empty());
-            }
+        m_hooked.unseekable = counted ? "devid_2/20120303/A/0/1.dat" : "devid_2/20120303/A/0/0.dat";
+        UrlStat stat;
+        for (int pass = 0; pass < 2; ++pass) { // nothing piles up
+            run(stat);
+            EXPECT_EQ(m_disk.exists(dayFile("20120303")), !counted);
+            EXPECT_TRUE(m_disk.exists(dayFile("20120304")));
+            EXPECT_TRUE(m_disk.names(g_accountDir + std::string("/diskTemp/20120303")).empty());
         }
-        ASSERT_EQ(run(), 0);
+        m_hooked.unseekable = "none";
+        run();
         expectAll();
     }
 }
 
+// A date that is none of the calendar counts in its day file alone; logs without a URL move the
+// position; with the marker file no new-day file is deleted.
 TEST_F(CycleTest, NothingNewChangesNothing) {
-    putLog("20120303", 1, 0, {{"host", 3}});
-    putLog("20120304", 1, 0, {}); // no URL at all: the position moves all the same
-    m_disk.directories.insert(newDir("20120305"));
-    m_disk.directories.insert(newDir("20121399"));
-    for (int pass = 0; pass < 3; ++pass) {
-        const auto before = m_disk.files;
-        ASSERT_EQ(run(), 0);
-        expectAll();
-        EXPECT_TRUE(pass == 0 || difference(m_disk.files, before).empty());
-        restart();
-        EXPECT_TRUE(pass == 0 || difference(m_disk.files, before).empty());
+    for (const char* const date : {"20121231", "20130101", "20121399"}) {
+        putLog(date, 1, 0, {{"host", 3}});
     }
-    EXPECT_EQ(readUrlFile(dayFile("20120304")).dayStatus->entries()[0].fileNumber, 0);
-    // Lost files heal though nothing is new.
-    const auto before = m_disk.files;
-    for (const char* const lost :
-         {"/week20120226_20120303/weekcrcsort", "/mon20120301_20120331/moncrcsort"}) {
-        m_disk.files.erase(g_accountDir + std::string(lost));
-        m_disk.files.erase(g_accountDir + std::string(lost) + "_backup");
-    }
-    restart();
-    ASSERT_EQ(run(), 0);
-    expectAll();
-}
-
-TEST_F(CycleTest, DateOutsideTheCalendarCountsInItsDayFile) {
-    putLog("20121399", 1, 0, {{"host", 3}});
-    putLog("20121231", 1, 0, {{"host", 4}});
-    putLog("20130101", 1, 0, {{"host", 5}});
-    for (int pass = 0; pass < 2; ++pass) {
-        ASSERT_EQ(run(), 0);
-        expectAll();
-        EXPECT_EQ(newFiles("20121399").size(), 1U);
-        EXPECT_TRUE(newFiles("20130101").empty());
-        restart();
-    }
-}
-
-TEST_F(CycleTest, MarkerFileKeepsNewDayFiles) {
+    putLog("20130102", 1, 0, {});
     m_disk.files["do_not_delete_daycrcsortnew"] = {};
-    for (int number = 0; number < 3; ++number) {
-        putLog("20120303", 1, number, {{"host", number + 1}});
-        for (int pass = 0; pass < 2; ++pass) {
-            ASSERT_EQ(run(), 0);
-            expectAll();
-            EXPECT_EQ(newFiles("20120303").size(), static_cast<size_t>(number) + 1);
-        }
+    for (int pass = 0; pass < 4; ++pass) {
+        auto before = m_disk.files;
+        run();
+        expectAll();
         restart();
-    }
-    m_disk.files.erase("do_not_delete_daycrcsortnew");
-    ASSERT_EQ(run(), 0);
-    EXPECT_EQ(newFiles("20120303").size(), 3U); // no month file was written
-    putLog("20120303", 1, 3, {{"host", 1}});
-    ASSERT_EQ(run(), 0);
-    expectAll();
-    EXPECT_TRUE(newFiles("20120303").empty());
-}
-
-// "dirstat" is tried five times, a second apart.
-TEST_F(CycleTest, LockedDirStat) {
-    for (int refusals = 0; refusals <= 6; ++refusals) {
-        putLog("20120303", 1, refusals, {{"host", 1}});
-        const std::string path = g_accountDir + std::string("/20120303/dirstat");
-        m_disk.files[path] = {1};
-        std::unique_ptr<File> lock = platform().open(path, OpenMode::Read);
-        m_clock.slept = 0;
-        m_clock.onSleep = [&] {
-            if (m_clock.slept == static_cast<uint64_t>(refusals) * 1000) {
-                lock.reset();
-            }
-        };
-        if (refusals == 0) {
-            lock.reset();
+        EXPECT_TRUE(pass == 0 || difference(m_disk.files, before).empty());
+        EXPECT_EQ(newFiles("20130101"), 1U);
+        if (pass == 2) { // a month file that is written takes them all
+            m_disk.files.erase("do_not_delete_daycrcsortnew");
         }
-        const bool gone = refusals < 5;
-        EXPECT_EQ(UrlStat::deleteDirStat(g_accountDir + std::string("/20120303")), gone ? 0 : -1);
-        EXPECT_EQ(m_clock.slept, static_cast<uint64_t>(std::min(refusals, 5)) * 1000);
-        lock.reset();
-        ASSERT_EQ(run(), 0);
-        EXPECT_FALSE(m_disk.files.contains(path));
     }
-    EXPECT_EQ(UrlStat::deleteDirStat("/t/stat/none"), 0);
+    putLog("20130101", 1, 1, {{"host", 3}});
+    run();
     expectAll();
+    EXPECT_EQ(newFiles("20130101"), 0U);
+    EXPECT_EQ(newFiles("20121399"), 1U);
+    EXPECT_EQ(readUrlFile(dayFile("20130102")).dayStatus->entries()[0].fileNumber, 0);
 }
 
 } // namespace
