@@ -65,6 +65,15 @@ int64_t unixTime(const FILETIME& time) {
     return units / unitsPerSecond - secondsTo1970;
 }
 
+// In the code page of file names.
+std::wstring wide(const std::string& text) {
+    std::wstring result(text.size() + 1, L'\0');
+    const int length = MultiByteToWideChar(AreFileApisANSI() ? CP_ACP : CP_OEMCP, 0, text.c_str(),
+                                           -1, result.data(), static_cast<int>(result.size()));
+    result.resize(length > 0 ? static_cast<size_t>(length) - 1 : 0);
+    return result;
+}
+
 class WindowsPlatform final : public Platform {
 public:
     [[nodiscard]] uint32_t lastError() const override { return g_lastError; }
@@ -174,8 +183,7 @@ public:
     }
 
     [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {
-        return CompareStringA(LOCALE_INVARIANT, NORM_IGNORECASE, a.c_str(), -1, b.c_str(), -1) ==
-               CSTR_EQUAL;
+        return CompareStringOrdinal(wide(a).c_str(), -1, wide(b).c_str(), -1, TRUE) == CSTR_EQUAL;
     }
 
     [[nodiscard]] int removeTree(const std::string& command, const std::string& path) override {
