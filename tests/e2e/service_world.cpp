@@ -80,7 +80,7 @@ ServiceWorld::ServiceWorld(Settings settings)
           {{"sleepTime", "1"}, {"daycrcsortInterval", "1"}, {"weekmoncrcsortInterval", "1"}}),
       m_world(m_dir.path()) {
     for (auto& [key, value] : settings) {
-        std::erase_if(m_settings, [&key](const auto& line) { return line.first == key; });
+        std::erase_if(m_settings, [&name = key](const auto& line) { return line.first == name; });
         m_settings.emplace_back(key, value);
     }
 }
@@ -134,8 +134,8 @@ void ServiceWorld::restore() {
 void ServiceWorld::configure(const Settings& settings) {
     std::string text = "[urlstat]\n";
     for (const auto& [key, value] : m_settings) {
-        const bool replaced =
-            std::ranges::any_of(settings, [&key](const auto& line) { return line.first == key; });
+        const bool replaced = std::ranges::any_of(
+            settings, [&name = key](const auto& line) { return line.first == name; });
         text += replaced ? "" : key + "=" + value + "\n";
     }
     for (const auto& [key, value] : settings) {
