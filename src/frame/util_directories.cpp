@@ -106,7 +106,8 @@ int deleteFiles(const std::string& path, uint32_t attributes) {
     // Which of the two removes a link to a directory depends on the system.
     const bool removed =
         platform().removeFile(path) == 0 || (directory && platform().removeDirectory(path) == 0);
-    if (!removed) {
+    // What a listing names may be gone by now: somebody else's removal is as good.
+    if (!removed && errno != ENOENT) {
         LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
         return -1;
     }

@@ -39,7 +39,7 @@ const Harm g_flipStatus = [](const std::string& path) {
 const Harm g_truncate = [](const std::string& path) {
     change(path, [](auto& bytes) { bytes.resize(bytes.size() * 2 / 3); });
 };
-const Harm g_lose = [](const std::string& path) { fs::remove_all(path); };
+const Harm g_lose = [](const std::string& path) { removeTree(path); };
 const Harm g_litter = [](const std::string& path) { worldgen::writeFile(path, "left over"); };
 
 struct Damage {

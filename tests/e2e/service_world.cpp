@@ -126,7 +126,7 @@ void ServiceWorld::save() {
 }
 
 void ServiceWorld::restore() {
-    fs::remove_all(m_dir / "data");
+    removeTree(m_dir / "data");
     fs::copy(m_dir / "saved", m_dir / "data", fs::copy_options::recursive);
     m_expected = m_saved;
 }
@@ -154,7 +154,7 @@ std::unique_ptr<ServiceProcess> ServiceWorld::start(const std::vector<std::strin
         }
         (void)service->wait();
         service.reset();
-        fs::remove_all(programDir() + "/log"); // as if this start had not been tried
+        removeTree(programDir() + "/log"); // as if this start had not been tried
         std::this_thread::sleep_for(g_retryPause);
     }
 }
