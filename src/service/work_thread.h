@@ -48,7 +48,8 @@ private:
 };
 
 // True for a directory that must not serve as the memory disk, which is deleted with all it holds:
-// a root of a volume, or one of the given directories or a parent of one.
+// a root of a volume, or one of the given directories or a parent of one. A volume that is mounted
+// in some directory may serve, as long as there is nothing on it but spill files.
 [[nodiscard]] bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
                                       const std::string& urlStatRoot);
 

@@ -6,7 +6,10 @@
 #include "platform/platform.h"
 #include "service/work_thread.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
+#include <vector>
 
 namespace kestrine {
 
@@ -51,12 +54,42 @@ int sweepDirectory(const std::string& directory, const CodePlace& where) {
     return result;
 }
 
+// "/", "X:/", "//server/share".
+bool isNameOfVolume(std::string_view path) {
+    const std::string_view name = path.substr(0, path.find_last_not_of('/') + 1);
+    return name.empty() || name.ends_with(':') || name.starts_with("//");
+}
+
+// Nothing but ACCOUNT/DATE directories, if anything, as a killed service leaves them.
+bool holdsOnlySpillFiles(const std::string& directory) {
+    std::vector<FindEntry> accounts;
+    if (Util::listEntries(names::join(directory, "*"), accounts, KESTRINE_HERE) != 0) {
+        return false;
+    }
+    return std::ranges::all_of(accounts, [&directory](const FindEntry& account) {
+        std::vector<FindEntry> dates;
+        const std::string pattern = names::join(names::join(directory, account.name), "*");
+        return Util::isDirectory(account) && !account.name.starts_with('.') &&
+               Util::listEntries(pattern, dates, KESTRINE_HERE) == 0 &&
+               std::ranges::all_of(dates, [](const FindEntry& date) {
+                   Period period = Period::Week;
+                   return Util::isDirectory(date) && names::parsePeriodDir(date.name, period) &&
+                          period == Period::Day;
+               });
+    });
+}
+
+// A volume may be mounted for the purpose.
+bool isUnsafeVolume(const std::string& path) {
+    return platform().isVolumeRoot(path) && (isNameOfVolume(path) || !holdsOnlySpillFiles(path));
+}
+
 } // namespace
 
 bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
                         const std::string& urlStatRoot) {
     const std::string path = platform().resolvedPath(memoryDisk);
-    return path.empty() || platform().isVolumeRoot(path) ||
+    return path.empty() || isUnsafeVolume(path) ||
            names::liesBelow(platform().resolvedPath(dataPath), path) ||
            names::liesBelow(platform().resolvedPath(urlStatRoot), path);
 }

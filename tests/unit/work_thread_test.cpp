@@ -1,4 +1,5 @@
 #include "service/work_thread.h"
+#include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -28,6 +29,33 @@ TEST(MemoryDisk, MustHoldNothingElse) {
     }
     EXPECT_TRUE(isUnsafeMemoryDisk(here, data, "stat"));
     EXPECT_FALSE(isUnsafeMemoryDisk("mem", here + "/log_data", "stat"));
+}
+
+class MountedPlatform : public test::ForwardingPlatform {
+public:
+    std::string mountPoint;
+    bool isVolumeRoot(const std::string& path) override {
+        return path == mountPoint || ForwardingPlatform::isVolumeRoot(path);
+    }
+};
+
+TEST(MemoryDisk, MayBeAVolumeThatHoldsNothingElse) {
+    const test::TempDir dir;
+    MountedPlatform mounted;
+    mounted.mountPoint = mounted.resolvedPath(dir.makeDirs("ram"));
+    const test::ScopedPlatform scope(mounted);
+    const auto unsafe = [&dir] { return isUnsafeMemoryDisk(dir / "ram", dir / "data", dir / "s"); };
+    EXPECT_FALSE(unsafe());
+    dir.makeDirs("ram/alice");
+    dir.write("ram/bob/20121231/0.temp");
+    EXPECT_FALSE(unsafe());
+    for (const char* const other : {"ram/file", "ram/bob/file", "ram/bob/2012/file", "ram/.x/y"}) {
+        dir.write(other);
+        EXPECT_TRUE(unsafe()) << other;
+        std::filesystem::remove(dir / other);
+        std::error_code notEmpty;
+        std::filesystem::remove(std::filesystem::path(dir / other).parent_path(), notEmpty);
+    }
 }
 
 } // namespace
