@@ -64,6 +64,12 @@ namespace {
 
 void (*g_handler)(int) = nullptr;
 
+// The runtime gives a signal its default action back before it calls; Wine's does not.
+void onSignal(int number) {
+    std::signal(number, SIG_DFL);
+    g_handler(number);
+}
+
 // Ctrl-C and Ctrl-Break are left to the runtime, which maps them to signals.
 BOOL WINAPI onConsoleEvent(DWORD event) {
     if (event != CTRL_CLOSE_EVENT && event != CTRL_LOGOFF_EVENT && event != CTRL_SHUTDOWN_EVENT) {
@@ -81,7 +87,7 @@ BOOL WINAPI onConsoleEvent(DWORD event) {
 int handleSignals(std::span<const int> signals, void (*handler)(int)) {
     g_handler = handler;
     for (const int number : signals) {
-        if (std::signal(number, handler) == SIG_ERR) {
+        if (std::signal(number, onSignal) == SIG_ERR) {
             return fail(ERROR_INVALID_PARAMETER);
         }
     }

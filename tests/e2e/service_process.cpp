@@ -1,5 +1,7 @@
 #include "service_process.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 #include <exception>
@@ -92,6 +94,7 @@ int ServiceProcess::wait() {
     {
         std::unique_lock lock(m_mutex);
         if (!m_changed.wait_for(lock, m_limit, [this] { return m_ended; })) {
+            ADD_FAILURE() << "the program does not end, killed";
             m_child->kill();
         }
     }

@@ -36,7 +36,8 @@ public:
 
     void request(StopRequest request) { m_child->request(request); }
     void kill() { m_child->kill(); }
-    // Waits for the end; see ChildProcess::wait. A program that does not end is killed.
+    // Waits for the end; see ChildProcess::wait. A program that does not end is killed, and the
+    // test fails.
     [[nodiscard]] int wait();
 
 private:

@@ -69,7 +69,8 @@ TEST(Stop, ASecondRequestEndsTheServiceAtOnce) {
     service->request(StopRequest::Interrupt);
     ASSERT_TRUE(service->waitForLine("Recv signal:2 ... ")) << service->tail();
     service->request(StopRequest::Interrupt);
-    EXPECT_GE(service->wait(), 1000) << service->tail();
+    (void)service->wait(); // whatever the system makes of it
+    EXPECT_EQ(countLines(service->lines(), " exit normally"), 0) << service->tail();
 }
 
 // Also stops the first one in the middle of a long pause.
