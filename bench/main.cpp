@@ -1,8 +1,7 @@
-#include "support.h"
-
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
+#include "support.h"
+#include "tree/free_space.h"
 
 #include <benchmark/benchmark.h>
 

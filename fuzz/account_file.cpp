@@ -3,11 +3,10 @@
 //   input   bits 0, 1  form: 0, 1 the file's bytes as they are
 //   byte 0                   2, 3 names, put into a file of the current or the older layout
 //   rest    bytes, or names of the length in front of each
-#include "harness/fuzz_platform.h"
-
-#include "frame/tree_names.h"
-#include "input/abstract_new_data.h"
 #include "input/account_file.h"
+#include "harness/fuzz_platform.h"
+#include "input/abstract_new_data.h"
+#include "tree/names.h"
 #include "worldgen/install.h"
 
 #include <set>

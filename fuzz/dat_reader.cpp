@@ -6,10 +6,9 @@
 //           bit 3  reading begins with the second file
 #include "harness/fuzz_platform.h"
 #include "harness/target.h"
-
-#include "frame/tree_names.h"
 #include "input/loader_reader.h"
 #include "input/user_buffer.h"
+#include "tree/names.h"
 #include "worldgen/dat_file.h"
 
 namespace kestrine::fuzz {

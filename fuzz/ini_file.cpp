@@ -5,10 +5,10 @@
 //                            2 the data-path file
 //                            3 the logging product's settings
 //   rest    the text
-#include "harness/fuzz_platform.h"
-
-#include "frame/configuration.h"
 #include "frame/ini_file.h"
+#include "frame/configuration.h"
+#include "frame/data_path.h"
+#include "harness/fuzz_platform.h"
 
 namespace kestrine::fuzz {
 

@@ -1,10 +1,14 @@
 #include "cycle/url_stat.h"
 
+#include "frame/buffer.h"
+#include "frame/configuration.h"
+#include "frame/data_path.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
+#include "frame/ticks.h"
 #include "input/url_file_new_data.h"
 #include "platform/platform.h"
+#include "tree/names.h"
 
 #include <cerrno>
 
@@ -27,16 +31,14 @@ UrlStat::~UrlStat() {
 
 int UrlStat::init() {
     if (Configuration::getInstance(&m_configuration) != 0) {
-        LOG_ERROR("getConfiguration fail");
-        return -1;
+        return LOG_FAIL("getConfiguration fail");
     }
     m_hashMemory = static_cast<uint64_t>(m_configuration->maxHashMemory());
     const LoggerSettings settings;
     m_bufferSize = settings.defaultBlockSize;
     for (Buffer& buffer : m_buffers) {
         if (buffer.allocate(static_cast<size_t>(m_bufferSize)) != 0) {
-            LOG_ERROR("malloc fail, errno %d", errno);
-            return -1;
+            return LOG_FAIL("malloc fail, errno %d", errno);
         }
     }
     return 0;
@@ -49,8 +51,7 @@ int UrlStat::run(const std::string& account) {
         return 0;
     }
     if (daycrcsort(account) != 0) {
-        LOG_ERROR("daycrcsort for %s fail", account.c_str());
-        return -1;
+        return LOG_FAIL("daycrcsort for %s fail", account.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -68,16 +69,13 @@ int UrlStat::run(const std::string& account) {
               interval);
     m_lastWeekMonth = now;
     if (new2Daycrcsort(account) != 0) {
-        LOG_ERROR("new2Daycrcsort %s fail", account.c_str());
-        return -1;
+        return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
     if (weekcrcsort(account) != 0) {
-        LOG_ERROR("weekcrcsort fail");
-        return -1;
+        return LOG_FAIL("weekcrcsort fail");
     }
     if (moncrcsort(account) != 0) {
-        LOG_ERROR("moncrcsort fail");
-        return -1;
+        return LOG_FAIL("moncrcsort fail");
     }
     return 0;
 }
@@ -87,8 +85,7 @@ int UrlStat::daycrcsort(const std::string& account) {
     UrlFileNewData newData;
     std::vector<DayStatus> days;
     if (newData.getDayStatusHaveNewData(account, days) != 0) {
-        LOG_ERROR("getDayStatusHaveNewData fail %s", account.c_str());
-        return -1;
+        return LOG_FAIL("getDayStatusHaveNewData fail %s", account.c_str());
     }
     LOG_DEBUG("print daystatus having new dats:");
     for (const DayStatus& day : days) {
@@ -96,8 +93,7 @@ int UrlStat::daycrcsort(const std::string& account) {
     }
     for (DayStatus& day : days) {
         if (createTempFile(day) != 0) {
-            LOG_ERROR("create temp file fail %s", account.c_str());
-            return -1;
+            return LOG_FAIL("create temp file fail %s", account.c_str());
         }
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
@@ -109,16 +105,14 @@ int UrlStat::daycrcsort(const std::string& account) {
 
 int UrlStat::daycrcsortnew(const std::string& account) {
     if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
-        LOG_ERROR("MemFileList::mergeFileList fail %s", account.c_str());
-        return -1;
+        return LOG_FAIL("MemFileList::mergeFileList fail %s", account.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
         return 0;
     }
     if (m_diskTempFileList.mergeDiskTempFile() < 0) {
-        LOG_ERROR("mergeDiskTempFile fail %s", account.c_str());
-        return -1;
+        return LOG_FAIL("mergeDiskTempFile fail %s", account.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -135,8 +129,7 @@ int UrlStat::daycrcsortnew(const std::string& account) {
               interval);
     m_lastDayMerge = now;
     if (new2Daycrcsort(account) != 0) {
-        LOG_ERROR("new2Daycrcsort %s fail", account.c_str());
-        return -1;
+        return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
     return 0;
 }

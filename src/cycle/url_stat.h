@@ -14,12 +14,12 @@
 #include "aggregate/url_hash_map.h"
 #include "frame/buffer.h"
 #include "frame/configuration.h"
-#include "frame/tree_names.h"
 #include "input/loader_reader.h"
 #include "merge/disk_temp_file_list.h"
 #include "merge/mem_file_list.h"
 #include "storage/status.h"
 #include "storage/url_file.h"
+#include "tree/period.h"
 
 #include <array>
 #include <cstdint>
@@ -62,8 +62,6 @@ public:
     [[nodiscard]] static int deleteDirStat(const std::string& directory);
 
 private:
-    // What the week stage and the month stage differ in.
-    struct PeriodStage;
     enum class SpillPlace { MemoryDisk, Disk };
 
     // ---- reading a date's logs (url_stat_read.cpp)
@@ -102,10 +100,9 @@ private:
     [[nodiscard]] static int checkNumbers(const std::string& formal,
                                           std::vector<std::string> newFiles);
     [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
-    [[nodiscard]] int periodStage(const PeriodStage& stage);
+    [[nodiscard]] int periodStage(const PeriodKind& stage);
     [[nodiscard]] int listPeriodDates(std::vector<std::string>& dates);
-    [[nodiscard]] int mergeOnePeriod(const PeriodStage& stage,
-                                     const std::vector<std::string>& group,
+    [[nodiscard]] int mergeOnePeriod(const PeriodKind& stage, const std::vector<std::string>& group,
                                      const std::string& begin, const std::string& end);
     [[nodiscard]] int listDayFiles(const std::string& begin, const std::string& end,
                                    std::vector<std::string>& files);

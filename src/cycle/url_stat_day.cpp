@@ -7,14 +7,17 @@
 //  4. The top lists are built anew.
 // The new-day files stay for the week and month stages.
 #include "cycle/url_stat.h"
-
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
 #include "merge/merge_file_list.h"
 #include "platform/platform.h"
 #include "storage/verify.h"
 #include "topn/top_url_record.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/replace.h"
 
 #include <cerrno>
 
@@ -31,8 +34,7 @@ int UrlStat::new2Daycrcsort(const std::string& account) {
     m_account = account;
     std::vector<std::string> dates;
     if (Util::getDateInNewDirectory(accountDirectory(), dates) != 0) {
-        LOG_ERROR("getDateInNewDirectory for %s fail", account.c_str());
-        return -1;
+        return LOG_FAIL("getDateInNewDirectory for %s fail", account.c_str());
     }
     for (const std::string& date : dates) {
         if (mergeOneDate(date) != 0) {
@@ -60,8 +62,7 @@ int UrlStat::checkNumbers(const std::string& formal, std::vector<std::string> ne
     const DayStatus& status = there ? *file.dayStatus() : none;
     removeOldPathForDaycrcsort(status, newFiles);
     if (!followWithoutGap(status.newCounter(), newFiles)) {
-        LOG_ERROR("new-day files between %s and those that wait are missing", formal.c_str());
-        return -1;
+        return LOG_FAIL("new-day files between %s and those that wait are missing", formal.c_str());
     }
     return 0;
 }
@@ -69,16 +70,14 @@ int UrlStat::checkNumbers(const std::string& formal, std::vector<std::string> ne
 int UrlStat::mergeOneDate(const std::string& newDayDirectory) {
     std::vector<std::string> files;
     if (Util::getDaycrcsortNews(newDayDirectory, files) != 0) {
-        LOG_ERROR("getDaycrcsortNews from %s fail", newDayDirectory.c_str());
-        return -1;
+        return LOG_FAIL("getDaycrcsortNews from %s fail", newDayDirectory.c_str());
     }
     if (files.empty()) {
         return 0;
     }
     const std::string dayDirectory = names::dayDirOfNewDayDir(newDayDirectory);
     if (Util::createDir(dayDirectory + "/") != 0) {
-        LOG_ERROR("create dir %s fail, errno %d", dayDirectory.c_str(), errno);
-        return -1;
+        return LOG_FAIL("create dir %s fail, errno %d", dayDirectory.c_str(), errno);
     }
     const std::string formal = names::formalFile(dayDirectory, Period::Day);
     if (checkNumbers(formal, files) != 0) {
@@ -89,8 +88,7 @@ int UrlStat::mergeOneDate(const std::string& newDayDirectory) {
     MergeFileList merge;
     const int ret = merge.mergeNew2Day(files, output);
     if (ret < 0) {
-        LOG_ERROR("mergeNew2Day fail");
-        return -1;
+        return LOG_FAIL("mergeNew2Day fail");
     }
     return ret == 1 ? 0 : replaceAndMakeTop(output, g_dayStatusType, files, {});
 }
@@ -106,13 +104,11 @@ int UrlStat::replaceAndMakeTop(const std::string& output, uint32_t statusType,
     }
     const std::string directory(names::parentOf(output));
     if (deleteDirStat(directory) != 0) {
-        LOG_ERROR("deleteDirStat %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("deleteDirStat %s fail", directory.c_str());
     }
     const std::string target = names::withoutTemp(output);
     if (Util::replaceFile(output, target) != 0) {
-        LOG_ERROR("replace %s with %s fail", target.c_str(), output.c_str());
-        return -1;
+        return LOG_FAIL("replace %s with %s fail", target.c_str(), output.c_str());
     }
     if (stopRequested()) {
         return 0;
@@ -135,8 +131,7 @@ int UrlStat::replaceAndMakeTop(const std::string& output, uint32_t statusType,
 void UrlStat::setAsideDamaged(const std::string& formal, uint32_t statusType,
                               const std::vector<std::string>& inputs) {
     const auto check = [](const std::string& path, uint32_t type) {
-        if (platform().exists(path) && verifyTwice(path, type) == 1 &&
-            (Util::dumpBrokenFile(path) != 0 || Util::removeBrokenFile(path) != 0)) {
+        if (platform().exists(path) && verifyTwice(path, type) == 1 && Util::setAside(path) != 0) {
             LOG_ERROR("remove broken file %s fail", path.c_str());
         }
     };
@@ -157,8 +152,7 @@ int UrlStat::deleteDirStat(const std::string& directory) {
         }
         platform().sleep(g_dirStatPause);
     }
-    LOG_ERROR("unlink %s fail, errno %d", path.c_str(), errno);
-    return -1;
+    return LOG_FAIL("unlink %s fail, errno %d", path.c_str(), errno);
 }
 
 } // namespace kestrine

@@ -8,12 +8,12 @@
 //  3. What remains in the map is spilled, so that no record stays for the next date, and the date's
 //     group of files is closed with its status.
 #include "cycle/url_stat.h"
-
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "input/node_path.h"
 #include "input/user_buffer.h"
 #include "storage/url_key.h"
+#include "tree/names.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -45,8 +45,7 @@ int UrlStat::createTempFile(DayStatus& status) {
         return 0;
     }
     if (setDayStatusAndPathForMemdiskFile(m_memFileList, status, m_account) != 0) {
-        LOG_ERROR("setDayStatusAndPathForMemdiskFile fail");
-        return -1;
+        return LOG_FAIL("setDayStatusAndPathForMemdiskFile fail");
     }
     return 0;
 }
@@ -77,8 +76,7 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
     LOG_DEBUG("daystatus now %s %d %" PRIu64, node.path.c_str(), node.fileNumber, node.offset);
     int32_t date = 0;
     if (getAccountPathAndDate(node.path, date) != 0) {
-        LOG_ERROR("getAccountPathAndDate %s fail", node.path.c_str());
-        return -1;
+        return LOG_FAIL("getAccountPathAndDate %s fail", node.path.c_str());
     }
     const int opened = m_reader.open(names::typeDir(node.path), node.fileNumber + 1);
     if (opened == g_loaderNoMore) {
@@ -109,12 +107,10 @@ int UrlStat::dealAllDatFile(LoaderReader& reader) {
         size_t used = 0;
         const int ret = reader.readHistory(m_buffers[2].span(), used);
         if (ret != g_loaderDone && ret != g_loaderNoMore) {
-            LOG_ERROR("LoaderReader fail %d", ret);
-            return -1;
+            return LOG_FAIL("LoaderReader fail %d", ret);
         }
         if (used > 0 && dealOneUserBuffer(m_buffers[2].span().first(used)) != 0) {
-            LOG_ERROR("dealOneUserBuffer %s fail", m_account.c_str());
-            return -1;
+            return LOG_FAIL("dealOneUserBuffer %s fail", m_account.c_str());
         }
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
@@ -128,8 +124,7 @@ int UrlStat::dealAllDatFile(LoaderReader& reader) {
 
 int UrlStat::dealOneUserBuffer(ByteView stream) {
     if (stream.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     size_t offset = 0;
     ByteView payload;
@@ -145,9 +140,8 @@ int UrlStat::dealOneUserBuffer(ByteView stream) {
             continue;
         }
         if (dealOneUrlRecord(host, type) != 0) {
-            LOG_ERROR("dealOneUrlRecord from result %.*s fail", static_cast<int>(host.size()),
-                      host.data());
-            return -1;
+            return LOG_FAIL("dealOneUrlRecord from result %.*s fail", static_cast<int>(host.size()),
+                            host.data());
         }
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
@@ -159,13 +153,11 @@ int UrlStat::dealOneUserBuffer(ByteView stream) {
 
 int UrlStat::dealOneUrlRecord(std::string_view host, uint32_t type) {
     if (host.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_map.usedMemory() + host.size() >= m_hashMemory) {
         if (writeHashMap(0) != 0) {
-            LOG_ERROR("writeHashMap fail %s", m_account.c_str());
-            return -1;
+            return LOG_FAIL("writeHashMap fail %s", m_account.c_str());
         }
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
@@ -184,8 +176,7 @@ int UrlStat::dealOneUrlRecord(std::string_view host, uint32_t type) {
     }
     UrlRecordPtr record = makeUrlRecord({key, 1, type, host});
     if (!record) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     m_map.insert(std::move(record));
     return 0;

@@ -9,13 +9,15 @@
 //  4. The file is closed with the status of the date being read and joins the date's group.
 // A memory disk that is smaller than its budget says is met in the same way: its files are moved to
 // disk and the file is written again.
-#include "cycle/url_stat.h"
-
 #include "aggregate/priority_queue.h"
+#include "cycle/url_stat.h"
+#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
 #include "platform/platform.h"
+#include "tree/directories.h"
+#include "tree/free_space.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -37,16 +39,14 @@ void sortByKey(std::vector<KeyedRecord>& records) {
 
 int UrlStat::writeHashMap(int writeAll) {
     if (m_dayStatus == nullptr) {
-        LOG_ERROR("param invalid %d", writeAll);
-        return -1;
+        return LOG_FAIL("param invalid %d", writeAll);
     }
     if (m_map.empty()) {
         return 0;
     }
     const std::string& root = m_configuration->urlStatRoot();
     if (Util::sleepWhileNoSpace(root) != 0) {
-        LOG_ERROR("sleepWhileNoSpace fail %s", root.c_str());
-        return -1;
+        return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -54,8 +54,7 @@ int UrlStat::writeHashMap(int writeAll) {
     }
     std::vector<KeyedRecord> records;
     if (m_map.takeAll(records) != 0) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     sortByKey(records);
     const auto percent = static_cast<uint64_t>(m_configuration->exportPersent());
@@ -76,8 +75,7 @@ int UrlStat::reserveByPercent(size_t keep, UrlHashMap& map, std::vector<KeyedRec
                               size_t total) {
     CPriorityQueue<UrlRecord*> queue;
     if (queue.init(static_cast<uint32_t>(keep), lessByCountAndKey) != 0) {
-        LOG_ERROR("MinHeap::init fail");
-        return -1;
+        return LOG_FAIL("MinHeap::init fail");
     }
     size_t written = 0;
     for (size_t i = 0; i < total; ++i) {
@@ -156,16 +154,14 @@ int UrlStat::writeSpillFile(std::vector<KeyedRecord>& records, size_t from, size
 
 int UrlStat::makeRoom(const UrlRecord& record) {
     if (checkWriteMemDiskTempToDiskTemp(record, m_memFileList) != 0) {
-        LOG_ERROR("checkWriteMemDiskTempToDiskTemp fail %s", m_account.c_str());
-        return -1;
+        return LOG_FAIL("checkWriteMemDiskTempToDiskTemp fail %s", m_account.c_str());
     }
     return 0;
 }
 
 int UrlStat::writeSpillRecord(const UrlRecord& record) {
     if (m_spillFile->writeOneRecord(record.view()) != 0) {
-        LOG_ERROR("write one record fail %s", m_spillFile->path().c_str());
-        return -1;
+        return LOG_FAIL("write one record fail %s", m_spillFile->path().c_str());
     }
     ++m_spillRecords;
     return 0;
@@ -175,16 +171,14 @@ int UrlStat::openSpillFile(SpillPlace place) {
     std::string path;
     if ((place == SpillPlace::MemoryDisk ? createMemDiskDirAndGetFilePath(path)
                                          : createDiskTempDirAndGetFilePath(path)) != 0) {
-        LOG_ERROR("createMemDiskDirAndGetFilePath fail %s %d %d", m_account.c_str(),
-                  m_dayStatus->date(), static_cast<int>(m_memFileList.lastGroupSize()));
-        return -1;
+        return LOG_FAIL("createMemDiskDirAndGetFilePath fail %s %d %d", m_account.c_str(),
+                        m_dayStatus->date(), static_cast<int>(m_memFileList.lastGroupSize()));
     }
     m_spillRecords = 0;
     m_spillTrailerSize = static_cast<int64_t>(m_dayStatus->writtenSize() + sizeof(int64_t));
     m_spillFile = std::make_unique<UrlFile>();
     if (m_spillFile->open(path, OpenMode::Truncate) != 0) {
-        LOG_ERROR("open file %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open file %s fail", path.c_str());
     }
     return 0;
 }
@@ -192,18 +186,15 @@ int UrlStat::openSpillFile(SpillPlace place) {
 int UrlStat::finishSpillFile(SpillPlace place) {
     const std::string path = m_spillFile->path();
     if (m_spillFile->flush() != 0) {
-        LOG_ERROR("flush %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("flush %s fail", path.c_str());
     }
     DayStatus status = *m_dayStatus;
     status.setTotalCount(m_spillFile->totalCount());
     if (m_spillFile->writeStatus(status) != 0) {
-        LOG_ERROR("writeStatus fail %s", path.c_str());
-        return -1;
+        return LOG_FAIL("writeStatus fail %s", path.c_str());
     }
     if (m_spillFile->close() != 0) {
-        LOG_ERROR("close %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("close %s fail", path.c_str());
     }
     m_spillFile.reset();
     if (place == SpillPlace::MemoryDisk) {
@@ -256,12 +247,10 @@ int UrlStat::checkWriteMemDiskTempToDiskTemp(const UrlRecord& record, MemFileLis
 
 int UrlStat::moveMemoryDiskToDisk(MemFileList& memFileList) {
     if (setDayStatusAndPathForMemdiskFile(memFileList, *m_dayStatus, m_account) != 0) {
-        LOG_ERROR("setDayStatusAndPathForMemdiskFile fail");
-        return -1;
+        return LOG_FAIL("setDayStatusAndPathForMemdiskFile fail");
     }
     if (memFileList.mergeFileList(&m_diskTempFileList) < 0) {
-        LOG_ERROR("mergeFileList fail");
-        return -1;
+        return LOG_FAIL("mergeFileList fail");
     }
     if (!stopRequested()) {
         memFileList.openGroup(); // for the rest of the date
@@ -272,18 +261,15 @@ int UrlStat::moveMemoryDiskToDisk(MemFileList& memFileList) {
 int UrlStat::createMemDiskDirAndGetFilePath(std::string& path) {
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     path = names::memoryDiskFile(configuration->memoryDiskPath(), names::accountOf(m_account),
                                  m_dayStatus->date(), m_memFileList.nextMemoryDiskNumber());
     if (path.size() > g_maxPath) {
-        LOG_ERROR("sprintf_n fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("sprintf_n fail, errno %d", errno);
     }
     if (Util::createDir(path, Durable::No) != 0) {
-        LOG_ERROR("create dir %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", path.c_str());
     }
     return 0;
 }
@@ -293,12 +279,10 @@ int UrlStat::createDiskTempDirAndGetFilePath(std::string& path) {
     path = names::diskTempFile(m_configuration->urlStatRoot(), names::accountOf(m_account),
                                m_dayStatus->date(), m_memFileList.nextDiskTempNumber());
     if (path.size() > g_maxPath) {
-        LOG_ERROR("sprintf_n fail errno %d", errno);
-        return -1;
+        return LOG_FAIL("sprintf_n fail errno %d", errno);
     }
     if (Util::createDir(path, Durable::No) != 0) {
-        LOG_ERROR("create dir %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", path.c_str());
     }
     return 0;
 }
@@ -316,8 +300,7 @@ int UrlStat::setDayStatusAndPathForMemdiskFile(MemFileList& memFileList, const D
         names::diskTempFile(m_configuration->urlStatRoot(), names::accountOf(accountPath),
                             status.date(), memFileList.nextDiskTempNumber());
     if (output.size() > g_maxPath) {
-        LOG_ERROR("sprintf_n fail errno %d", errno);
-        return -1;
+        return LOG_FAIL("sprintf_n fail errno %d", errno);
     }
     memFileList.setLastOutput(output);
     return 0;

@@ -9,12 +9,14 @@
 //     file are durable and hold them.
 //  5. The top lists are built anew.
 #include "cycle/url_stat.h"
-
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
 #include "merge/merge_file_list.h"
 #include "platform/platform.h"
+#include "tree/calendar.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,29 +30,17 @@ constexpr const char* g_keepMarker = "do_not_delete_daycrcsortnew";
 
 } // namespace
 
-struct UrlStat::PeriodStage {
-    Period period;
-    int (*nextGroup)(std::vector<std::string>& dates, std::vector<std::string>& group,
-                     std::string& begin, std::string& end);
-    const char* nextGroupName;
-    std::string (*directory)(std::string_view accountDir, std::string_view begin,
-                             std::string_view end);
-    bool deletesNewDayFiles;
-};
-
 int UrlStat::weekcrcsort(const std::string& account) {
     m_account = account;
-    return periodStage(
-        {Period::Week, Util::getNextWeekFiles, "getNextWeekFiles", names::weekDir, false});
+    return periodStage(kindOf(Period::Week));
 }
 
 int UrlStat::moncrcsort(const std::string& account) {
     m_account = account;
-    return periodStage(
-        {Period::Month, Util::getNexMonFiles, "getNexMonFiles", names::monthDir, true});
+    return periodStage(kindOf(Period::Month));
 }
 
-int UrlStat::periodStage(const PeriodStage& stage) {
+int UrlStat::periodStage(const PeriodKind& stage) {
     std::vector<std::string> dates;
     if (listPeriodDates(dates) != 0) {
         return -1;
@@ -60,8 +50,7 @@ int UrlStat::periodStage(const PeriodStage& stage) {
         std::string begin;
         std::string end;
         if (stage.nextGroup(dates, group, begin, end) != 0) {
-            LOG_ERROR("%s fail", stage.nextGroupName);
-            return -1;
+            return LOG_FAIL("%s fail", stage.nextGroupName.data());
         }
         if (mergeOnePeriod(stage, group, begin, end) != 0) {
             return -1;
@@ -78,8 +67,7 @@ int UrlStat::periodStage(const PeriodStage& stage) {
 int UrlStat::listPeriodDates(std::vector<std::string>& dates) {
     std::vector<std::string> listed;
     if (Util::getDateInNewDirectory(accountDirectory(), listed) != 0) {
-        LOG_ERROR("getDatesWithDaycrcsortnew for %s fail", m_account.c_str());
-        return -1;
+        return LOG_FAIL("getDatesWithDaycrcsortnew for %s fail", m_account.c_str());
     }
     for (const std::string& path : listed) {
         if (names::isCalendarDate(names::lastComponent(path))) {
@@ -91,16 +79,15 @@ int UrlStat::listPeriodDates(std::vector<std::string>& dates) {
     return 0;
 }
 
-int UrlStat::mergeOnePeriod(const PeriodStage& stage, const std::vector<std::string>& group,
+int UrlStat::mergeOnePeriod(const PeriodKind& stage, const std::vector<std::string>& group,
                             const std::string& begin, const std::string& end) {
     std::vector<std::string> newFiles;
     for (const std::string& date : group) {
         if (Util::getDaycrcsortNews(date, newFiles) != 0) {
-            LOG_ERROR("getDaycrcsortNews from %s fail", date.c_str());
-            return -1;
+            return LOG_FAIL("getDaycrcsortNews from %s fail", date.c_str());
         }
     }
-    const std::string directory = stage.directory(accountDirectory(), begin, end);
+    const std::string directory = names::periodDir(accountDirectory(), stage.period, begin, end);
     const std::string formal = names::formalFile(directory, stage.period);
     std::vector<std::string> dayFiles;
     if (platform().exists(formal)) {
@@ -108,8 +95,7 @@ int UrlStat::mergeOnePeriod(const PeriodStage& stage, const std::vector<std::str
             return 0;
         }
     } else if (listDayFiles(begin, end, dayFiles) != 0) {
-        LOG_ERROR("list day files of %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("list day files of %s fail", directory.c_str());
     } else if (dayFiles.empty()) {
         return 0;
     }
@@ -118,16 +104,14 @@ int UrlStat::mergeOnePeriod(const PeriodStage& stage, const std::vector<std::str
         LOG_DEBUG("week files %s", path.c_str());
     }
     if (Util::createDir(directory + "/") != 0) {
-        LOG_ERROR("create dir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", directory.c_str());
     }
     const std::string output = names::tempOf(formal);
-    LOG_DEBUG("%s path %s", std::string(names::formalName(stage.period)).c_str(), output.c_str());
+    LOG_DEBUG("%s path %s", stage.fileName.data(), output.c_str());
     MergeFileList merge;
     const int ret = merge.mergeNew2WeekMon(newFiles, dayFiles, output);
     if (ret < 0) {
-        LOG_ERROR("mergeNew2Week fail");
-        return -1;
+        return LOG_FAIL("mergeNew2Week fail");
     }
     if (ret == 1) {
         return 0;
@@ -166,8 +150,7 @@ int UrlStat::listDayFiles(const std::string& begin, const std::string& end,
 int UrlStat::deleteNewDayFiles(const std::vector<std::string>& files) {
     for (const std::string& path : files) {
         if (platform().removeFile(path) != 0) {
-            LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-            return -1;
+            return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
         }
     }
     return 0;

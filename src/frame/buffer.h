@@ -4,6 +4,7 @@
 
 #include "frame/bytes.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -36,4 +37,10 @@ private:
     size_t m_size = 0;
 };
 
+namespace Util {
+
+// Allocates `size` bytes into `*buffer`. 0 or -1.
+[[nodiscard]] int assureNotEmpty(int32_t size, Buffer* buffer);
+
+} // namespace Util
 } // namespace kestrine

@@ -2,7 +2,7 @@
 
 #include "frame/ini_file.h"
 #include "frame/log.h"
-#include "frame/util.h"
+#include "frame/text.h"
 #include "platform/platform.h"
 
 namespace kestrine {
@@ -46,14 +46,12 @@ const Configuration::NumericSetting Configuration::g_numericSettings[6] = {
 
 int Configuration::getInstance(Configuration** instance) {
     if (instance == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (g_configuration.m_loaded == 0) {
         const int result = g_configuration.loadConfiguration();
         if (result < 0) {
-            LOG_ERROR("load configuration fail");
-            return -1;
+            return LOG_FAIL("load configuration fail");
         }
         if (result == 1) {
             g_configuration.setDefaultConfiguration();
@@ -78,8 +76,7 @@ int Configuration::loadConfiguration() {
     }
     IniFile ini;
     if (ini.load(g_settingsFile) != 0) {
-        LOG_ERROR("load %s fail", g_settingsFile);
-        return -1;
+        return LOG_FAIL("load %s fail", g_settingsFile);
     }
     for (const NumericSetting& setting : g_numericSettings) {
         const auto value = ini.find(g_section, setting.key);

@@ -1,4 +1,4 @@
-// The service's settings, and where the log data lies.
+// The service's settings.
 #pragma once
 
 #include <cstdint>
@@ -56,21 +56,6 @@ private:
     int32_t m_urlBlockSize = 0;           // KiB
     std::string m_memoryDiskPath;
     std::string m_urlStatRoot;
-};
-
-// Root of the log data: the "logdatapath" of "mysql_path.ini" in the installation root (the
-// executable's path up to its last "/ml") followed by "/log_data". 0 or -1.
-[[nodiscard]] int getDataPath(std::string& dataPath);
-
-// The logging product's own settings, read when constructed.
-struct LoggerSettings {
-    LoggerSettings();
-
-    int32_t defaultBlockSize = 2097152; // bytes, largest valid block
-    int32_t maxBlockLife = 60;          // seconds
-    std::string devicePrefix = "devid_";
-    int32_t filesPerDirectory = 100;
-    int32_t maxFileLife = 300; // seconds
 };
 
 } // namespace kestrine

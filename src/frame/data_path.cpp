@@ -1,8 +1,8 @@
-// Where the logging product keeps its data, and how it is set up.
-#include "frame/configuration.h"
+#include "frame/data_path.h"
+
 #include "frame/ini_file.h"
 #include "frame/log.h"
-#include "frame/util.h"
+#include "frame/text.h"
 #include "platform/platform.h"
 
 #include <cerrno>
@@ -28,28 +28,23 @@ std::string dataPathFile(std::string_view executable) {
 int getDataPath(std::string& dataPath) {
     std::string executable = platform().executablePath();
     if (executable.empty()) {
-        LOG_ERROR("GetModuleFileName fail, errno %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("GetModuleFileName fail, errno %u", platform().lastError());
     }
     Util::replaceChar(executable, '\\', '/');
     const std::string iniName = dataPathFile(executable);
     if (iniName.empty()) {
-        LOG_ERROR("%s invalid", executable.c_str());
-        return -1;
+        return LOG_FAIL("%s invalid", executable.c_str());
     }
     if (iniName.size() > g_maxPath) {
-        LOG_ERROR("sprintf_n fail errno %d", errno);
-        return -1;
+        return LOG_FAIL("sprintf_n fail errno %d", errno);
     }
     IniFile ini;
     if (ini.load(iniName) != 0) {
-        LOG_ERROR("load %s fail", iniName.c_str());
-        return -1;
+        return LOG_FAIL("load %s fail", iniName.c_str());
     }
     std::string path(ini.find("mysql", "logdatapath").value_or(std::string_view()));
     if (path.empty()) {
-        LOG_ERROR("empty config in %s", iniName.c_str());
-        return -1;
+        return LOG_FAIL("empty config in %s", iniName.c_str());
     }
     Util::replaceChar(path, '\\', '/');
     dataPath = path + (path.ends_with('/') ? "log_data" : "/log_data");

@@ -1,10 +1,10 @@
 #include "frame/ini_file.h"
 
 #include "frame/bytes.h"
+#include "frame/text.h"
 #include "platform/platform.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace kestrine {
 
@@ -151,23 +151,6 @@ void IniFile::free() {
     m_fileName.clear();
     m_sections.clear();
     m_pool.release();
-}
-
-int32_t leadingInteger(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(g_whiteSpace), text.size()));
-    const bool negative = text.starts_with('-');
-    if (negative || text.starts_with('+')) {
-        text.remove_prefix(1);
-    }
-    constexpr int64_t limit = int64_t{std::numeric_limits<int32_t>::max()} + 1;
-    int64_t value = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            break;
-        }
-        value = std::min(value * 10 + (c - '0'), limit);
-    }
-    return static_cast<int32_t>(negative ? -value : std::min(value, limit - 1));
 }
 
 } // namespace kestrine

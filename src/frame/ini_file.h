@@ -50,8 +50,4 @@ private:
     BlockPool m_pool;
 };
 
-// Value of the leading decimal digits of a text (blanks and a sign in front allowed), 0 when there
-// are none; values out of range stop at the 32-bit limits.
-[[nodiscard]] int32_t leadingInteger(std::string_view text);
-
 } // namespace kestrine

@@ -5,6 +5,7 @@
 #include "frame/log.h"
 
 #include "frame/bytes.h"
+#include "frame/qualified_name.h"
 #include "platform/platform.h"
 
 #include <algorithm>

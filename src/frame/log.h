@@ -54,11 +54,6 @@ struct CodePlace {
     int line;
 };
 
-// The qualified name in a function's signature, without this namespace, unnamed namespaces and
-// template arguments: "int kestrine::UrlStat::run(const std::string&)" gives "UrlStat::run". A
-// lambda has the name of the function around it.
-[[nodiscard]] std::string qualifiedName(std::string_view signature);
-
 // File line first, console line second. The value of errno is left as it was.
 void logMessage(LogLevel level, const CodePlace& where, const char* format, ...)
     KESTRINE_PRINTF(3, 4);
@@ -80,3 +75,5 @@ void reportErrorsToStderr();
     ::kestrine::logMessage(::kestrine::LogLevel::Error, KESTRINE_HERE, __VA_ARGS__)
 #define LOG_DEBUG(...)                                                                             \
     ::kestrine::logMessage(::kestrine::LogLevel::Debug, KESTRINE_HERE, __VA_ARGS__)
+// Reports an error and is -1, the result of a failed operation.
+#define LOG_FAIL(...) (LOG_ERROR(__VA_ARGS__), -1)

@@ -3,7 +3,7 @@
 //   Clang  "int kestrine::(anonymous namespace)::A<int>::run(int) const [T = int]"
 // Lambdas follow the parameters of the function around them, so that the first parameter list ends
 // the name that is wanted.
-#include "frame/log.h"
+#include "frame/qualified_name.h"
 
 #include <algorithm>
 

@@ -9,12 +9,12 @@
 // `haveNewData` decides for each type directory.
 #include "input/abstract_new_data.h"
 
-#include "frame/configuration.h"
+#include "frame/data_path.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
+#include "frame/text.h"
 #include "input/account_file.h"
 #include "platform/platform.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <string_view>
@@ -51,13 +51,11 @@ bool notFound(uint32_t error) {
 int getAccountFilePath(std::string& path) {
     const std::string executable = platform().executablePath();
     if (executable.empty()) {
-        LOG_ERROR("GetModuleFileName fail, errcode %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("GetModuleFileName fail, errcode %u", platform().lastError());
     }
     const size_t end = executable.find_last_of("/\\");
     if (end == std::string::npos) {
-        LOG_ERROR("%s invalid", executable.c_str());
-        return -1;
+        return LOG_FAIL("%s invalid", executable.c_str());
     }
     path = executable.substr(0, end + 1) + "config/syncaccount.dat";
     return 0;
@@ -85,8 +83,7 @@ bool isUsable(const std::string& dataPath, const std::string& account,
 } // namespace
 
 int AbstractNewData::haveNewData(const std::string&) {
-    LOG_ERROR("should not run here");
-    return -1;
+    return LOG_FAIL("should not run here");
 }
 
 int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
@@ -101,13 +98,11 @@ int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
     }
     CMlAccountFile file(path);
     if (file.loadAddRecords() != 0) {
-        LOG_ERROR("loadAddRecords fail %s", path.c_str());
-        return -1;
+        return LOG_FAIL("loadAddRecords fail %s", path.c_str());
     }
     std::string dataPath;
     if (getDataPath(dataPath) != 0) {
-        LOG_ERROR("getDatPath fail");
-        return -1;
+        return LOG_FAIL("getDatPath fail");
     }
     for (const AccountRecord& record : file.records()) {
         std::string account = dataPath + std::string(record.accountName());
@@ -123,13 +118,11 @@ int AbstractNewData::getAllNews(const std::string& accountPath) {
     m_newNodes.clear();
     std::vector<std::string> devices;
     if (getAllDevice(accountPath, &devices) != 0) {
-        LOG_ERROR("getAllDevice %s %s fail", accountPath.c_str(), g_devicePrefix.data());
-        return -1;
+        return LOG_FAIL("getAllDevice %s %s fail", accountPath.c_str(), g_devicePrefix.data());
     }
     for (const std::string& device : devices) {
         if (getAllTypes(device) != 0) {
-            LOG_ERROR("getAllDates for %s %s fail", accountPath.c_str(), device.c_str());
-            return -1;
+            return LOG_FAIL("getAllDates for %s %s fail", accountPath.c_str(), device.c_str());
         }
         std::sort(m_newNodes.begin(), m_newNodes.end());
     }
@@ -139,8 +132,7 @@ int AbstractNewData::getAllNews(const std::string& accountPath) {
 int AbstractNewData::getAllDevice(const std::string& accountPath,
                                   std::vector<std::string>* devices) {
     if (devices == nullptr) {
-        LOG_ERROR("praram invalid");
-        return -1;
+        return LOG_FAIL("praram invalid");
     }
     devices->clear();
     std::vector<FindEntry> entries;
@@ -151,8 +143,7 @@ int AbstractNewData::getAllDevice(const std::string& accountPath,
             LOG_INFO("cannot find any device in %s", accountPath.c_str());
             return 0;
         }
-        LOG_ERROR("FindFirstFile fail, errcode %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("FindFirstFile fail, errcode %u", platform().lastError());
     }
     for (const FindEntry& entry : entries) {
         // The pattern may match other letter cases too.
@@ -172,8 +163,8 @@ int AbstractNewData::getAllTypes(const std::string& devicePath) {
             LOG_INFO("cannot find any types in %s", devicePath.c_str());
             return 0;
         }
-        LOG_ERROR("FindFirstFile fail %s, errcode %u", devicePath.c_str(), platform().lastError());
-        return -1;
+        return LOG_FAIL("FindFirstFile fail %s, errcode %u", devicePath.c_str(),
+                        platform().lastError());
     }
     for (const FindEntry& entry : entries) {
         if (isDirectory(entry) && tryInsert(devicePath, entry.name) != 0) {
@@ -189,8 +180,7 @@ int AbstractNewData::tryInsert(const std::string& devicePath, const std::string&
     }
     for (const char type : g_types) {
         if (tryInsertOneType(devicePath, name, type) != 0) {
-            LOG_ERROR("try insert %s\\%s\\%c fail", devicePath.c_str(), name.c_str(), type);
-            return -1;
+            return LOG_FAIL("try insert %s\\%s\\%c fail", devicePath.c_str(), name.c_str(), type);
         }
     }
     return 0;
@@ -205,8 +195,7 @@ int AbstractNewData::tryInsertOneType(const std::string& devicePath, const std::
     }
     const int result = haveNewData(nodePath);
     if (result < 0) {
-        LOG_ERROR("haveNewData %s fail", nodePath.c_str());
-        return -1;
+        return LOG_FAIL("haveNewData %s fail", nodePath.c_str());
     }
     if (result == 1) {
         m_newNodes.push_back(std::move(nodePath));

@@ -2,8 +2,8 @@
 
 #include "frame/bytes.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
 #include "platform/platform.h"
+#include "tree/names.h"
 
 #include <cerrno>
 #include <span>
@@ -107,8 +107,7 @@ int CMlAccountFile::save() const {
         return -1;
     }
     if (platform().syncDirectory(std::string(names::parentOf(m_path))) != 0) {
-        LOG_ERROR("sync directory of %s fail, errno %d", m_path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("sync directory of %s fail, errno %d", m_path.c_str(), errno);
     }
     return 0;
 }

@@ -12,15 +12,13 @@ int getFileHeader(File& file, LogFileHeader& header) {
     std::array<uint8_t, g_logFileHeaderSize> bytes{};
     const int64_t count = file.read(bytes);
     if (count != static_cast<int64_t>(bytes.size())) {
-        LOG_ERROR("read file header fail sizoef(fh) %d nread %d", static_cast<int>(bytes.size()),
-                  static_cast<int>(count));
-        return -1;
+        return LOG_FAIL("read file header fail sizoef(fh) %d nread %d",
+                        static_cast<int>(bytes.size()), static_cast<int>(count));
     }
     header.magic = loadLittle<uint32_t>(bytes.data());
     std::copy_n(bytes.begin() + 4, header.label.size(), header.label.begin());
     if (header.magic != g_logFileMagic) {
-        LOG_ERROR("file header not match, flag, E:%X F:%X", g_logFileMagic, header.magic);
-        return -1;
+        return LOG_FAIL("file header not match, flag, E:%X F:%X", g_logFileMagic, header.magic);
     }
     return 0;
 }

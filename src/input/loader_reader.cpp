@@ -8,10 +8,10 @@
 #include "input/loader_reader.h"
 
 #include "frame/bytes.h"
-#include "frame/configuration.h"
+#include "frame/data_path.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
 #include "input/user_buffer.h"
+#include "tree/names.h"
 
 #include <zlib.h>
 
@@ -39,8 +39,7 @@ uint32_t largestBlock() {
 int getFileSize(File& file, int64_t& size) {
     size = file.size();
     if (size < 0) {
-        LOG_ERROR("stat fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("stat fail, errno %d", errno);
     }
     return 0;
 }
@@ -71,8 +70,7 @@ int LoaderReader::init(std::span<uint8_t> compressedBuffer, std::span<uint8_t> r
     m_rawBuffer = rawBuffer;
     m_capacity = std::min(compressedBuffer.size(), rawBuffer.size());
     if (m_capacity == 0) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     return 0;
 }
@@ -309,9 +307,8 @@ int LoaderReader::inflatePayload(const LogBlockHeader& header) {
     const int result =
         uncompress(m_rawBuffer.data(), &length, m_compressedBuffer.data(), header.blockSize);
     if (result != Z_OK || length != header.rawSize) {
-        LOG_ERROR("uncompress fail, ret %d, rawSize %u, unLen %u", result, header.rawSize,
-                  static_cast<unsigned>(length));
-        return -1;
+        return LOG_FAIL("uncompress fail, ret %d, rawSize %u, unLen %u", result, header.rawSize,
+                        static_cast<unsigned>(length));
     }
     return 0;
 }

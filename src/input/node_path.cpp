@@ -1,19 +1,17 @@
 #include "input/node_path.h"
 
 #include "frame/log.h"
-#include "frame/tree_names.h"
+#include "tree/names.h"
 
 namespace kestrine {
 
 int getAccountPathAndDate(const std::string& nodePath, int32_t& date) {
     if (nodePath.find('/') == std::string::npos) {
-        LOG_ERROR("cannot find / in %s", nodePath.c_str());
-        return -1;
+        return LOG_FAIL("cannot find / in %s", nodePath.c_str());
     }
     date = names::getDateOfPath(nodePath);
     if (date < 20000000 || date > 29999999) {
-        LOG_ERROR("date invalid %d %s", date, nodePath.c_str());
-        return -1;
+        return LOG_FAIL("date invalid %d %s", date, nodePath.c_str());
     }
     return 0;
 }

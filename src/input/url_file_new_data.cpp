@@ -7,10 +7,11 @@
 
 #include "frame/configuration.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "storage/url_file.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -51,8 +52,7 @@ int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
     m_dayList.clear();
     m_datesInList.clear();
     if (getAllNews(accountPath) != 0) {
-        LOG_ERROR("getAllNews fail");
-        return -1;
+        return LOG_FAIL("getAllNews fail");
     }
     for (const DayStatus& status : m_dayList) {
         DayStatus due;
@@ -88,8 +88,7 @@ int UrlFileNewData::selectDueNodes(const DayStatus& status, DayStatus& due) cons
 
 int UrlFileNewData::haveNewData(const std::string& nodePath) {
     if (nodePath.empty()) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     const std::string datePath(names::parentOf(nodePath));
     // A date without any node is not looked at again for the next device either.
@@ -97,8 +96,7 @@ int UrlFileNewData::haveNewData(const std::string& nodePath) {
         return 0;
     }
     if (addNewNode(datePath) != 0) {
-        LOG_ERROR("addNewNode fail");
-        return -1;
+        return LOG_FAIL("addNewNode fail");
     }
     return 0;
 }
@@ -117,24 +115,20 @@ int UrlFileNewData::haveNewData(const std::string& nodePath, int32_t fileNumber)
 int UrlFileNewData::addNewNode(const std::string& datePath) {
     std::string path;
     if (getDaycrcsortPath(datePath, path) != 0) {
-        LOG_ERROR("getDaycrcsortPath from %s fail", datePath.c_str());
-        return -1;
+        return LOG_FAIL("getDaycrcsortPath from %s fail", datePath.c_str());
     }
     DayStatus status;
     if (platform().exists(path) && updateDayStatus(path, status) != 0) {
-        LOG_ERROR("updateDayStatusIfHaveNewData %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("updateDayStatusIfHaveNewData %s fail", path.c_str());
     }
     const std::string dayDir(names::parentOf(path));
     const std::string newDir =
         names::newDayDir(names::parentOf(dayDir), names::lastComponent(dayDir));
     if (updateDayStatusFromNew(newDir, status) != 0) {
-        LOG_ERROR("updateDayStatusFromNew %s fail", newDir.c_str());
-        return -1;
+        return LOG_FAIL("updateDayStatusFromNew %s fail", newDir.c_str());
     }
     if (updateFromDatFile(datePath, status) != 0) {
-        LOG_ERROR("updateFromDatFile %s fail", datePath.c_str());
-        return -1;
+        return LOG_FAIL("updateFromDatFile %s fail", datePath.c_str());
     }
     if (status.entries().empty()) {
         LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
@@ -148,13 +142,11 @@ int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& 
     const std::string account = names::accountOfNode(datePath);
     const std::string_view date = names::lastComponent(datePath);
     if (account.empty() || date.empty()) {
-        LOG_ERROR("%s invalid", datePath.c_str());
-        return -1;
+        return LOG_FAIL("%s invalid", datePath.c_str());
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     const std::string accountDir = names::accountDir(configuration->urlStatRoot(), account);
     path = names::formalFile(names::dayDir(accountDir, date), Period::Day);
@@ -165,8 +157,7 @@ int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& 
 int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) const {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     const int result = file.readStatus(g_dayStatusType);
     // Closed before a damaged file is moved.
@@ -178,8 +169,7 @@ int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) 
     }
     const DayStatus* stored = file.dayStatus();
     if (result != 0 || stored == nullptr) {
-        LOG_ERROR("read status from %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("read status from %s fail", path.c_str());
     }
     const int32_t number = names::newDayNumber(path);
     status.setNewCounter(std::max(status.newCounter(), number < 0 ? stored->newCounter() : number));
@@ -193,15 +183,13 @@ int UrlFileNewData::updateDayStatusFromNew(const std::string& newDayDirectory,
                                            DayStatus& status) const {
     std::vector<std::string> files;
     if (Util::getDaycrcsortNews(newDayDirectory, files) != 0) {
-        LOG_ERROR("getDaycrcsortNews %s fail", newDayDirectory.c_str());
-        return -1;
+        return LOG_FAIL("getDaycrcsortNews %s fail", newDayDirectory.c_str());
     }
     // The day file holds all up to its counter; those files stay until the month is complete.
     const int32_t held = status.newCounter();
     for (const std::string& file : files) {
         if (names::newDayNumber(file) > held && updateDayStatus(file, status) != 0) {
-            LOG_ERROR("updateDayStatusIfHaveNewData %s fail", file.c_str());
-            return -1;
+            return LOG_FAIL("updateDayStatusIfHaveNewData %s fail", file.c_str());
         }
     }
     return 0;
@@ -214,8 +202,7 @@ int UrlFileNewData::updateFromDatFile(const std::string& datePath, DayStatus& st
         return devicePathCallBack(path, attributes, date, status);
     };
     if (Util::tranverse(account, visitor) != 0) {
-        LOG_ERROR("tranverse %s to get device fail", account.c_str());
-        return -1;
+        return LOG_FAIL("tranverse %s to get device fail", account.c_str());
     }
     return 0;
 }

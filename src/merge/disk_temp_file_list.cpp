@@ -3,9 +3,9 @@
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "merge/merge_file_list.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -41,29 +41,24 @@ int DiskTempFileList::mergeDiskTempFile() {
 int DiskTempFileList::mergeItem(Item& item) {
     std::string directory;
     if (getCrcsortPath(&item, directory) != 0) {
-        LOG_ERROR("getCrcsortPath fail");
-        return -1;
+        return LOG_FAIL("getCrcsortPath fail");
     }
     if (Util::createDir(directory + "/") != 0) {
-        LOG_ERROR("create dir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", directory.c_str());
     }
     LOG_DEBUG("directory of daycrcsort %s", directory.c_str());
     int32_t counter = -1;
     if (getNextNewCounter(directory, counter) != 0) {
-        LOG_ERROR("getNextNewCounter fail");
-        return -1;
+        return LOG_FAIL("getNextNewCounter fail");
     }
     if (counter <= item.used) {
-        LOG_ERROR("new-day number %d of %s is used already", counter, directory.c_str());
-        return -1;
+        return LOG_FAIL("new-day number %d of %s is used already", counter, directory.c_str());
     }
     item.status.setNewCounter(counter);
     LOG_DEBUG("next new counter is %d", counter);
     const std::string newFile = names::newDayFile(directory, counter);
     if (newFile.size() > g_maxPath) {
-        LOG_ERROR("sprintf_n fail errno %d", errno);
-        return -1;
+        return LOG_FAIL("sprintf_n fail errno %d", errno);
     }
     std::vector<std::string> inputs = item.paths;
     std::erase(inputs, std::string());
@@ -76,8 +71,7 @@ int DiskTempFileList::mergeItem(Item& item) {
         return ret;
     }
     if (removeAllDiskTempFIles(item) != 0) {
-        LOG_ERROR("removeAllDiskTempFIles fail");
-        return -1;
+        return LOG_FAIL("removeAllDiskTempFIles fail");
     }
     return 0;
 }
@@ -85,13 +79,11 @@ int DiskTempFileList::mergeItem(Item& item) {
 // ROOT/ACCOUNT/new/DATE of the item's nodes.
 int DiskTempFileList::getCrcsortPath(const Item* item, std::string& directory) {
     if (item == nullptr || item->status.entries().empty()) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     const std::string account = names::accountOfNode(item->status.entries().front().path);
     directory = names::newDayDir(names::accountDir(configuration->urlStatRoot(), account),
@@ -106,8 +98,7 @@ int DiskTempFileList::removeAllDiskTempFIles(const Item& item) {
             continue;
         }
         if (platform().removeFile(path) != 0) {
-            LOG_ERROR("remove %s fail errno %d", path.c_str(), errno);
-            return -1;
+            return LOG_FAIL("remove %s fail errno %d", path.c_str(), errno);
         }
     }
     const auto real = std::find_if(item.paths.begin(), item.paths.end(),

@@ -1,11 +1,11 @@
 #include "merge/mem_file_list.h"
 
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "merge/disk_temp_file_list.h"
 #include "merge/merge_file_list.h"
 #include "platform/platform.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,8 +19,7 @@ void MemFileList::openGroup() {
 int MemFileList::addUrlFile(const std::string& path) {
     FileInfo info;
     if (platform().info(path, info) != 0) {
-        LOG_ERROR("_stati64 fail %s errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
     }
     Group& group = m_groups.back();
     group.inputs.push_back(path);
@@ -48,8 +47,7 @@ void MemFileList::setLastOutput(const std::string& path) {
 
 int MemFileList::mergeFileList(DiskTempFileList* list) {
     if (list == nullptr) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     print();
     while (!m_groups.empty()) {
@@ -70,8 +68,7 @@ int MemFileList::mergeGroup(Group& group, DiskTempFileList& list) {
     }
     const std::string directory = std::string(names::parentOf(group.output)) + "/";
     if (!platform().exists(directory) && Util::createDir(directory, Durable::No) != 0) {
-        LOG_ERROR("create dir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", directory.c_str());
     }
     MergeFileList merge;
     const int ret = merge.mergeTemp2Temp(group.inputs, group.status, group.output);

@@ -15,13 +15,15 @@
 //
 // Keys of an input must ascend; one that does not marks its file broken, so that damage can never
 // lead to a key that stands twice in an output.
+#include "frame/buffer.h"
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
+#include "frame/ticks.h"
 #include "merge/merge_file_list.h"
 #include "platform/platform.h"
 #include "storage/compress.h"
+#include "tree/free_space.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -43,17 +45,14 @@ uint64_t sumOfCounts(uint64_t a, uint64_t b) {
 
 int MergeFileList::commonMergeProcess(UrlFile* output, const std::vector<UrlFile*>& inputs) {
     if (output == nullptr || inputs.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (tryAllocMemory(inputs.size()) != 0) {
-        LOG_ERROR("tryAllocMemory fail %s", output->path().c_str());
-        return -1;
+        return LOG_FAIL("tryAllocMemory fail %s", output->path().c_str());
     }
     MergeHeap heap;
     if (initMergeMinHeap(inputs, heap) != 0) {
-        LOG_ERROR("initMergeMinHeap fail out %s", output->path().c_str());
-        return -1;
+        return LOG_FAIL("initMergeMinHeap fail out %s", output->path().c_str());
     }
     m_checkedBefore = false;
     while (!heap.empty()) {
@@ -73,25 +72,21 @@ int MergeFileList::commonMergeProcess(UrlFile* output, const std::vector<UrlFile
         return 0; // the last action was a block copy, which flushed
     }
     if (writePending(*output) != 0) {
-        LOG_ERROR("write once record %s fail", output->path().c_str());
-        return -1;
+        return LOG_FAIL("write once record %s fail", output->path().c_str());
     }
     if (output->flush() != 0) {
-        LOG_ERROR("flush %s fail", output->path().c_str());
-        return -1;
+        return LOG_FAIL("flush %s fail", output->path().c_str());
     }
     return 0;
 }
 
 int MergeFileList::tryAllocMemory(size_t count) {
     if (count == 0) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     m_pending = false;
     if (Util::assureNotEmpty(g_pendingRecordSize, &m_pendingRecord) != 0) {
-        LOG_ERROR("assureNotEmpty fail");
-        return -1;
+        return LOG_FAIL("assureNotEmpty fail");
     }
     if (m_entries.size() < count) {
         m_entries.resize(count);
@@ -105,16 +100,14 @@ int MergeFileList::initMergeMinHeap(const std::vector<UrlFile*>& inputs, MergeHe
         MergeEntry& entry = m_entries[m_entryCount];
         const int ret = file->readBlockHeader(entry.header);
         if (ret < 0) {
-            LOG_ERROR("read block header from %s fail", file->path().c_str());
-            return -1;
+            return LOG_FAIL("read block header from %s fail", file->path().c_str());
         }
         if (ret == 1) {
             continue; // no block at all: takes no part
         }
         if (entry.header.minKey > entry.header.maxKey) {
             file->setBroken();
-            LOG_ERROR("block keys of %s invalid, set broken flag", file->path().c_str());
-            return -1;
+            return LOG_FAIL("block keys of %s invalid, set broken flag", file->path().c_str());
         }
         entry.file = file;
         entry.currentKey = entry.header.minKey;
@@ -130,8 +123,7 @@ int MergeFileList::initMergeMinHeap(const std::vector<UrlFile*>& inputs, MergeHe
 // An equal key blocks the copy too: the two records must be summed.
 int MergeFileList::isSmallerThanOthers(const MergeEntry* top) const {
     if (top == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     for (uint32_t i = 0; i < m_entryCount; ++i) {
         const MergeEntry& other = m_entries[i];
@@ -151,13 +143,11 @@ int MergeFileList::checkSpaceAndStop(bool& stop) {
     m_lastCheck = now;
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("getInstance fail");
-        return -1;
+        return LOG_FAIL("getInstance fail");
     }
     const std::string& root = configuration->urlStatRoot();
     if (Util::sleepWhileNoSpace(root) != 0) {
-        LOG_ERROR("sleepWhileNoSpace fail %s", root.c_str());
-        return -1;
+        return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -171,8 +161,7 @@ int MergeFileList::mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap
     const char* const in = entry->file->path().c_str();
     if (entry->decompressed) {
         if (dealUnCompress(entry, output, heap) != 0) {
-            LOG_ERROR("deal with uncompress data fail %s %s", out, in);
-            return -1;
+            return LOG_FAIL("deal with uncompress data fail %s %s", out, in);
         }
         return 0;
     }
@@ -184,8 +173,7 @@ int MergeFileList::mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap
     }
     entry->decompressed = true;
     if (dealUnCompress(entry, output, heap) != 0) {
-        LOG_ERROR("deal with uncompress data fail %s ", out);
-        return -1;
+        return LOG_FAIL("deal with uncompress data fail %s ", out);
     }
     return 0;
 }
@@ -203,8 +191,7 @@ int MergeFileList::copyBlock(MergeEntry* entry, UrlFile& output, MergeHeap& heap
     const char* const in = entry->file->path().c_str();
     if (m_pending && pendingRecord().key == entry->currentKey) {
         if (mergeMinKeyAndWriteOutBlock(entry, output, heap) != 0) {
-            LOG_ERROR("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
-            return -1;
+            return LOG_FAIL("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
         }
         return 0;
     }
@@ -213,13 +200,11 @@ int MergeFileList::copyBlock(MergeEntry* entry, UrlFile& output, MergeHeap& heap
         LOG_DEBUG("key not match, write one record %" PRIu64 " %" PRId64, pending.key,
                   static_cast<int64_t>(pending.count));
         if (writePending(output) != 0) {
-            LOG_ERROR("write one record %s fail", out);
-            return -1;
+            return LOG_FAIL("write one record %s fail", out);
         }
     }
     if (writeCompressData(entry, output, heap) != 0) {
-        LOG_ERROR("writeCompressData fail %s %s", out, in);
-        return -1;
+        return LOG_FAIL("writeCompressData fail %s %s", out, in);
     }
     return 0;
 }
@@ -228,12 +213,10 @@ int MergeFileList::decompressBlock(MergeEntry* entry) {
     const char* const in = entry->file->path().c_str();
     ByteView data;
     if (entry->file->readBlockData(data) != 0) {
-        LOG_ERROR("read block data from %s fail", in);
-        return -1;
+        return LOG_FAIL("read block data from %s fail", in);
     }
     if (entry->file->unCompress() != 0) {
-        LOG_ERROR("unCompress block data from %s fail", in);
-        return -1;
+        return LOG_FAIL("unCompress block data from %s fail", in);
     }
     return 0;
 }
@@ -243,29 +226,25 @@ int MergeFileList::dealUnCompress(MergeEntry* entry, UrlFile& output, MergeHeap&
     UrlRecordView record;
     if (!block.hasCurrent() || block.getCurrentUrlRecord(record) != 0) {
         entry->file->setBroken();
-        LOG_ERROR("getTopRecord2 fail, no more record, should not");
-        return -1;
+        return LOG_FAIL("getTopRecord2 fail, no more record, should not");
     }
     if (record.key != entry->currentKey) {
         entry->file->setBroken();
-        LOG_ERROR("keys of %s not ascending or not as in the header, set broken flag",
-                  entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("keys of %s not ascending or not as in the header, set broken flag",
+                        entry->file->path().c_str());
     }
     entry->file->countRecordRead();
     if (m_pending && pendingRecord().key == record.key) {
         storeLittle(m_pendingRecord.data() + 8, sumOfCounts(pendingRecord().count, record.count));
     } else {
         if (m_pending && writePending(output) != 0) {
-            LOG_ERROR("write one record fail %s", output.path().c_str());
-            return -1;
+            return LOG_FAIL("write one record fail %s", output.path().c_str());
         }
         setPending(record);
     }
     block.advance(record);
     if (pushNextKey(entry, heap) != 0) {
-        LOG_ERROR("pushNextKey from %s fail", entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("pushNextKey from %s fail", entry->file->path().c_str());
     }
     return 0;
 }
@@ -274,8 +253,7 @@ int MergeFileList::pushNextKey(MergeEntry* entry, MergeHeap& heap) {
     UrlRecordBlock& block = entry->file->block();
     if (!block.hasCurrent()) {
         if (pushNextkeyFromHeader(entry, heap) != 0) {
-            LOG_ERROR("push next key from header fail %s", entry->file->path().c_str());
-            return -1;
+            return LOG_FAIL("push next key from header fail %s", entry->file->path().c_str());
         }
         return 0;
     }
@@ -283,9 +261,8 @@ int MergeFileList::pushNextKey(MergeEntry* entry, MergeHeap& heap) {
     if (block.getCurrentUrlRecord(next) != 0 || next.key <= entry->currentKey ||
         next.key > entry->header.maxKey) {
         entry->file->setBroken();
-        LOG_ERROR("keys of %s not ascending or not as in the header, set broken flag",
-                  entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("keys of %s not ascending or not as in the header, set broken flag",
+                        entry->file->path().c_str());
     }
     entry->currentKey = next.key;
     heap.push(entry);
@@ -296,8 +273,7 @@ int MergeFileList::pushNextkeyFromHeader(MergeEntry* entry, MergeHeap& heap) {
     const uint64_t lastKey = entry->header.maxKey;
     const int ret = entry->file->readBlockHeader(entry->header);
     if (ret < 0) {
-        LOG_ERROR("read block header from %s fail", entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("read block header from %s fail", entry->file->path().c_str());
     }
     if (ret == 1) {
         entry->active = false;
@@ -305,8 +281,7 @@ int MergeFileList::pushNextkeyFromHeader(MergeEntry* entry, MergeHeap& heap) {
     }
     if (entry->header.minKey <= lastKey || entry->header.minKey > entry->header.maxKey) {
         entry->file->setBroken();
-        LOG_ERROR("blocks of %s not ascending, set broken flag", entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("blocks of %s not ascending, set broken flag", entry->file->path().c_str());
     }
     entry->currentKey = entry->header.minKey;
     entry->decompressed = false;
@@ -318,26 +293,21 @@ int MergeFileList::writeCompressData(MergeEntry* entry, UrlFile& output, MergeHe
     const char* const out = output.path().c_str();
     const char* const in = entry->file->path().c_str();
     if (output.flush() != 0) {
-        LOG_ERROR("flush %s fail", out);
-        return -1;
+        return LOG_FAIL("flush %s fail", out);
     }
     ByteView data;
     if (entry->file->readBlockData(data) != 0) {
-        LOG_ERROR("read block data from %s fail", in);
-        return -1;
+        return LOG_FAIL("read block data from %s fail", in);
     }
     if (output.writeBlockHeader(entry->header) != 0) {
-        LOG_ERROR("write block header to %s fail", out);
-        return -1;
+        return LOG_FAIL("write block header to %s fail", out);
     }
     if (output.writeBlockData(data) != 0) {
-        LOG_ERROR("write block data fail %s", out);
-        return -1;
+        return LOG_FAIL("write block data fail %s", out);
     }
     entry->file->block().reset();
     if (pushNextkeyFromHeader(entry, heap) != 0) {
-        LOG_ERROR("pushNextkeyFromHeader %s fail", in);
-        return -1;
+        return LOG_FAIL("pushNextkeyFromHeader %s fail", in);
     }
     return 0;
 }
@@ -346,8 +316,7 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
                                                MergeHeap& heap) {
     const char* const out = output.path().c_str();
     if (output.flush() != 0) {
-        LOG_ERROR("flush fail %s", out);
-        return -1;
+        return LOG_FAIL("flush fail %s", out);
     }
     if (decompressBlock(entry) != 0) {
         return -1;
@@ -357,9 +326,8 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
     if (!block.hasCurrent() || block.getCurrentUrlRecord(first) != 0 ||
         first.key != entry->currentKey) {
         entry->file->setBroken();
-        LOG_ERROR("first key of %s not as in the header, set broken flag",
-                  entry->file->path().c_str());
-        return -1;
+        return LOG_FAIL("first key of %s not as in the header, set broken flag",
+                        entry->file->path().c_str());
     }
     const uint64_t pendingCount = pendingRecord().count;
     const std::span<uint8_t> raw = block.rawData();
@@ -369,8 +337,7 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
 
     Compress* compress = nullptr;
     if (Compress::getInstance(&compress) != 0) {
-        LOG_ERROR("Compress::getInstance fail");
-        return -1;
+        return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data = raw;
     entry->header.flag = 0;
@@ -382,17 +349,14 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
     }
     entry->header.blockSize = static_cast<int32_t>(data.size());
     if (output.writeBlockHeader(entry->header) != 0) {
-        LOG_ERROR("writeBlockHeader fail %s", out);
-        return -1;
+        return LOG_FAIL("writeBlockHeader fail %s", out);
     }
     if (output.writeBlockData(data) != 0) {
-        LOG_ERROR("writeBlockData fail %s", out);
-        return -1;
+        return LOG_FAIL("writeBlockData fail %s", out);
     }
     block.reset();
     if (pushNextkeyFromHeader(entry, heap) != 0) {
-        LOG_ERROR("pushNextkeyFromHeader fail %s", out);
-        return -1;
+        return LOG_FAIL("pushNextkeyFromHeader fail %s", out);
     }
     return 0;
 }

@@ -2,9 +2,11 @@
 // out to be damaged, set aside.
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "merge/merge_file_list.h"
+#include "tree/directories.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/top_list_dirs.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -20,8 +22,7 @@ MergeFileList::~MergeFileList() {
 int MergeFileList::openInput(const std::string& path) {
     m_inputs.push_back(std::make_unique<UrlFile>());
     if (m_inputs.back()->open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     ++m_openFiles;
     return 0;
@@ -29,8 +30,7 @@ int MergeFileList::openInput(const std::string& path) {
 
 int MergeFileList::openFileList(const std::vector<std::string>& inputs, const std::string& output) {
     if (output.empty() || (inputs.empty() && m_inputs.empty())) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     for (const std::string& path : inputs) {
         if (openInput(path) != 0) {
@@ -39,8 +39,7 @@ int MergeFileList::openFileList(const std::vector<std::string>& inputs, const st
     }
     m_output = std::make_unique<UrlFile>();
     if (m_output->open(output, OpenMode::Truncate) != 0) {
-        LOG_ERROR("open out file %s fail", output.c_str());
-        return -1;
+        return LOG_FAIL("open out file %s fail", output.c_str());
     }
     ++m_openFiles;
     return 0;
@@ -53,8 +52,7 @@ int MergeFileList::readDayStatus() {
             continue;
         }
         if (file->readStatus(g_dayStatusType) != 0) {
-            LOG_ERROR("read status from %s fail", file->path().c_str());
-            return -1;
+            return LOG_FAIL("read status from %s fail", file->path().c_str());
         }
     }
     return 0;
@@ -96,33 +94,21 @@ int MergeFileList::removeBrokenUrlFiles() {
 int MergeFileList::removeOneBrokenFile(const std::string& path) {
     LOG_INFO("file %s is broken, remove it from disk", path.c_str());
     if (Util::dumpBrokenFile(path) != 0) {
-        LOG_ERROR("Util::dumpBrokenFile %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("Util::dumpBrokenFile %s fail", path.c_str());
     }
     if (platform().exists(path) && platform().removeFile(path) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     if (path.find("crcsort") == std::string::npos || names::newDayNumber(path) >= 0) {
         return 0;
     }
     LOG_INFO("the broken file is %s, try to recover", path.c_str());
-    const std::string backup = names::backupOf(path);
-    if (!platform().exists(backup)) {
-        return 0;
-    }
-    if (Util::deleteTopLists(std::string(names::parentOf(path))) != 0 ||
-        platform().rename(backup, path) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), path.c_str(), errno);
-        return -1;
-    }
-    return Util::syncParent(path);
+    return Util::restoreBackup(path);
 }
 
 int MergeFileList::removeWorkFile(const std::string& path) {
     if (platform().exists(path) && platform().removeFile(path) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     return 0;
 }
@@ -135,8 +121,7 @@ int MergeFileList::runMerge(const std::string& workPath) {
         inputs.push_back(file.get());
     }
     if (commonMergeProcess(m_output.get(), inputs) != 0) {
-        LOG_ERROR("commonMergeProcess fail %s", workPath.c_str());
-        return -1;
+        return LOG_FAIL("commonMergeProcess fail %s", workPath.c_str());
     }
     return 0;
 }
@@ -144,12 +129,10 @@ int MergeFileList::runMerge(const std::string& workPath) {
 // The output carries its status already: synced if wanted, and all closed.
 int MergeFileList::closeOutput(const std::string& workPath, bool durable) {
     if (durable && m_output->sync() != 0) {
-        LOG_ERROR("sync %s fail", workPath.c_str());
-        return -1;
+        return LOG_FAIL("sync %s fail", workPath.c_str());
     }
     if (closeUrlFiles() != 0) {
-        LOG_ERROR("closeUrlFiles fail %s", workPath.c_str());
-        return -1;
+        return LOG_FAIL("closeUrlFiles fail %s", workPath.c_str());
     }
     return 0;
 }
@@ -157,8 +140,7 @@ int MergeFileList::closeOutput(const std::string& workPath, bool durable) {
 int MergeFileList::syncDirectoryOf(const std::string& path) {
     const std::string directory(names::parentOf(path));
     if (platform().syncDirectory(directory) != 0) {
-        LOG_ERROR("sync directory %s fail, errno %d", directory.c_str(), errno);
-        return -1;
+        return LOG_FAIL("sync directory %s fail, errno %d", directory.c_str(), errno);
     }
     return 0;
 }

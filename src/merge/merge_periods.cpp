@@ -13,8 +13,8 @@
 // The caller replaces the current file and deletes inputs.
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
 #include "merge/merge_file_list.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -32,8 +32,7 @@ std::string roundDirectoryOf(const std::string& finalPath) {
 // 0 when the final path is free.
 int checkFinalPath(const std::string& finalPath) {
     if (platform().exists(finalPath)) {
-        LOG_ERROR("ERROR %s should not exist!", finalPath.c_str());
-        return -1;
+        return LOG_FAIL("ERROR %s should not exist!", finalPath.c_str());
     }
     return 0;
 }
@@ -43,8 +42,7 @@ int checkFinalPath(const std::string& finalPath) {
 int MergeFileList::mergeNew2Day(const std::vector<std::string>& newFiles,
                                 const std::string& finalPath) {
     if (newFiles.empty() || finalPath.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (checkFinalPath(finalPath) != 0) {
         return -1;
@@ -91,8 +89,7 @@ int MergeFileList::mergeNew2WeekMon(const std::vector<std::string>& newFiles,
                                     const std::vector<std::string>& dayFiles,
                                     const std::string& finalPath) {
     if (finalPath.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (checkFinalPath(finalPath) != 0) {
         return -1;
@@ -143,8 +140,7 @@ int MergeFileList::openSourceDayFile(const std::string& path, std::vector<std::s
     }
     UrlFile& file = *m_inputs.back();
     if (file.readStatus(g_dayStatusType) != 0) {
-        LOG_ERROR("read status from %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("read status from %s fail", path.c_str());
     }
     LOG_DEBUG("src daycrcsort %s exist, status:", path.c_str());
     file.dayStatus()->print();
@@ -162,8 +158,7 @@ int MergeFileList::openSourceWeekMonFile(const std::string& path,
     }
     UrlFile& file = *m_inputs.back();
     if (file.readStatus(g_weekMonStatusType) != 0) {
-        LOG_ERROR("read status from %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("read status from %s fail", path.c_str());
     }
     m_weekMonStatus = *file.weekMonStatus();
     removeOldPathForWeekMon(m_weekMonStatus, newFiles);
@@ -189,16 +184,13 @@ int MergeFileList::prepareInputs(const std::vector<std::string>& files, const st
         return rounds;
     }
     if (openFileList(reduced, work) != 0) {
-        LOG_ERROR("openFileList fail %s", finalPath.c_str());
-        return -1;
+        return LOG_FAIL("openFileList fail %s", finalPath.c_str());
     }
     if (readDayStatus() != 0) {
-        LOG_ERROR("readStatus fail %s", finalPath.c_str());
-        return -1;
+        return LOG_FAIL("readStatus fail %s", finalPath.c_str());
     }
     if (m_inputs.size() != source.size() + reduced.size()) {
-        LOG_ERROR("UrlFile * vector size %d", static_cast<int>(m_inputs.size()));
-        return -1;
+        return LOG_FAIL("UrlFile * vector size %d", static_cast<int>(m_inputs.size()));
     }
     return 0;
 }
@@ -208,8 +200,7 @@ int MergeFileList::getNewDayStatus(DayStatus& status) {
     for (const auto& file : m_inputs) {
         const DayStatus* const input = file->dayStatus();
         if (input == nullptr) {
-            LOG_ERROR("param null");
-            return -1;
+            return LOG_FAIL("param null");
         }
         for (const NodeEntry& entry : input->entries()) {
             status.updateIfNewer(entry);
@@ -226,8 +217,7 @@ int MergeFileList::updateWeekMonStatus(const std::vector<std::string>& newFiles)
     for (const std::string& path : newFiles) {
         const int32_t number = names::newDayNumber(path);
         if (number < 0) {
-            LOG_ERROR("path %s invalid", path.c_str());
-            return -1;
+            return LOG_FAIL("path %s invalid", path.c_str());
         }
         updateWeekMonStatusIFNewer(m_weekMonStatus, std::string(names::parentOf(path)), number);
     }
@@ -239,8 +229,7 @@ int MergeFileList::takeDayCounters() {
     for (const auto& file : m_inputs) {
         const DayStatus* const status = file->dayStatus();
         if (status == nullptr) {
-            LOG_ERROR("param null");
-            return -1;
+            return LOG_FAIL("param null");
         }
         const std::string_view dayDirectory = names::parentOf(file->path());
         const std::string datePath =
@@ -256,13 +245,11 @@ int MergeFileList::finishPeriod(const std::string& workPath, const std::string& 
     }
     const std::string directory(names::parentOf(finalPath));
     if (deleteTopnDir(directory) != 0) {
-        LOG_ERROR("deleteTopnDir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("deleteTopnDir %s fail", directory.c_str());
     }
     if (platform().rename(workPath, finalPath) != 0) {
-        LOG_ERROR("rename from %s to %s fail, errno %d", workPath.c_str(), finalPath.c_str(),
-                  errno);
-        return -1;
+        return LOG_FAIL("rename from %s to %s fail, errno %d", workPath.c_str(), finalPath.c_str(),
+                        errno);
     }
     if (syncDirectoryOf(finalPath) != 0) {
         return -1;

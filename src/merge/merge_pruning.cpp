@@ -4,8 +4,8 @@
 // still be there. What a day, week or month file holds of a date is recorded in its status as one
 // number, the highest new-day number folded in; files up to that number never take part again.
 #include "frame/log.h"
-#include "frame/tree_names.h"
 #include "merge/merge_file_list.h"
+#include "tree/names.h"
 
 #include <algorithm>
 
@@ -40,8 +40,7 @@ int updateDayNewCounter(const std::vector<std::string>& newFiles, DayStatus& sta
     for (const std::string& path : newFiles) {
         const int32_t number = names::newDayNumber(path);
         if (number < 0 || path.find('/') == std::string::npos) {
-            LOG_ERROR("path %s invalid", path.c_str());
-            return -1;
+            return LOG_FAIL("path %s invalid", path.c_str());
         }
         if (number > status.newCounter()) {
             status.setNewCounter(number);

@@ -3,9 +3,9 @@
 // inputs, lie in a directory of temporary files and are removed when the operation ends.
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "merge/merge_file_list.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 
 #include <algorithm>
 
@@ -25,8 +25,7 @@ int MergeFileList::reduceInputs(const std::vector<std::string>& inputs,
     m_roundDirectory = directory;
     while (reduced.size() > g_inputsPerMerge) {
         if (Util::createDir(directory + "/", Durable::No) != 0) {
-            LOG_ERROR("create dir %s fail", directory.c_str());
-            return -1;
+            return LOG_FAIL("create dir %s fail", directory.c_str());
         }
         std::vector<std::string> next;
         for (size_t from = 0; from < reduced.size(); from += g_inputsPerMerge) {
@@ -51,13 +50,11 @@ int MergeFileList::reduceInputs(const std::vector<std::string>& inputs,
 int MergeFileList::mergeOneRound(const std::vector<std::string>& inputs,
                                  const std::string& output) {
     if (openFileList(inputs, output) != 0 || readDayStatus() != 0) {
-        LOG_ERROR("openFileList fail %s", output.c_str());
-        return -1;
+        return LOG_FAIL("openFileList fail %s", output.c_str());
     }
     DayStatus status;
     if (getNewDayStatus(status) != 0) {
-        LOG_ERROR("getNewDayStatus fail %s", output.c_str());
-        return -1;
+        return LOG_FAIL("getNewDayStatus fail %s", output.c_str());
     }
     if (runMerge(output) != 0) {
         return -1;
@@ -67,8 +64,7 @@ int MergeFileList::mergeOneRound(const std::vector<std::string>& inputs,
     }
     status.setTotalCount(m_output->totalCount());
     if (m_output->writeStatus(status) != 0 || closeUrlFiles() != 0) {
-        LOG_ERROR("writeStatus fail %s", output.c_str());
-        return -1;
+        return LOG_FAIL("writeStatus fail %s", output.c_str());
     }
     m_inputs.clear();
     m_output.reset();

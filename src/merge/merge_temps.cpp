@@ -8,8 +8,8 @@
 //     visits are counted: its status says how far the logs have been read.
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
 #include "merge/merge_file_list.h"
+#include "tree/names.h"
 
 #include <cerrno>
 
@@ -107,15 +107,13 @@ int MergeFileList::createEmptyDaycrcsortNew(const std::string& path, const DaySt
              "indicates the fileid");
     m_output = std::make_unique<UrlFile>();
     if (m_output->open(path, OpenMode::Truncate) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     ++m_openFiles;
     DayStatus written = status;
     written.setTotalCount(0);
     if (m_output->writeStatus(written) != 0) {
-        LOG_ERROR("write status %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("write status %s fail", path.c_str());
     }
     return 0;
 }

@@ -3,11 +3,14 @@
 // After a power failure any of the files that the month stage deleted may be back, so neither the
 // waiting files nor the day file alone tell the highest number that was ever used: both are asked.
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "merge/disk_temp_file_list.h"
 #include "platform/platform.h"
 #include "storage/url_file.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/top_list_dirs.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -22,21 +25,10 @@ int recoverDayFile(UrlFile& file, const std::string& path) {
     if (file.close() != 0) {
         LOG_INFO("close %s fail", path.c_str());
     }
-    if (platform().removeFile(path) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
+    if (Util::setAside(path) != 0) {
         return -1;
     }
-    const std::string backup = names::backupOf(path);
-    if (!platform().exists(backup)) {
-        return -1;
-    }
-    if (Util::deleteTopLists(std::string(names::parentOf(path))) != 0 ||
-        platform().rename(backup, path) != 0) {
-        LOG_ERROR("rename from %s to %s fail", backup.c_str(), path.c_str());
-        return -1;
-    }
-    LOG_INFO("rename from %s to %s success", backup.c_str(), path.c_str());
-    (void)Util::syncParent(path); // reported there; the call fails anyway
+    LOG_INFO("rename from %s to %s success", names::backupOf(path).c_str(), path.c_str());
     return -1;
 }
 
@@ -58,8 +50,7 @@ int DiskTempFileList::getMaxNewCounterFromNew(const std::string& directory, int3
 int DiskTempFileList::getNextNewCounterFromDaycrcsort(const std::string& path, int32_t& counter) {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     if (file.readStatus(g_dayStatusType) != 0) {
         return recoverDayFile(file, path);
@@ -71,8 +62,7 @@ int DiskTempFileList::getNextNewCounterFromDaycrcsort(const std::string& path, i
 int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t& counter) {
     int32_t max = -1;
     if (getMaxNewCounterFromNew(directory, max) != 0) {
-        LOG_ERROR("getNextNewCounterFromNew from %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("getNextNewCounterFromNew from %s fail", directory.c_str());
     }
     if (max != -1) {
         LOG_DEBUG("from daycrcsort.new, max %d", max);
@@ -84,8 +74,7 @@ int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t& c
     }
     int32_t fromDay = 0;
     if (getNextNewCounterFromDaycrcsort(dayFile, fromDay) != 0) {
-        LOG_ERROR("getNextNewCounterFromDaycrcsort %s fail", dayFile.c_str());
-        return -1;
+        return LOG_FAIL("getNextNewCounterFromDaycrcsort %s fail", dayFile.c_str());
     }
     counter = std::max(counter, fromDay);
     return 0;

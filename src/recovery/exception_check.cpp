@@ -16,12 +16,16 @@
 
 #include "frame/configuration.h"
 #include "frame/log.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "recovery/file_check.h"
 #include "recovery/period_check.h"
 #include "storage/status.h"
 #include "topn/top_url_record.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/top_list_dirs.h"
 
 #include <cerrno>
 
@@ -32,18 +36,13 @@ namespace {
 constexpr std::string_view g_halfWritten = ".temp.temp";
 constexpr std::string_view g_newDayTemp = "daycrcsortnew.temp";
 
-uint32_t statusTypeOf(Period period) {
-    return period == Period::Day ? g_dayStatusType : g_weekMonStatusType;
-}
-
 bool isDirectory(uint32_t attributes) {
     return (attributes & g_attributeDirectory) != 0;
 }
 
 int deleteList(const std::string& directory) {
     if (Util::deleteListDirectory(directory) != 0) {
-        LOG_ERROR("delete dir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("delete dir %s fail", directory.c_str());
     }
     return 0;
 }
@@ -53,8 +52,7 @@ int deleteList(const std::string& directory) {
 int ExceptionCheck::check(const std::string& accountPath) {
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     const std::string directory =
         names::accountDir(configuration->urlStatRoot(), names::accountOf(accountPath));
@@ -62,20 +60,17 @@ int ExceptionCheck::check(const std::string& accountPath) {
     if (Util::tranverse(newTree, [this](const std::string& path, uint32_t attributes) {
             return checknewDirectory(path, attributes);
         }) != 0) {
-        LOG_ERROR("tranverseFile %s fail", newTree.c_str());
-        return -1;
+        return LOG_FAIL("tranverseFile %s fail", newTree.c_str());
     }
     for (bool again = true; again;) {
         if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
                 return checkDayWeekMon(path, attributes);
             }) != 0) {
-            LOG_ERROR("tranverse %s fail", directory.c_str());
-            return -1;
+            return LOG_FAIL("tranverse %s fail", directory.c_str());
         }
         PeriodCheck periods(directory, accountPath);
         if (periods.check() != 0) {
-            LOG_ERROR("check of periods of %s fail", directory.c_str());
-            return -1;
+            return LOG_FAIL("check of periods of %s fail", directory.c_str());
         }
         again = periods.fellBack();
     }
@@ -102,8 +97,7 @@ int ExceptionCheck::checkDaycrcsortNew(const std::string& path, uint32_t attribu
     }
     LOG_INFO("broken file %s", path.c_str());
     if (platform().removeFile(path) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     return 0;
 }
@@ -135,13 +129,11 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
                 names::lastComponent(path).find(g_halfWritten) != std::string_view::npos;
             return isDirectory(attributes) && !halfWritten ? 0 : dealWithFile(path);
         }) != 0) {
-        LOG_ERROR("deal with %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("deal with %s fail", directory.c_str());
     }
     const std::string formal = names::formalFile(directory, period);
-    if (giveWayToBackup(formal, statusTypeOf(period)) != 0) {
-        LOG_ERROR("deal with %s fail", formal.c_str());
-        return -1;
+    if (giveWayToBackup(formal, kindOf(period).statusType) != 0) {
+        return LOG_FAIL("deal with %s fail", formal.c_str());
     }
     if (!platform().exists(formal)) {
         LOG_INFO("%s not exist, skip", formal.c_str());
@@ -164,8 +156,7 @@ int ExceptionCheck::dealWithFile(const std::string& path) {
         return 0;
     }
     if (tryRecovery(names::formalOf(path)) != 0) {
-        LOG_ERROR("try recover %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("try recover %s fail", path.c_str());
     }
     return 0;
 }
@@ -175,8 +166,7 @@ int ExceptionCheck::removeHalfWritten(const std::string& path) {
     FileInfo info;
     const bool directory = platform().info(path, info) == 0 && info.isDirectory;
     if ((directory ? Util::deleteDir(path) : platform().removeFile(path)) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     return 0;
 }
@@ -206,18 +196,12 @@ int ExceptionCheck::tryRecovery(const std::string& formal) {
                  backup.c_str(), formal.c_str());
     }
     if (haveTemp && platform().removeFile(temp) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", temp.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", temp.c_str(), errno);
     }
     if (!restore) {
         return 0;
     }
-    if (Util::deleteTopLists(std::string(names::parentOf(formal))) != 0 ||
-        platform().rename(backup, formal) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), formal.c_str(), errno);
-        return -1;
-    }
-    return Util::syncParent(formal);
+    return Util::restoreBackup(formal);
 }
 
 // A damaged formal file gives way to its backup, and that, if it is damaged too, to nothing.
@@ -228,9 +212,8 @@ int ExceptionCheck::giveWayToBackup(const std::string& formal, uint32_t statusTy
         if (ret <= 0) {
             return ret;
         }
-        if (Util::dumpBrokenFile(formal) != 0 || Util::removeBrokenFile(formal) != 0) {
-            LOG_ERROR("remove broken file %s fail", formal.c_str());
-            return -1;
+        if (Util::setAside(formal) != 0) {
+            return LOG_FAIL("remove broken file %s fail", formal.c_str());
         }
     }
     return 0;
@@ -249,8 +232,7 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
         return -1;
     }
     if (platform().rename(complete, current) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", complete.c_str(), current.c_str(), errno);
-        return -1;
+        return LOG_FAIL("rename %s to %s fail, errno %d", complete.c_str(), current.c_str(), errno);
     }
     return Util::syncParent(current);
 }
@@ -259,13 +241,13 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
 int ExceptionCheck::makeMissingLists(const std::string& directory, Period period) {
     const std::string formal = names::formalFile(directory, period);
     for (int tries = 0; tries < 2 && platform().exists(formal); ++tries) {
-        const int lists = checkTopLists(directory, formal, statusTypeOf(period));
+        const int lists = checkTopLists(directory, formal, kindOf(period).statusType);
         if (lists <= 0) {
             return lists;
         }
         TopUrlRecord top;
         if (Util::deleteTopLists(directory) == 0 &&
-            top.createTop(statusTypeOf(period), directory, formal) == 0) {
+            top.createTop(kindOf(period).statusType, directory, formal) == 0) {
             return 0;
         }
         LOG_ERROR("create top for %s fail", formal.c_str());

@@ -2,7 +2,7 @@
 // state, whatever an interruption left. It may itself be interrupted anywhere and done again.
 #pragma once
 
-#include "frame/tree_names.h"
+#include "tree/period.h"
 
 #include <cstdint>
 #include <string>

@@ -2,11 +2,12 @@
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "storage/verify.h"
 #include "topn/top_url_record.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
 
 #include <cerrno>
 #include <vector>
@@ -21,8 +22,7 @@ constexpr std::string_view g_listEnding = ".top";
 int isRecent(const std::string& path, bool& recent) {
     FileInfo info;
     if (platform().info(path, info) != 0) {
-        LOG_ERROR("_stati64 fail %s errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
     }
     recent = platform().now() - info.modified < g_recent;
     return 0;
@@ -31,8 +31,7 @@ int isRecent(const std::string& path, bool& recent) {
 int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     if (file.readStatus(statusType) != 0) {
         return 1;
@@ -109,8 +108,7 @@ int checkTopLists(const std::string& directory, const std::string& formal, uint3
                 (attributes & g_attributeDirectory) == 0 && path.ends_with(g_listEnding);
             return list ? addList(path, lists) : 0;
         }) != 0) {
-        LOG_ERROR("tranverse %s fail", listDirectory.c_str());
-        return -1;
+        return LOG_FAIL("tranverse %s fail", listDirectory.c_str());
     }
     return stopRequested() || lists.fit(total) ? 0 : 1;
 }

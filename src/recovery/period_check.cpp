@@ -1,10 +1,14 @@
 #include "recovery/period_check.h"
 
 #include "frame/log.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "recovery/file_check.h"
 #include "storage/url_file.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/top_list_dirs.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,21 +18,12 @@ namespace kestrine {
 
 namespace {
 
-int setAside(const std::string& path) {
-    if (Util::dumpBrokenFile(path) != 0) {
-        LOG_ERROR("dumpBrokenFile %s fail", path.c_str());
-        return -1;
-    }
-    return 0;
-}
-
 // Reads the status of a formal file. 0; 1 when it cannot be read; -1 when the file cannot be
 // opened.
 int readStatusOf(const std::string& path, uint32_t statusType, std::unique_ptr<UrlFile>& file) {
     file = std::make_unique<UrlFile>();
     if (file->open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     const int ret = file->readStatus(statusType) == 0 ? 0 : 1;
     if (file->close() != 0) {
@@ -46,7 +41,7 @@ int readFormal(const std::string& path, uint32_t statusType, std::unique_ptr<Url
     if (ret != 1) {
         return ret;
     }
-    return setAside(path) == 0 && Util::removeBrokenFile(path) == 0 ? 1 : -1;
+    return Util::setAside(path) == 0 ? 1 : -1;
 }
 
 // The same, going on with the backup that came back; `fellBack` is set then.
@@ -73,28 +68,24 @@ int setAsidePeriod(const std::string& formal) {
     const std::string directory(names::parentOf(formal));
     const std::string backup = names::backupOf(formal);
     if (Util::deleteTopLists(directory) != 0) {
-        LOG_ERROR("delete top lists of %s fail", formal.c_str());
-        return -1;
+        return LOG_FAIL("delete top lists of %s fail", formal.c_str());
     }
     if (platform().exists(backup) && platform().removeFile(backup) != 0) {
-        LOG_ERROR("remove %s fail, errno %d", backup.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", backup.c_str(), errno);
     }
-    return setAside(formal) == 0 ? Util::syncParent(formal) : -1;
+    return Util::dumpBrokenFile(formal) == 0 ? Util::syncParent(formal) : -1;
 }
 
 } // namespace
 
 int PeriodCheck::check() {
     if (collectDates() != 0) {
-        LOG_ERROR("collect dates of %s fail", m_accountDir.c_str());
-        return -1;
+        return LOG_FAIL("collect dates of %s fail", m_accountDir.c_str());
     }
     for (auto& [date, state] : m_dates) {
         if (readDay(date, state) != 0 || readWaiting(date, state) != 0 ||
             giveUpBeyondGap(state) != 0) {
-            LOG_ERROR("check date %s of %s fail", date.c_str(), m_accountDir.c_str());
-            return -1;
+            return LOG_FAIL("check date %s of %s fail", date.c_str(), m_accountDir.c_str());
         }
     }
     return checkPeriods();
@@ -137,8 +128,7 @@ int PeriodCheck::readWaiting(const std::string& date, Date& state) {
         const int damaged = checkFile(path, g_dayStatusType);
         UrlFile file;
         if (damaged < 0 || file.open(path, OpenMode::Read) != 0) {
-            LOG_ERROR("open %s fail", path.c_str());
-            return -1;
+            return LOG_FAIL("open %s fail", path.c_str());
         }
         const bool good = damaged == 0 && file.readStatus(g_dayStatusType) == 0;
         if (file.close() != 0) {
@@ -146,7 +136,7 @@ int PeriodCheck::readWaiting(const std::string& date, Date& state) {
         }
         if (good) {
             state.waiting[names::newDayNumber(path)] = {path, file.dayStatus()->totalCount()};
-        } else if (setAside(path) != 0) {
+        } else if (Util::dumpBrokenFile(path) != 0) {
             return -1;
         }
     }
@@ -162,7 +152,7 @@ int PeriodCheck::giveUpBeyondGap(Date& state) {
     while (!state.waiting.empty() && state.waiting.rbegin()->first > state.reach) {
         const std::string path = state.waiting.rbegin()->second.path;
         LOG_INFO("%s waits beyond a gap, set aside", path.c_str());
-        if (setAside(path) != 0) {
+        if (Util::dumpBrokenFile(path) != 0) {
             return -1;
         }
         state.waiting.erase(std::prev(state.waiting.end()));
@@ -186,8 +176,7 @@ int PeriodCheck::checkPeriods() {
     }
     for (const auto& [directory, period] : directories) {
         if (checkPeriod(directory, period) != 0) {
-            LOG_ERROR("check period %s fail", directory.c_str());
-            return -1;
+            return LOG_FAIL("check period %s fail", directory.c_str());
         }
     }
     return 0;
@@ -195,14 +184,13 @@ int PeriodCheck::checkPeriods() {
 
 int PeriodCheck::checkPeriod(const std::string& directory, Period period) {
     const std::string formal = names::formalFile(directory, period);
-    std::string begin;
-    std::string end;
-    if (!names::parsePeriodRange(names::lastComponent(directory), begin, end)) {
+    PeriodDir range;
+    if (!names::parsePeriodDir(names::lastComponent(directory), range)) {
         return 0;
     }
     bool fitting = true;
     const int ret = withReadableFormal(formal, g_weekMonStatusType, m_fellBack, [&](UrlFile& file) {
-        fitting = fits(*file.weekMonStatus(), begin, end);
+        fitting = fits(*file.weekMonStatus(), range.begin, range.end);
         return 0;
     });
     if (ret != 0) {

@@ -18,7 +18,6 @@
 // A week or month file that was set aside is built anew from the day files of its period.
 #pragma once
 
-#include "frame/tree_names.h"
 #include "storage/status.h"
 
 #include <cstdint>

@@ -18,8 +18,7 @@ using namespace kestrine;
 int main(int argc, char** argv) try {
     std::unique_ptr<NamedEvent> instance;
     if (onlyOneInstance(&instance) != 0) {
-        LOG_ERROR("create instance fail");
-        return -1;
+        return LOG_FAIL("create instance fail");
     }
     LOG_INFO("urlstat start running ...");
     if (const char* const argument = findDebugArgument({argv, static_cast<size_t>(argc)})) {
@@ -27,23 +26,19 @@ int main(int argc, char** argv) try {
     }
     constexpr std::array stopSignals = {15, 2};
     if (platform().installSignalHandler(stopSignals, signal_handler) != 0) {
-        LOG_ERROR("install signal handler fail, errcode %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("install signal handler fail, errcode %u", platform().lastError());
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     WorkThread workThread;
     if (workThread.init() != 0) {
-        LOG_ERROR("init work thread fail");
-        return -1;
+        return LOG_FAIL("init work thread fail");
     }
     g_isRunning = 1;
     if (workThread.run() != 0) {
-        LOG_ERROR("run work thread fail");
-        return -1;
+        return LOG_FAIL("run work thread fail");
     }
     if (instance->close() != 0) {
         logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
@@ -52,6 +47,5 @@ int main(int argc, char** argv) try {
     LOG_INFO("exit normally");
     return 0;
 } catch (const std::exception& failure) {
-    LOG_ERROR("out of resources: %s", failure.what());
-    return -1;
+    return LOG_FAIL("out of resources: %s", failure.what());
 }

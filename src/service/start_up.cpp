@@ -2,6 +2,7 @@
 
 #include "frame/ini_file.h"
 #include "frame/log.h"
+#include "frame/text.h"
 
 #include <cerrno>
 
@@ -19,11 +20,9 @@ int onlyOneInstance(std::unique_ptr<NamedEvent>* event) {
     std::unique_ptr<NamedEvent> created;
     switch (platform().createNamedEvent(g_instanceName, created)) {
     case NamedEventResult::InitializeDescriptorFailed:
-        LOG_ERROR("InitializeSecurityDescriptor fail errcode %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("InitializeSecurityDescriptor fail errcode %u", platform().lastError());
     case NamedEventResult::SetDaclFailed:
-        LOG_ERROR("SetSecurityDescriptorDacl fail errcode %u", platform().lastError());
-        return -1;
+        return LOG_FAIL("SetSecurityDescriptorDacl fail errcode %u", platform().lastError());
     case NamedEventResult::CreateFailed:
         logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CreateEvent %s failed!", g_instanceName);
         return 1;

@@ -1,8 +1,9 @@
 #include "service/work_thread.h"
 
+#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/util.h"
+#include "frame/ticks.h"
 #include "input/abstract_new_data.h"
 #include "platform/platform.h"
 #include "recovery/exception_check.h"
@@ -24,22 +25,19 @@ constexpr int64_t g_pauseReport = 1000000;           // ms
 
 int WorkThread::run() {
     if (removeTempFiles() != 0) {
-        LOG_ERROR("removeTempFiles fail");
-        return -1;
+        return LOG_FAIL("removeTempFiles fail");
     }
     if (checkAccounts(m_accounts) != 0) {
         return -1;
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     m_sleepTime = configuration->sleepTime();
     const int result = runLoop();
     if (removeTempFiles() != 0) {
-        LOG_ERROR("removeTempFiles fail");
-        return -1;
+        return LOG_FAIL("removeTempFiles fail");
     }
     return result;
 }
@@ -49,8 +47,7 @@ int WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
     for (const std::string& account : accounts) {
         ExceptionCheck exceptionCheck;
         if (exceptionCheck.check(account) != 0) {
-            LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
-            return -1;
+            return LOG_FAIL("ExceptionCheck::check %s fail", account.c_str());
         }
     }
     return 0;
@@ -88,8 +85,7 @@ int WorkThread::accountCheckIfDue() {
 int WorkThread::checkAccountChange() {
     std::vector<std::string> accounts;
     if (AbstractNewData::getAllAccounts(accounts) != 0) {
-        LOG_ERROR("getAccounts fail");
-        return -1;
+        return LOG_FAIL("getAccounts fail");
     }
     if (accounts == m_accounts) {
         return 0;
@@ -105,8 +101,7 @@ int WorkThread::checkAccountChange() {
         return -1;
     }
     if (reinit() != 0) {
-        LOG_ERROR("reinit fail");
-        return -1;
+        return LOG_FAIL("reinit fail");
     }
     return 0;
 }
@@ -114,8 +109,7 @@ int WorkThread::checkAccountChange() {
 int WorkThread::runAccounts() {
     for (size_t i = 0; i < m_urlStats.size() && !stopRequested(); ++i) {
         if (m_urlStats[i]->run(m_accounts[i]) != 0) {
-            LOG_ERROR("run account %s fail", m_accounts[i].c_str());
-            return -1;
+            return LOG_FAIL("run account %s fail", m_accounts[i].c_str());
         }
     }
     return 0;
@@ -135,8 +129,7 @@ int WorkThread::waitForAccounts() {
     for (int tries = 0;; ++tries) {
         m_accounts.clear();
         if (AbstractNewData::getAllAccounts(m_accounts) != 0) {
-            LOG_ERROR("getAccounts fail");
-            return -1;
+            return LOG_FAIL("getAccounts fail");
         }
         if (!m_accounts.empty()) {
             return 0;
@@ -158,12 +151,10 @@ int WorkThread::reinit() {
     for (const std::string& account : m_accounts) {
         m_urlStats.emplace_back(new (std::nothrow) UrlStat());
         if (!m_urlStats.back()) {
-            LOG_ERROR("new UrlStat [] fail errno %d", errno);
-            return -1;
+            return LOG_FAIL("new UrlStat [] fail errno %d", errno);
         }
         if (m_urlStats.back()->init() != 0) {
-            LOG_ERROR("init for %s fail", account.c_str());
-            return -1;
+            return LOG_FAIL("init for %s fail", account.c_str());
         }
     }
     return 0;

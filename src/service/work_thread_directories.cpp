@@ -1,10 +1,12 @@
 // The directories that the service works in: fixed at start, swept and cleared while it runs.
-#include "frame/listing.h"
+#include "frame/configuration.h"
+#include "frame/data_path.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "service/work_thread.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,8 +22,7 @@ constexpr std::string_view g_deletedPattern = "/_delete_*";
 int createIfMissing(const std::string& path) {
     const std::string whole = path.ends_with('/') ? path : path + "/";
     if (!platform().exists(path) && Util::createDir(whole) != 0) {
-        LOG_ERROR("create %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("create %s fail", path.c_str());
     }
     return 0;
 }
@@ -96,13 +97,11 @@ bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPa
 
 int WorkThread::init() {
     if (getDataPath(m_dataPath) != 0) {
-        LOG_ERROR("getDataPath fail");
-        return -1;
+        return LOG_FAIL("getDataPath fail");
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     m_memoryDisk = configuration->memoryDiskPath();
     if (m_memoryDisk.empty()) {
@@ -115,10 +114,10 @@ int WorkThread::init() {
         configuration->setUrlStatRoot(m_urlStatRoot);
     }
     if (isUnsafeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot)) {
-        LOG_ERROR("memory disk %s is the root of a volume or holds the log data or the statistics, "
-                  "refused because it is deleted with all it holds",
-                  m_memoryDisk.c_str());
-        return -1;
+        return LOG_FAIL(
+            "memory disk %s is the root of a volume or holds the log data or the statistics, "
+            "refused because it is deleted with all it holds",
+            m_memoryDisk.c_str());
     }
     if (createIfMissing(m_memoryDisk) != 0 || createIfMissing(m_urlStatRoot) != 0) {
         return -1;
@@ -127,8 +126,7 @@ int WorkThread::init() {
         return -1;
     }
     if (reinit() != 0) {
-        LOG_ERROR("init fail");
-        return -1;
+        return LOG_FAIL("init fail");
     }
     return 0;
 }
@@ -136,8 +134,7 @@ int WorkThread::init() {
 int WorkThread::removeTempFiles() {
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     if (configuration->memoryDiskPath().empty()) {
         LOG_INFO("empty memory disk path, return");

@@ -6,26 +6,21 @@ namespace kestrine {
 
 int Util::validateBlockHeader(const BlockHeader* header) {
     if (header == nullptr) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     if (header->flag > 1) {
-        LOG_ERROR("flag invalid %d", static_cast<int32_t>(header->flag));
-        return -1;
+        return LOG_FAIL("flag invalid %d", static_cast<int32_t>(header->flag));
     }
     if (header->count <= 0) {
-        LOG_ERROR("count invalid %d", header->count);
-        return -1;
+        return LOG_FAIL("count invalid %d", header->count);
     }
     if (header->totalCount <= 0) {
-        LOG_ERROR("count invalid %d", static_cast<int32_t>(header->totalCount));
-        return -1;
+        return LOG_FAIL("count invalid %d", static_cast<int32_t>(header->totalCount));
     }
     const bool fits = header->flag == 1 ? header->blockSize <= header->rawSize
                                         : header->blockSize == header->rawSize;
     if (header->blockSize <= 0 || !fits) {
-        LOG_ERROR("blockSize invalid %d rawSize %d", header->blockSize, header->rawSize);
-        return -1;
+        return LOG_FAIL("blockSize invalid %d rawSize %d", header->blockSize, header->rawSize);
     }
     return 0;
 }

@@ -16,12 +16,10 @@ constexpr int g_fastestLevel = 1;
 int Compress::getInstance(Compress** instance) {
     static Compress compressor;
     if (instance == nullptr) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     if (compressor.m_buffer.empty() && compressor.init() != 0) {
-        LOG_ERROR("init fail");
-        return -1;
+        return LOG_FAIL("init fail");
     }
     *instance = &compressor;
     return 0;
@@ -30,23 +28,20 @@ int Compress::getInstance(Compress** instance) {
 int Compress::init() {
     m_capacity = g_workBufferSize;
     if (m_buffer.allocate(m_capacity) != 0) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     return 0;
 }
 
 int Compress::compress(const uint8_t* source, int32_t sourceLength, ByteView* data) {
     if (source == nullptr || sourceLength <= 0 || data == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     uLongf destLength = m_capacity;
     const int result = compress2(m_buffer.data(), &destLength, source,
                                  static_cast<uLong>(sourceLength), g_fastestLevel);
     if (result != Z_OK) {
-        LOG_ERROR("compress2 fail, ret %d", result);
-        return -1;
+        return LOG_FAIL("compress2 fail, ret %d", result);
     }
     if (static_cast<uLong>(sourceLength) < destLength) {
         return -1;
@@ -57,15 +52,13 @@ int Compress::compress(const uint8_t* source, int32_t sourceLength, ByteView* da
 
 int Compress::unCompress(const uint8_t* source, int32_t sourceLength, ByteView* data) {
     if (source == nullptr || sourceLength <= 0 || data == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     uLongf destLength = m_capacity;
     const int result =
         uncompress(m_buffer.data(), &destLength, source, static_cast<uLong>(sourceLength));
     if (result != Z_OK) {
-        LOG_ERROR("uncompress fail, ret %d", result);
-        return -1;
+        return LOG_FAIL("uncompress fail, ret %d", result);
     }
     *data = m_buffer.span().first(destLength);
     return 0;

@@ -1,8 +1,9 @@
+#include "frame/buffer.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
 #include "storage/status.h"
 #include "storage/status_frame.h"
 #include "storage/url_key.h"
+#include "tree/names.h"
 
 #include <algorithm>
 
@@ -27,12 +28,10 @@ NodeEntry loadEntry(const uint8_t* bytes) {
 
 int DayStatus::writeStatus(File* file) const {
     if (file == nullptr) {
-        LOG_ERROR("param invalid, null");
-        return -1;
+        return LOG_FAIL("param invalid, null");
     }
     if (m_entries.empty()) {
-        LOG_ERROR("device info size 0");
-        return -1;
+        return LOG_FAIL("device info size 0");
     }
     Buffer record;
     if (allocateStatus(g_headSize + g_entrySize * m_entries.size(), record) != 0) {
@@ -54,8 +53,7 @@ int DayStatus::writeStatus(File* file) const {
 
 int DayStatus::readStatus(File* file, int64_t length, DayStatus& status) {
     if (file == nullptr) {
-        LOG_ERROR("param invalid, null");
-        return -1;
+        return LOG_FAIL("param invalid, null");
     }
     uint64_t stored = 0;
     Buffer body;
@@ -64,22 +62,19 @@ int DayStatus::readStatus(File* file, int64_t length, DayStatus& status) {
     }
     const uint64_t computed = urlKey(body.span());
     if (stored != computed) {
-        LOG_ERROR("crc not match %llu %llu", static_cast<unsigned long long>(stored),
-                  static_cast<unsigned long long>(computed));
-        return -1;
+        return LOG_FAIL("crc not match %llu %llu", static_cast<unsigned long long>(stored),
+                        static_cast<unsigned long long>(computed));
     }
     return status.parse(body.span());
 }
 
 int DayStatus::parse(ByteView body) {
     if (body.size() < g_headSize) {
-        LOG_ERROR("len %d too short", static_cast<int32_t>(body.size()));
-        return -1;
+        return LOG_FAIL("len %d too short", static_cast<int32_t>(body.size()));
     }
     m_newCounter = loadLittle<int32_t>(body.data());
     if (m_newCounter < -1 || m_newCounter > g_lastNewDayNumber) {
-        LOG_ERROR("counter invalid %d", m_newCounter);
-        return -1;
+        return LOG_FAIL("counter invalid %d", m_newCounter);
     }
     m_totalCount = loadLittle<uint64_t>(body.data() + 4);
     size_t start = g_headSize;

@@ -16,6 +16,7 @@
 
 #include "frame/bytes.h"
 #include "platform/platform.h"
+#include "tree/period.h"
 
 #include <cstdint>
 #include <memory>
@@ -23,10 +24,6 @@
 #include <vector>
 
 namespace kestrine {
-
-// Tags by which callers tell the kind of status; the kind follows from the kind of file.
-constexpr uint32_t g_dayStatusType = 0xFF;
-constexpr uint32_t g_weekMonStatusType = 0xFFFF;
 
 constexpr uint32_t g_maxStatusLength = 4194304;
 constexpr size_t g_statusFrameSize = 12;

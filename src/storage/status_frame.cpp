@@ -1,5 +1,6 @@
 #include "storage/status_frame.h"
 
+#include "frame/buffer.h"
 #include "frame/log.h"
 #include "storage/status.h"
 #include "storage/url_key.h"
@@ -12,13 +13,11 @@ namespace kestrine {
 
 int allocateStatus(size_t bodyLength, Buffer& record) {
     if (bodyLength > g_maxStatusLength) {
-        LOG_ERROR("len out of range [0, %d] %d", static_cast<int32_t>(g_maxStatusLength),
-                  static_cast<int32_t>(bodyLength));
-        return -1;
+        return LOG_FAIL("len out of range [0, %d] %d", static_cast<int32_t>(g_maxStatusLength),
+                        static_cast<int32_t>(bodyLength));
     }
     if (record.allocate(g_statusFrameSize + bodyLength) != 0) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     std::ranges::fill(record.span(), uint8_t{0});
     return 0;
@@ -29,8 +28,7 @@ int writeStatusRecord(File& file, Buffer& record) {
     storeLittle(record.data(), urlKey(body));
     storeLittle(record.data() + 8, static_cast<uint32_t>(body.size()));
     if (file.write(record.span()) != static_cast<int64_t>(record.size())) {
-        LOG_ERROR("fwrite fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("fwrite fail, errno %d", errno);
     }
     return 0;
 }
@@ -38,36 +36,31 @@ int writeStatusRecord(File& file, Buffer& record) {
 int readStatusRecord(File& file, int64_t length, uint64_t& checksum, Buffer& body) {
     std::array<uint8_t, g_statusFrameSize> frame{};
     if (file.read(frame) != static_cast<int64_t>(frame.size())) {
-        LOG_ERROR("fread fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("fread fail, errno %d", errno);
     }
     checksum = loadLittle<uint64_t>(frame.data());
     const auto len = loadLittle<uint32_t>(frame.data() + 8);
     const int64_t bound =
         len > g_maxStatusLength ? g_maxStatusLength : length - int64_t{g_statusFrameSize};
     if (int64_t{len} > bound) {
-        LOG_ERROR("len out of range [0, %d] %d", static_cast<int32_t>(bound),
-                  static_cast<int32_t>(len));
-        return -1;
+        return LOG_FAIL("len out of range [0, %d] %d", static_cast<int32_t>(bound),
+                        static_cast<int32_t>(len));
     }
     if (body.allocate(len) != 0) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     const int64_t got = file.read(body.span());
     if (got != int64_t{len}) {
-        LOG_ERROR("fread fail, need %d ret %d errno %d", static_cast<int32_t>(len),
-                  static_cast<int32_t>(got), errno);
-        return -1;
+        return LOG_FAIL("fread fail, need %d ret %d errno %d", static_cast<int32_t>(len),
+                        static_cast<int32_t>(got), errno);
     }
     return 0;
 }
 
 int storeStatusPath(uint8_t* field, std::string_view path) {
     if (path.size() >= g_statusPathSize) {
-        LOG_ERROR("path too long %d %s", static_cast<int32_t>(path.size()),
-                  std::string(path).c_str());
-        return -1;
+        return LOG_FAIL("path too long %d %s", static_cast<int32_t>(path.size()),
+                        std::string(path).c_str());
     }
     std::copy(path.begin(), path.end(), field);
     return 0;

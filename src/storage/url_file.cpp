@@ -19,12 +19,10 @@ UrlFile::~UrlFile() {
 int UrlFile::init() {
     std::unique_ptr<UrlRecordBlock> block(new (std::nothrow) UrlRecordBlock);
     if (block == nullptr) {
-        LOG_ERROR("new fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("new fail, errno %d", errno);
     }
     if (block->init() != 0) {
-        LOG_ERROR("UrlBlock::init fail");
-        return -1;
+        return LOG_FAIL("UrlBlock::init fail");
     }
     m_block = std::move(block);
     return 0;
@@ -32,18 +30,15 @@ int UrlFile::init() {
 
 int UrlFile::open(const std::string& path, OpenMode mode) {
     if (path.empty() || m_file != nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_block == nullptr && init() != 0) {
-        LOG_ERROR("UrlFile::init fail");
-        return -1;
+        return LOG_FAIL("UrlFile::init fail");
     }
     startOver(path);
     m_file = platform().open(path, mode);
     if (m_file == nullptr) {
-        LOG_ERROR("fopen %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("fopen %s fail, errno %d", path.c_str(), errno);
     }
     const bool reading = mode == OpenMode::Read || mode == OpenMode::ReadExisting;
     return reading ? findSize() : 0;
@@ -87,28 +82,23 @@ int UrlFile::close() {
 
 int UrlFile::sync() {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_file->sync() != 0) {
-        LOG_ERROR("sync %s fail, errno %d", m_path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("sync %s fail, errno %d", m_path.c_str(), errno);
     }
     return 0;
 }
 
 int UrlFile::writeOneRecord(const UrlRecordView& record) {
     if (m_file == nullptr || record.url.size() > g_maxHostText) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (!m_block->hasRoomFor(record) && writeUrlRecordBlocks() != 0) {
-        LOG_ERROR("compressAndWriteFile fail");
-        return -1;
+        return LOG_FAIL("compressAndWriteFile fail");
     }
     if (!m_block->hasRoomFor(record)) {
-        LOG_ERROR("ERROR, still full");
-        return -1;
+        return LOG_FAIL("ERROR, still full");
     }
     m_block->append(record);
     m_totalCount += record.count;
@@ -117,38 +107,32 @@ int UrlFile::writeOneRecord(const UrlRecordView& record) {
 
 int UrlFile::writeUrlRecordBlocks() {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_block->writeOneBlock(*m_file) != 0) {
-        LOG_ERROR("UrlRecordBlock::compressAndWriteFile fail");
-        return -1;
+        return LOG_FAIL("UrlRecordBlock::compressAndWriteFile fail");
     }
     m_block->reset();
     m_endPos = m_file->tell();
     if (m_endPos < 0) {
-        LOG_ERROR("_ftelli64 fail %s, errno %d", m_path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("_ftelli64 fail %s, errno %d", m_path.c_str(), errno);
     }
     return 0;
 }
 
 int UrlFile::flush() {
     if (writeUrlRecordBlocks() != 0) {
-        LOG_ERROR("writeUrlRecordBlocks fail");
-        return -1;
+        return LOG_FAIL("writeUrlRecordBlocks fail");
     }
     return 0;
 }
 
 int UrlFile::writeBlockHeader(const BlockHeader& header) {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (Util::validateBlockHeader(&header) != 0) {
-        LOG_ERROR("validateBlockHeader fail");
-        return -1;
+        return LOG_FAIL("validateBlockHeader fail");
     }
     std::array<uint8_t, BlockHeader::g_size> bytes{};
     header.store(bytes);
@@ -161,8 +145,7 @@ int UrlFile::writeBlockHeader(const BlockHeader& header) {
 
 int UrlFile::writeBlockData(ByteView data) {
     if (m_file == nullptr || data.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (append(data) != 0) {
         return -1;
@@ -173,8 +156,7 @@ int UrlFile::writeBlockData(ByteView data) {
 
 int UrlFile::append(ByteView data) {
     if (m_file->write(data) != static_cast<int64_t>(data.size())) {
-        LOG_ERROR("fwrite fail %s errno %d", m_path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("fwrite fail %s errno %d", m_path.c_str(), errno);
     }
     m_endPos += static_cast<int64_t>(data.size());
     return 0;

@@ -5,8 +5,7 @@ namespace kestrine {
 
 int UrlFile::getTopRecord(UrlRecordView& record) {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_eof) {
         return 1;
@@ -43,8 +42,7 @@ int UrlFile::readOneRecord(UrlRecordView& record) {
 
 int UrlFile::readUrlRecordBlocks() {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     m_block->reset();
     m_headerPending = false;
@@ -60,8 +58,7 @@ int UrlFile::readUrlRecordBlocks() {
 
 int UrlFile::readBlockHeader(BlockHeader& header) {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_eof) {
         return 1;
@@ -78,8 +75,7 @@ int UrlFile::readBlockHeader(BlockHeader& header) {
 
 int UrlFile::readNextHeader() {
     if (m_block->hasCurrent()) {
-        LOG_ERROR("still have next");
-        return -1;
+        return LOG_FAIL("still have next");
     }
     const int result = m_block->readBlockHeader(*m_file, m_endPos);
     if (result < 0) {
@@ -94,8 +90,7 @@ int UrlFile::readNextHeader() {
 
 int UrlFile::readBlockData(ByteView& data) {
     if (!m_headerPending) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     m_headerPending = false;
     if (m_block->readBlockData(*m_file, m_endPos) != 0) {
@@ -109,8 +104,7 @@ int UrlFile::readBlockData(ByteView& data) {
 
 int UrlFile::unCompress() {
     if (m_block == nullptr || m_headerPending) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_block->unCompress() != 0) {
         LOG_ERROR("uncompress fail %s, set broken flag", m_path.c_str());

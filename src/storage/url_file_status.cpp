@@ -24,24 +24,20 @@ constexpr int64_t g_trailerSize = g_endPositionSize + int64_t{g_statusFrameSize}
 
 int UrlFile::writeStatus(const DayStatus& status) {
     if (flush() != 0) {
-        LOG_ERROR("flush fail");
-        return -1;
+        return LOG_FAIL("flush fail");
     }
     if (status.writeStatus(m_file.get()) != 0) {
-        LOG_ERROR("DayStatus::writeStatus fail");
-        return -1;
+        return LOG_FAIL("DayStatus::writeStatus fail");
     }
     return writeEndPosition();
 }
 
 int UrlFile::writeStatus(const WeekMonStatus& status) {
     if (flush() != 0) {
-        LOG_ERROR("flush fail");
-        return -1;
+        return LOG_FAIL("flush fail");
     }
     if (status.writeStatus(m_file.get()) != 0) {
-        LOG_ERROR("WeekStatus::writeStatus fail");
-        return -1;
+        return LOG_FAIL("WeekStatus::writeStatus fail");
     }
     return writeEndPosition();
 }
@@ -50,25 +46,21 @@ int UrlFile::writeEndPosition() {
     std::array<uint8_t, g_endPositionSize> bytes{};
     storeLittle(bytes.data(), m_endPos);
     if (m_file->write(bytes) != g_endPositionSize) {
-        LOG_ERROR("fwrite fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("fwrite fail, errno %d", errno);
     }
     return 0;
 }
 
 int UrlFile::readStatus(uint32_t type) {
     if (m_file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (type != g_dayStatusType && type != g_weekMonStatusType) {
-        LOG_ERROR("type invalid %X", type);
-        return -1;
+        return LOG_FAIL("type invalid %X", type);
     }
     const int64_t size = m_file->size();
     if (size < 0) {
-        LOG_ERROR("_stati64 %s fail, errno %d", m_path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("_stati64 %s fail, errno %d", m_path.c_str(), errno);
     }
     if (readEndPosition(size) != 0) {
         return -1;
@@ -78,9 +70,8 @@ int UrlFile::readStatus(uint32_t type) {
         return breakFile();
     }
     if (m_file->seek(0) != 0) {
-        LOG_ERROR("_fseeki64 fail %s, errno %d, size %lld pos 0", m_path.c_str(), errno,
-                  static_cast<long long>(size));
-        return -1;
+        return LOG_FAIL("_fseeki64 fail %s, errno %d, size %lld pos 0", m_path.c_str(), errno,
+                        static_cast<long long>(size));
     }
     m_block->reset();
     m_headerPending = false;
@@ -98,9 +89,8 @@ int UrlFile::readEndPosition(int64_t size) {
     std::array<uint8_t, g_endPositionSize> bytes{};
     const int64_t got = m_file->read(bytes);
     if (got != g_endPositionSize) {
-        LOG_ERROR("fread fail %s errno %d ret %d", m_path.c_str(), errno,
-                  static_cast<int32_t>(got));
-        return -1;
+        return LOG_FAIL("fread fail %s errno %d ret %d", m_path.c_str(), errno,
+                        static_cast<int32_t>(got));
     }
     const auto endPos = loadLittle<int64_t>(bytes.data());
     if (endPos > size - g_trailerSize) {
@@ -140,8 +130,7 @@ int UrlFile::readStatusRecord(int64_t size, uint32_t type) {
 int UrlFile::readDayStatus(int64_t end) {
     auto& status = m_status.emplace<DayStatus>();
     if (DayStatus::readStatus(m_file.get(), end - m_endPos, status) != 0) {
-        LOG_ERROR("DayStatus::readStatus fail");
-        return -1;
+        return LOG_FAIL("DayStatus::readStatus fail");
     }
     return 0;
 }
@@ -149,8 +138,7 @@ int UrlFile::readDayStatus(int64_t end) {
 int UrlFile::readWeekMonStatus(int64_t end) {
     auto& status = m_status.emplace<WeekMonStatus>();
     if (WeekMonStatus::readStatus(m_file.get(), end - m_endPos, status) != 0) {
-        LOG_ERROR("WeekMonStatus::readStatus fail");
-        return -1;
+        return LOG_FAIL("WeekMonStatus::readStatus fail");
     }
     return 0;
 }

@@ -14,9 +14,8 @@ namespace {
 [[nodiscard]] int writeAll(File& file, ByteView data) {
     const int64_t written = file.write(data);
     if (written != static_cast<int64_t>(data.size())) {
-        LOG_ERROR("fwrite fail, need to write %d, ret %d, errno %d",
-                  static_cast<int32_t>(data.size()), static_cast<int32_t>(written), errno);
-        return -1;
+        return LOG_FAIL("fwrite fail, need to write %d, ret %d, errno %d",
+                        static_cast<int32_t>(data.size()), static_cast<int32_t>(written), errno);
     }
     return 0;
 }
@@ -33,8 +32,7 @@ void reportDamagedRecord(ByteView bytes) {
 
 [[nodiscard]] int readAll(File& file, std::span<uint8_t> buffer) {
     if (file.read(buffer) != static_cast<int64_t>(buffer.size())) {
-        LOG_ERROR("fread fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("fread fail, errno %d", errno);
     }
     return 0;
 }
@@ -43,18 +41,15 @@ void reportDamagedRecord(ByteView bytes) {
 
 int UrlRecordBlock::init() {
     if (!m_buffer.empty()) {
-        LOG_ERROR("call twice! will lead to memory leak!");
-        return -1;
+        return LOG_FAIL("call twice! will lead to memory leak!");
     }
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
-        LOG_ERROR("Configuration::getInstance fail");
-        return -1;
+        return LOG_FAIL("Configuration::getInstance fail");
     }
     m_capacity = configuration->urlBlockSize();
     if (m_buffer.allocate(static_cast<size_t>(m_capacity)) != 0) {
-        LOG_ERROR("malloc fail %d errno %d", m_capacity, errno);
-        return -1;
+        return LOG_FAIL("malloc fail %d errno %d", m_capacity, errno);
     }
     reset();
     return 0;
@@ -89,8 +84,7 @@ int UrlRecordBlock::writeOneBlock(File& file) {
     }
     Compress* compressor = nullptr;
     if (Compress::getInstance(&compressor) != 0) {
-        LOG_ERROR("Compress::getInstance fail");
-        return -1;
+        return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data;
     m_header.flag = compressor->compress(m_buffer.data(), m_used, &data) == 0 ? 1 : 0;
@@ -100,8 +94,7 @@ int UrlRecordBlock::writeOneBlock(File& file) {
     m_header.blockSize = static_cast<int32_t>(data.size());
     m_header.rawSize = m_used;
     if (Util::validateBlockHeader(&m_header) != 0) {
-        LOG_ERROR("validateBlockHeader fail");
-        return -1;
+        return LOG_FAIL("validateBlockHeader fail");
     }
     std::array<uint8_t, BlockHeader::g_size> bytes{};
     m_header.store(bytes);
@@ -119,12 +112,10 @@ int UrlRecordBlock::readOneBlock(File& file, int64_t endPos) {
         return result;
     }
     if (readBlockData(file, endPos) != 0) {
-        LOG_ERROR("read block data fail");
-        return -1;
+        return LOG_FAIL("read block data fail");
     }
     if (unCompress() != 0) {
-        LOG_ERROR("unCompress fail");
-        return -1;
+        return LOG_FAIL("unCompress fail");
     }
     return 0;
 }
@@ -132,8 +123,7 @@ int UrlRecordBlock::readOneBlock(File& file, int64_t endPos) {
 int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
     const int64_t cur = file.tell();
     if (cur < 0) {
-        LOG_ERROR("_ftelli64 fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
     }
     if (endPos - cur < int64_t{BlockHeader::g_size}) {
         return 1;
@@ -165,21 +155,19 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
 int UrlRecordBlock::checkBlockData(File& file, int64_t endPos) const {
     const int64_t cur = file.tell();
     if (cur < 0) {
-        LOG_ERROR("_ftelli64 fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
     }
     const bool compressed = m_header.flag == 1;
     if (!compressed && !rawDataFits()) {
         return -1;
     }
     if (endPos - cur < m_header.blockSize) {
-        LOG_ERROR("have header but no content cur %lld, len %d, end %lld",
-                  static_cast<long long>(cur), m_header.blockSize, static_cast<long long>(endPos));
-        return -1;
+        return LOG_FAIL("have header but no content cur %lld, len %d, end %lld",
+                        static_cast<long long>(cur), m_header.blockSize,
+                        static_cast<long long>(endPos));
     }
     if (compressed && m_header.blockSize > m_capacity) {
-        LOG_ERROR("size overflow blockSize %d realSize %d", m_header.blockSize, m_capacity);
-        return -1;
+        return LOG_FAIL("size overflow blockSize %d realSize %d", m_header.blockSize, m_capacity);
     }
     return compressed && !rawDataFits() ? -1 : 0;
 }
@@ -194,8 +182,7 @@ bool UrlRecordBlock::rawDataFits() const {
 
 int UrlRecordBlock::unCompress() {
     if (m_used != g_notDecoded || m_header.flag > 1) {
-        LOG_ERROR("ERROR");
-        return -1;
+        return LOG_FAIL("ERROR");
     }
     if (m_header.flag == 1 && decode() != 0) {
         reset();
@@ -210,18 +197,15 @@ int UrlRecordBlock::unCompress() {
 int UrlRecordBlock::decode() {
     Compress* compressor = nullptr;
     if (Compress::getInstance(&compressor) != 0) {
-        LOG_ERROR("Compress::getInstance fail");
-        return -1;
+        return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data;
     if (compressor->unCompress(m_buffer.data(), m_header.blockSize, &data) != 0) {
-        LOG_ERROR("unCompress fail");
-        return -1;
+        return LOG_FAIL("unCompress fail");
     }
     if (data.size() != static_cast<size_t>(m_header.rawSize)) {
-        LOG_ERROR("uncompress size %d, raw %d", static_cast<int32_t>(data.size()),
-                  m_header.rawSize);
-        return -1;
+        return LOG_FAIL("uncompress size %d, raw %d", static_cast<int32_t>(data.size()),
+                        m_header.rawSize);
     }
     std::ranges::copy(data, m_buffer.data());
     return 0;
@@ -242,8 +226,7 @@ bool UrlRecordBlock::hasCurrent() const {
 
 int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
     if (!hasCurrent()) {
-        LOG_ERROR("no current record, index %d count %d", m_recordIndex, m_header.count);
-        return -1;
+        return LOG_FAIL("no current record, index %d count %d", m_recordIndex, m_header.count);
     }
     const ByteView rest = m_buffer.span().subspan(static_cast<size_t>(m_offset),
                                                   static_cast<size_t>(m_used - m_offset));
@@ -253,8 +236,8 @@ int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
     }
     // Merged or counted, it would make a block that cannot be written.
     if (record.count == 0 || record.count > g_maxCount) {
-        LOG_ERROR("count of a record invalid %llu", static_cast<unsigned long long>(record.count));
-        return -1;
+        return LOG_FAIL("count of a record invalid %llu",
+                        static_cast<unsigned long long>(record.count));
     }
     if (record.urlLen() > g_maxHostText) {
         LOG_INFO("url len invalid %d", static_cast<int32_t>(record.urlLen()));
@@ -262,9 +245,8 @@ int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
     // A header whose count was damaged would silently drop records.
     const bool last = m_recordIndex + 1 == m_header.count;
     if (last && record.size() != rest.size()) {
-        LOG_ERROR("last record ends at %d, raw %d", m_offset + static_cast<int32_t>(record.size()),
-                  m_used);
-        return -1;
+        return LOG_FAIL("last record ends at %d, raw %d",
+                        m_offset + static_cast<int32_t>(record.size()), m_used);
     }
     return 0;
 }

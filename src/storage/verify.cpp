@@ -67,8 +67,7 @@ int VerifyingReader::breakFile(const char* what) {
 int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     if (file.readStatus(statusType) != 0) {
         return 1;

@@ -1,7 +1,8 @@
+#include "frame/buffer.h"
 #include "frame/log.h"
-#include "frame/tree_names.h"
 #include "storage/status.h"
 #include "storage/status_frame.h"
+#include "tree/names.h"
 
 namespace kestrine {
 namespace {
@@ -22,12 +23,10 @@ DateEntry loadEntry(const uint8_t* bytes) {
 
 int WeekMonStatus::writeStatus(File* file) const {
     if (file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (m_entries.empty()) {
-        LOG_ERROR("device info size 0");
-        return -1;
+        return LOG_FAIL("device info size 0");
     }
     Buffer record;
     if (allocateStatus(g_headSize + g_entrySize * m_entries.size(), record) != 0) {
@@ -48,8 +47,7 @@ int WeekMonStatus::writeStatus(File* file) const {
 
 int WeekMonStatus::readStatus(File* file, int64_t length, WeekMonStatus& status) {
     if (file == nullptr) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     uint64_t notVerified = 0;
     Buffer body;
@@ -61,8 +59,7 @@ int WeekMonStatus::readStatus(File* file, int64_t length, WeekMonStatus& status)
 
 int WeekMonStatus::parse(ByteView body) {
     if (body.size() < g_headSize) {
-        LOG_ERROR("len %d too short", static_cast<int32_t>(body.size()));
-        return -1;
+        return LOG_FAIL("len %d too short", static_cast<int32_t>(body.size()));
     }
     m_totalCount = loadLittle<int64_t>(body.data());
     size_t start = g_headSize;
@@ -97,8 +94,7 @@ std::string WeekMonStatus::getNewPath() const {
 
 int32_t WeekMonStatus::getNewCounter() const {
     if (m_index < 0 || atEnd()) {
-        LOG_ERROR("m_index %d size %d", m_index, static_cast<int32_t>(m_entries.size()));
-        return -1;
+        return LOG_FAIL("m_index %d size %d", m_index, static_cast<int32_t>(m_entries.size()));
     }
     const int32_t counter = m_entries[static_cast<size_t>(m_index)].counter;
     if (counter < -1) {

@@ -1,11 +1,11 @@
 #include "topn/top_url_record.h"
 
+#include "frame/buffer.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
 #include "storage/verify.h"
+#include "tree/quarantine.h"
 
 #include <cerrno>
 #include <vector>
@@ -32,12 +32,10 @@ TopUrlRecord::~TopUrlRecord() {
 int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
                             const std::string& path) {
     if (directory.empty() || path.empty()) {
-        LOG_ERROR("assureNotEmpty fail");
-        return -1;
+        return LOG_FAIL("assureNotEmpty fail");
     }
     if (m_all.init(g_listLength, lessByCountAndKey) != 0) {
-        LOG_ERROR("init heap fail");
-        return -1;
+        return LOG_FAIL("init heap fail");
     }
     UrlFile file;
     const int ret = readFile(file, statusType, path);
@@ -52,20 +50,17 @@ int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
         return ret;
     }
     if (writeOutTop(directory) != 0) {
-        LOG_ERROR("writeOutTop fail");
-        return -1;
+        return LOG_FAIL("writeOutTop fail");
     }
     return file.close();
 }
 
 int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string& path) {
     if (file.open(path, OpenMode::Read) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     if (file.readStatus(statusType) != 0) {
-        LOG_ERROR("read status from %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("read status from %s fail", path.c_str());
     }
     VerifyingReader reader(file);
     while (!stopRequested()) {
@@ -75,12 +70,10 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
             return 0;
         }
         if (ret < 0) {
-            LOG_ERROR("read one record from %s fail", path.c_str());
-            return -1;
+            return LOG_FAIL("read one record from %s fail", path.c_str());
         }
         if (insertHeap(record, m_all) != 0 || insertTypeHashMap(m_types, record) != 0) {
-            LOG_ERROR("insert heap fail");
-            return -1;
+            return LOG_FAIL("insert heap fail");
         }
     }
     return 0;
@@ -94,14 +87,12 @@ int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
     }
     UrlRecordPtr copy = makeUrlRecord(record);
     if (!copy) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     UrlRecord* dropped = nullptr;
     const int ret = queue.push(copy.get(), dropped);
     if (ret < 0) {
-        LOG_ERROR("insert fail");
-        return -1;
+        return LOG_FAIL("insert fail");
     }
     (void)copy.release(); // the queue's, or `dropped`
     ++m_copies;
@@ -116,22 +107,16 @@ int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
                                     const UrlRecordView& record) {
     const auto [place, added] = queues.try_emplace(record.type);
     if (added && place->second.init(g_listLength, lessByCountAndKey) != 0) {
-        LOG_ERROR("init heap fail");
-        return -1;
+        return LOG_FAIL("init heap fail");
     }
     if (insertHeap(record, place->second) != 0) {
-        LOG_ERROR("insert heap fail");
-        return -1;
+        return LOG_FAIL("insert heap fail");
     }
     return 0;
 }
 
 int TopUrlRecord::setAside(const std::string& path) {
-    if (Util::dumpBrokenFile(path) != 0) {
-        LOG_ERROR("dumpBrokenFile %s fail", path.c_str());
-        return -1;
-    }
-    return Util::removeBrokenFile(path);
+    return Util::setAside(path);
 }
 
 } // namespace kestrine

@@ -4,12 +4,12 @@
 //  2. Every list is written into it and synced, then the directory.
 //  3. A left-over "topn.temp" is deleted; "topn.temp.temp" is renamed to it: the set is complete.
 //  4. "topn" is deleted; "topn.temp" is renamed to it.
-#include "topn/top_url_record.h"
-
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
+#include "topn/top_url_record.h"
+#include "tree/directories.h"
+#include "tree/names.h"
+#include "tree/top_list_dirs.h"
 
 #include <cerrno>
 #include <vector>
@@ -20,24 +20,21 @@ namespace {
 
 int deleteIfThere(const std::string& directory) {
     if (Util::deleteListDirectory(directory) != 0) {
-        LOG_ERROR("delete dir %s fail", directory.c_str());
-        return -1;
+        return LOG_FAIL("delete dir %s fail", directory.c_str());
     }
     return 0;
 }
 
 int renameDirectory(const std::string& from, const std::string& to) {
     if (platform().rename(from, to) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
-        return -1;
+        return LOG_FAIL("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
     }
     return 0;
 }
 
 int syncOneDirectory(const std::string& directory) {
     if (platform().syncDirectory(directory) != 0) {
-        LOG_ERROR("sync directory %s fail, errno %d", directory.c_str(), errno);
-        return -1;
+        return LOG_FAIL("sync directory %s fail, errno %d", directory.c_str(), errno);
     }
     return 0;
 }
@@ -55,8 +52,7 @@ int TopUrlRecord::writeOutTop(const std::string& directory) {
         }
     }
     if (Util::createDir(incomplete + "/", Durable::No) != 0) {
-        LOG_ERROR("create dir %s fail", incomplete.c_str());
-        return -1;
+        return LOG_FAIL("create dir %s fail", incomplete.c_str());
     }
     if (writeAllLists(incomplete) != 0 || syncOneDirectory(incomplete) != 0) {
         return -1;
@@ -78,18 +74,15 @@ int TopUrlRecord::writeAllLists(const std::string& directory) {
     for (auto& [type, queue] : m_types) {
         const std::string path = names::topFile(directory, type);
         if (path.size() > g_maxPath) {
-            LOG_ERROR("sprintf_n fail, errno %d", errno);
-            return -1;
+            return LOG_FAIL("sprintf_n fail, errno %d", errno);
         }
         if (writeOutOneHeap(queue, path) != 0) {
-            LOG_ERROR("write out one heap to %s fail", path.c_str());
-            return -1;
+            return LOG_FAIL("write out one heap to %s fail", path.c_str());
         }
     }
     const std::string path = names::topAllFile(directory);
     if (writeOutOneHeap(m_all, path) != 0) {
-        LOG_ERROR("write out one heap to %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("write out one heap to %s fail", path.c_str());
     }
     return 0;
 }
@@ -102,13 +95,11 @@ int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
     if (platform().exists(path)) {
         LOG_INFO("%s exist, remove", path.c_str());
         if (platform().removeFile(path) != 0) {
-            LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-            return -1;
+            return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
         }
     }
     if (platform().rename(work, path) != 0) {
-        LOG_ERROR("rename from %s to %s fail, errno %d", work.c_str(), path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("rename from %s to %s fail, errno %d", work.c_str(), path.c_str(), errno);
     }
     return 0;
 }
@@ -124,33 +115,27 @@ int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
     }
     UrlFile file;
     if (file.open(path, OpenMode::Truncate) != 0) {
-        LOG_ERROR("open %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("open %s fail", path.c_str());
     }
     for (auto record = records.rbegin(); record != records.rend(); ++record) {
         if (file.writeOneRecord((*record)->view()) != 0) {
-            LOG_ERROR("write one record to %s fail", path.c_str());
-            return -1;
+            return LOG_FAIL("write one record to %s fail", path.c_str());
         }
     }
     if (file.flush() != 0) {
-        LOG_ERROR("flush %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("flush %s fail", path.c_str());
     }
     DayStatus status;
     status.entries().push_back({"just for test", -1, 0});
     status.setTotalCount(file.totalCount());
     if (file.writeStatus(status) != 0) {
-        LOG_ERROR("write status to %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("write status to %s fail", path.c_str());
     }
     if (file.sync() != 0) {
-        LOG_ERROR("sync %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("sync %s fail", path.c_str());
     }
     if (file.close() != 0) {
-        LOG_ERROR("close %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("close %s fail", path.c_str());
     }
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "support/stat_tree.h"
 
+#include "frame/configuration.h"
+
 #include "storage/verify.h"
 
 #include <algorithm>

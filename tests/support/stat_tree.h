@@ -2,11 +2,10 @@
 // flag set.
 #pragma once
 
-#include "frame/configuration.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
 #include "support/memory_disk.h"
 #include "support/url_file_helper.h"
+#include "tree/names.h"
 
 #include <gtest/gtest.h>
 

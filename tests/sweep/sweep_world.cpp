@@ -1,10 +1,9 @@
 #include "sweep_world.h"
-
 #include "frame/configuration.h"
 #include "frame/run_flag.h"
-#include "frame/tree_names.h"
 #include "service/work_thread.h"
 #include "storage/url_file.h"
+#include "tree/names.h"
 #include "worldgen/world.h"
 
 #include <fcntl.h>

@@ -1,7 +1,9 @@
 #include "cycle/url_stat.h"
-#include "frame/util.h"
+#include "frame/configuration.h"
 #include "recovery/exception_check.h"
 #include "support/stat_tree.h"
+#include "tree/calendar.h"
+#include "tree/names.h"
 #include "worldgen/dat_file.h"
 
 #include <gtest/gtest.h>
@@ -116,9 +118,11 @@ protected:
             std::string end;
             if (names::isCalendarDate(date)) {
                 ASSERT_EQ(getDateOfCurrentWeek(date, begin, end), 0);
-                paths.push_back(names::weekDir(g_accountDir, begin, end) + "/weekcrcsort");
+                paths.push_back(names::periodDir(g_accountDir, Period::Week, begin, end) +
+                                "/weekcrcsort");
                 ASSERT_EQ(getDateOfCurrentMon(date, begin, end), 0);
-                paths.push_back(names::monthDir(g_accountDir, begin, end) + "/moncrcsort");
+                paths.push_back(names::periodDir(g_accountDir, Period::Month, begin, end) +
+                                "/moncrcsort");
             }
             for (const std::string& path : paths) {
                 periods[path].insert(periods[path].end(), parts.begin(), parts.end());

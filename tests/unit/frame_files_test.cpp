@@ -1,7 +1,11 @@
 #include "frame/run_flag.h"
-#include "frame/util.h"
 #include "support/failing_platform.h"
 #include "support/temp_dir.h"
+#include "tree/directories.h"
+#include "tree/free_space.h"
+#include "tree/listing.h"
+#include "tree/quarantine.h"
+#include "tree/replace.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 #include "frame/log.h"
+#include "frame/qualified_name.h"
 #include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 

@@ -1,5 +1,7 @@
 #include "frame/configuration.h"
+#include "frame/data_path.h"
 #include "frame/ini_file.h"
+#include "frame/text.h"
 #include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 

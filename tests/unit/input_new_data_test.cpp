@@ -1,8 +1,8 @@
 #include "frame/configuration.h"
-#include "frame/tree_names.h"
 #include "input/url_file_new_data.h"
 #include "support/memory_disk.h"
 #include "support/url_file_helper.h"
+#include "tree/names.h"
 
 #include <gtest/gtest.h>
 

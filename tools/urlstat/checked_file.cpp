@@ -1,8 +1,8 @@
 #include "checked_file.h"
-
-#include "frame/tree_names.h"
+#include "frame/buffer.h"
 #include "storage/status_frame.h"
 #include "storage/url_key.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <array>

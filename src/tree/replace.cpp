@@ -7,10 +7,12 @@
 //   5. sync the directory    the same, also after a power failure
 // Without D the steps 2 and 3 fall away and an old B is removed after step 4, so that one good file
 // is there at every moment. B and S never meet without D.
+#include "tree/replace.h"
+
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 
 #include <cerrno>
 
@@ -18,21 +20,18 @@ namespace kestrine::Util {
 
 int replaceFile(const std::string& source, const std::string& destination) {
     if (source.empty() || destination.empty()) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     const auto move = [](const std::string& from, const std::string& to) {
         if (platform().rename(from, to) != 0) {
-            LOG_ERROR("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
-            return -1;
+            return LOG_FAIL("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
         }
         return 0;
     };
     const std::string backup = names::backupOf(destination);
     const auto removeBackup = [&backup] {
         if (platform().exists(backup) && platform().removeFile(backup) != 0) {
-            LOG_ERROR("remove fail, errno %d", errno);
-            return -1;
+            return LOG_FAIL("remove fail, errno %d", errno);
         }
         return 0;
     };
@@ -51,27 +50,6 @@ int replaceFile(const std::string& source, const std::string& destination) {
         return -1;
     }
     return syncParent(destination);
-}
-
-int removeBrokenFile(const std::string& path) {
-    LOG_INFO("file %s broken, remove", path.c_str());
-    if (platform().exists(path) && platform().removeFile(path) != 0) {
-        LOG_ERROR("remove %s fail errno %d", path.c_str(), errno);
-        return -1;
-    }
-    const std::string backup = names::backupOf(path);
-    if (!platform().exists(backup)) {
-        return 0;
-    }
-    LOG_INFO("%s exist, rename back", backup.c_str());
-    if (deleteTopLists(std::string(names::parentOf(path))) != 0) {
-        return -1;
-    }
-    if (platform().rename(backup, path) != 0) {
-        LOG_ERROR("rename %s to %s fail, errno %d", backup.c_str(), path.c_str(), errno);
-        return -1;
-    }
-    return syncParent(path);
 }
 
 } // namespace kestrine::Util

@@ -1,7 +1,7 @@
-// Weeks and months by calendar arithmetic.
+#include "tree/calendar.h"
+
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <chrono>
@@ -43,8 +43,7 @@ void moveGroup(std::vector<std::string>& paths, std::vector<std::string>& group,
 int getDateOfCurrentWeek(std::string_view path, std::string& begin, std::string& end) {
     year_month_day date;
     if (dateOfPath(path, date) != 0) {
-        LOG_ERROR("date invalid %s", std::string(path).c_str());
-        return -1;
+        return LOG_FAIL("date invalid %s", std::string(path).c_str());
     }
     const sys_days day(date);
     const sys_days sunday = day - (weekday(day) - Sunday);
@@ -56,8 +55,7 @@ int getDateOfCurrentWeek(std::string_view path, std::string& begin, std::string&
 int getDateOfCurrentMon(std::string_view path, std::string& begin, std::string& end) {
     year_month_day date;
     if (dateOfPath(path, date) != 0) {
-        LOG_ERROR("date invalid %s", std::string(path).c_str());
-        return -1;
+        return LOG_FAIL("date invalid %s", std::string(path).c_str());
     }
     begin = textOf(date.year() / date.month() / 1);
     end = textOf(date.year() / date.month() / last);
@@ -67,12 +65,10 @@ int getDateOfCurrentMon(std::string_view path, std::string& begin, std::string& 
 int Util::getNextWeekFiles(std::vector<std::string>& paths, std::vector<std::string>& group,
                            std::string& begin, std::string& end) {
     if (paths.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (getDateOfCurrentWeek(paths.front(), begin, end) != 0) {
-        LOG_ERROR("getDateOfCurrentWeek %s fail", paths.front().c_str());
-        return -1;
+        return LOG_FAIL("getDateOfCurrentWeek %s fail", paths.front().c_str());
     }
     moveGroup(paths, group, end);
     return 0;
@@ -81,13 +77,11 @@ int Util::getNextWeekFiles(std::vector<std::string>& paths, std::vector<std::str
 int Util::getNexMonFiles(std::vector<std::string>& paths, std::vector<std::string>& group,
                          std::string& begin, std::string& end) {
     if (paths.empty()) {
-        LOG_ERROR("param invalid");
-        return -1;
+        return LOG_FAIL("param invalid");
     }
     if (getDateOfCurrentMon(paths.front(), begin, end) != 0) {
-        LOG_ERROR("getDateOfCurrentWeek %s fail",
-                  paths.front().c_str()); // the words for a month too
-        return -1;
+        return LOG_FAIL("getDateOfCurrentWeek %s fail",
+                        paths.front().c_str()); // the words for a month too
     }
     moveGroup(paths, group, end);
     return 0;

@@ -1,9 +1,9 @@
-// Directories: making, walking and deleting them.
-#include "frame/listing.h"
+#include "tree/directories.h"
+
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
+#include "tree/listing.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,29 +21,14 @@ bool isNoDirectory(std::string_view prefix) {
     return drive || server || prefix.ends_with('/');
 }
 
-// What a deletion must see, which a walk passes over.
-enum class DotEntries { Skip, Visit };
-
-int walk(const std::string& directory, const Visitor& visitor, DotEntries dotEntries,
-         const CodePlace& where) {
-    std::vector<FindEntry> entries;
-    if (listEntries(names::join(directory, "*"), entries, where) != 0) {
-        return -1;
-    }
-    for (const FindEntry& entry : entries) {
-        const bool skipped = dotEntries == DotEntries::Skip
-                                 ? entry.name.starts_with('.')
-                                 : entry.name == "." || entry.name == "..";
-        if (!skipped && visitor(names::join(directory, entry.name), entry.attributes) != 0) {
-            return -1;
-        }
-    }
-    return 0;
-}
-
 // Empties a directory and removes it.
 int removeWhole(const std::string& directory, const CodePlace& where) {
-    if (walk(directory, deleteFiles, DotEntries::Visit, where) != 0) {
+    std::vector<FindEntry> entries;
+    int result = listEntries(names::join(directory, "*"), entries, where);
+    for (size_t i = 0; i < entries.size() && result == 0; ++i) {
+        result = deleteFiles(names::join(directory, entries[i].name), entries[i].attributes);
+    }
+    if (result != 0) {
         logMessage(LogLevel::Error, where, "tranverse and delete files fail %s", directory.c_str());
         return -1;
     }
@@ -58,8 +43,7 @@ int removeWhole(const std::string& directory, const CodePlace& where) {
 
 int createDir(const std::string& path, Durable durable) {
     if (path.empty()) {
-        LOG_ERROR("param null");
-        return -1;
+        return LOG_FAIL("param null");
     }
     const std::string taken = path.substr(0, g_maxPath);
     if (platform().exists(taken)) {
@@ -72,9 +56,8 @@ int createDir(const std::string& path, Durable durable) {
             continue;
         }
         if (platform().makeDirectory(prefix) != 0) {
-            LOG_ERROR("CreateDirectory %s fail, errcode %u", prefix.c_str(),
-                      platform().lastError());
-            return -1;
+            return LOG_FAIL("CreateDirectory %s fail, errcode %u", prefix.c_str(),
+                            platform().lastError());
         }
         if (durable == Durable::Yes && syncParent(prefix) != 0) {
             return -1;
@@ -87,14 +70,9 @@ int syncParent(const std::string& path) {
     const std::string_view above = names::parentOf(path);
     const std::string parent(above.empty() ? std::string_view(".") : above);
     if (platform().syncDirectory(parent) != 0) {
-        LOG_ERROR("sync directory %s fail, errno %d", parent.c_str(), errno);
-        return -1;
+        return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
     }
     return 0;
-}
-
-int tranverse(const std::string& directory, const Visitor& visitor) {
-    return walk(directory, visitor, DotEntries::Skip, KESTRINE_HERE);
 }
 
 int deleteFiles(const std::string& path, uint32_t attributes) {
@@ -108,8 +86,7 @@ int deleteFiles(const std::string& path, uint32_t attributes) {
         platform().removeFile(path) == 0 || (directory && platform().removeDirectory(path) == 0);
     // What a listing names may be gone by now: somebody else's removal is as good.
     if (!removed && errno != ENOENT) {
-        LOG_ERROR("remove %s fail, errno %d", path.c_str(), errno);
-        return -1;
+        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     return 0;
 }
@@ -118,8 +95,7 @@ int deleteDir(const std::string& path) {
     const std::string directory = path.substr(0, path.find_last_not_of('/') + 1);
     FileInfo info;
     if (platform().info(directory, info) != 0 || !info.isDirectory) {
-        LOG_ERROR("%s is not directory errcode %d", path.c_str(), platform().lastError());
-        return -1;
+        return LOG_FAIL("%s is not directory errcode %d", path.c_str(), platform().lastError());
     }
     return removeWhole(directory, KESTRINE_HERE);
 }

@@ -1,5 +1,5 @@
-// Paths in general: cutting, joining and comparing them.
-#include "frame/tree_names.h"
+#include "tree/paths.h"
+
 #include "platform/platform.h"
 
 #include <algorithm>

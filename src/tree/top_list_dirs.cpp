@@ -1,10 +1,12 @@
 // Deleting top lists. A directory that is half deleted must not pass for a complete set, therefore
 // it first takes the name of an incomplete one, which the start-up check deletes. The set that is
 // complete, but not in place, goes too: it is of the same file.
+#include "tree/top_list_dirs.h"
+
 #include "frame/log.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
 #include "platform/platform.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 
 #include <cerrno>
 
@@ -17,8 +19,7 @@ int deleteListDirectory(const std::string& path) {
     }
     const bool file = platform().info(path, info) == 0 && !info.isDirectory;
     if ((file ? platform().removeFile(path) : deleteDir(path)) != 0) {
-        LOG_ERROR("deleteDir %s fail", path.c_str());
-        return -1;
+        return LOG_FAIL("deleteDir %s fail", path.c_str());
     }
     return 0;
 }
@@ -33,8 +34,7 @@ int deleteTopLists(const std::string& directory) {
             continue;
         }
         if (platform().rename(lists, doomed) != 0) {
-            LOG_ERROR("rename %s to %s fail, errno %d", lists.c_str(), doomed.c_str(), errno);
-            return -1;
+            return LOG_FAIL("rename %s to %s fail, errno %d", lists.c_str(), doomed.c_str(), errno);
         }
     }
     return deleteListDirectory(doomed);

@@ -1,5 +1,5 @@
-// Every name of the log-data tree and of the statistics tree, built and parsed. Nothing else in the
-// program concatenates a path of either tree.
+// Every name of the log-data tree and of the statistics tree, built and parsed; those of periods in
+// period.h. Nothing else in the program concatenates a path of either tree.
 //
 //   log data (read only)
 //     DATA/ACCOUNT/devid_N/DATE/A/DIR/FILE.dat   DATA ends in "log_data"; DIR = FILE / 100
@@ -21,27 +21,16 @@
 // ACCOUNT is the last component of the account's path below DATA, DATE is "YYYYMMDD".
 #pragma once
 
+#include "tree/paths.h"
+#include "tree/period.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace kestrine {
 
-// The three kinds of finished statistics files, each in a directory of its own.
-enum class Period { Day, Week, Month };
-
 namespace names {
-
-// ---- paths in general. Components are separated by '/'; a trailing '/' is not part of a
-// component.
-[[nodiscard]] std::string_view lastComponent(std::string_view path); // "a/b/c" -> "c"; "c" -> "c"
-// "a/b/c" -> "a/b"; "c" -> ""; "/c" -> "/"
-[[nodiscard]] std::string_view parentOf(std::string_view path);
-// True when `path` is `directory` itself or lies below it, by the platform's rules for equal names.
-// Nothing lies below an empty path; ".." is not resolved.
-[[nodiscard]] bool liesBelow(std::string_view path, std::string_view directory);
-// "x/y" and "z" give "x/y/z", and so do "x/y/" and "z".
-[[nodiscard]] std::string join(std::string_view directory, std::string_view name);
 
 // ---- log data
 // The account's directory name: the last component of the account path. Empty when that would not
@@ -59,21 +48,13 @@ namespace names {
 // ---- accounts and dates of the statistics tree
 [[nodiscard]] std::string accountDir(std::string_view root, std::string_view account);
 [[nodiscard]] std::string dateText(int32_t date); // eight digits
+[[nodiscard]] bool isEightDigits(std::string_view text);
 // A real day of the calendar, written in eight digits.
 [[nodiscard]] bool isCalendarDate(std::string_view date);
 // A name that passes as a date's directory: eight digits from 20000001 to 29999998, calendar date
 // or not.
 [[nodiscard]] bool isDateDirName(std::string_view name);
 [[nodiscard]] std::string dayDir(std::string_view accountDir, std::string_view date);
-[[nodiscard]] std::string weekDir(std::string_view accountDir, std::string_view begin,
-                                  std::string_view end);
-[[nodiscard]] std::string monthDir(std::string_view accountDir, std::string_view begin,
-                                   std::string_view end);
-// Kind of a directory by its name alone: a date, "week" or "mon" with two dates, of which one may
-// lie outside the range of dates (the week of 20000101 begins in 1999). False: none.
-[[nodiscard]] bool parsePeriodDir(std::string_view name, Period& period);
-// Dates in a week or month directory's name. False: it is none.
-[[nodiscard]] bool parsePeriodRange(std::string_view name, std::string& begin, std::string& end);
 
 // ---- finished files. "daycrcsort", "weekcrcsort", "moncrcsort".
 [[nodiscard]] std::string_view formalName(Period period);

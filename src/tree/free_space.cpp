@@ -1,11 +1,10 @@
-#include "frame/util.h"
+#include "tree/free_space.h"
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "platform/platform.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <limits>
 
 namespace kestrine {
@@ -19,27 +18,11 @@ constexpr uint32_t g_waitStep = 500;      // milliseconds within which a stop is
 
 } // namespace
 
-int assureNotEmpty(int32_t size, Buffer* buffer) {
-    if (buffer == nullptr || size <= 0) {
-        LOG_ERROR("param invalid");
-        return -1;
-    }
-    if (buffer->allocate(static_cast<size_t>(size)) != 0) {
-        LOG_ERROR("malloc fail, errno %d", errno);
-        return -1;
-    }
-    return 0;
-}
-
-void replaceChar(std::string& text, char from, char to) {
-    std::replace(text.begin(), text.end(), from, to);
-}
-
 int getAvailableSpace(const std::string& path, uint32_t& mebibytes) {
     uint64_t bytes = 0;
     if (platform().freeSpace(path, bytes) != 0) {
-        LOG_ERROR("GetDiskFreeSpaceEx %s fail, errcode %d", path.c_str(), platform().lastError());
-        return -1;
+        return LOG_FAIL("GetDiskFreeSpaceEx %s fail, errcode %d", path.c_str(),
+                        platform().lastError());
     }
     constexpr uint64_t limit = std::numeric_limits<uint32_t>::max();
     mebibytes = static_cast<uint32_t>(std::min(bytes >> 20, limit));
@@ -50,8 +33,7 @@ int sleepWhileNoSpace(const std::string& path) {
     while (!stopRequested()) {
         uint32_t available = 0;
         if (getAvailableSpace(path, available) != 0) {
-            LOG_ERROR("getAvailableSpace fail");
-            return -1;
+            return LOG_FAIL("getAvailableSpace fail");
         }
         if (available > g_minFreeSpaceMiB) {
             return 0;
@@ -65,10 +47,5 @@ int sleepWhileNoSpace(const std::string& path) {
 }
 
 } // namespace Util
-
-uint32_t elapsedTicks(uint32_t then, uint32_t now) {
-    const uint32_t difference = now - then;
-    return now < then ? difference - 1 : difference;
-}
 
 } // namespace kestrine

@@ -1,7 +1,6 @@
-// Listings of the statistics tree, sorted.
-#include "frame/listing.h"
-#include "frame/tree_names.h"
-#include "frame/util.h"
+#include "tree/listing.h"
+
+#include "tree/names.h"
 
 #include <algorithm>
 #include <utility>
@@ -31,6 +30,20 @@ int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
     logMessage(LogLevel::Error, where, "FindFirstFile for %s fail, errcode %d", pattern.c_str(),
                error);
     return -1;
+}
+
+int tranverse(const std::string& directory, const Visitor& visitor) {
+    std::vector<FindEntry> entries;
+    if (listEntries(names::join(directory, "*"), entries, KESTRINE_HERE) != 0) {
+        return -1;
+    }
+    for (const FindEntry& entry : entries) {
+        if (!entry.name.starts_with('.') &&
+            visitor(names::join(directory, entry.name), entry.attributes) != 0) {
+            return -1;
+        }
+    }
+    return 0;
 }
 
 int getDateInNewDirectory(const std::string& accountDir, std::vector<std::string>& dates) {

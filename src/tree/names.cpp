@@ -1,6 +1,6 @@
-#include "frame/tree_names.h"
+#include "tree/names.h"
 
-#include "frame/ini_file.h"
+#include "frame/text.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -17,17 +17,11 @@ constexpr std::string_view g_topName = "topn";
 constexpr std::string_view g_backupEnding = "_backup";
 constexpr std::string_view g_tempEnding = ".temp";
 constexpr std::string_view g_newDayEnding = ".daycrcsortnew";
-constexpr std::string_view g_weekPrefix = "week";
-constexpr std::string_view g_monthPrefix = "mon";
 constexpr std::string_view g_deletePrefix = "_delete_";
 constexpr size_t g_dateLength = 8;
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
-}
-
-bool isEightDigits(std::string_view text) {
-    return text.size() == g_dateLength && std::all_of(text.begin(), text.end(), isDigit);
 }
 
 bool sameName(std::string_view a, std::string_view b) {
@@ -40,25 +34,6 @@ bool dropEnding(std::string_view& text, std::string_view ending) {
     }
     text.remove_suffix(ending.size());
     return true;
-}
-
-std::string rangeDir(std::string_view accountDir, std::string_view prefix, std::string_view begin,
-                     std::string_view end) {
-    return join(accountDir, prefix).append(begin).append("_").append(end);
-}
-
-// Cuts "PREFIXBEGIN_END" into its dates.
-bool parseRange(std::string_view name, std::string_view prefix, std::string_view& begin,
-                std::string_view& end) {
-    if (!name.starts_with(prefix)) {
-        return false;
-    }
-    name.remove_prefix(prefix.size());
-    begin = name.substr(0, g_dateLength);
-    end = name.substr(std::min(name.size(), g_dateLength + 1));
-    return name.size() == 2 * g_dateLength + 1 && name[g_dateLength] == '_' &&
-           isEightDigits(begin) && isEightDigits(end) &&
-           (isDateDirName(begin) || isDateDirName(end));
 }
 
 std::string numbered(int32_t number, std::string_view ending) {
@@ -108,6 +83,10 @@ std::string dateText(int32_t date) {
     return text;
 }
 
+bool isEightDigits(std::string_view text) {
+    return text.size() == g_dateLength && std::all_of(text.begin(), text.end(), isDigit);
+}
+
 bool isCalendarDate(std::string_view date) {
     if (!isEightDigits(date)) {
         return false;
@@ -127,53 +106,10 @@ std::string dayDir(std::string_view accountDir, std::string_view date) {
     return join(accountDir, date);
 }
 
-std::string weekDir(std::string_view accountDir, std::string_view begin, std::string_view end) {
-    return rangeDir(accountDir, g_weekPrefix, begin, end);
-}
-
-std::string monthDir(std::string_view accountDir, std::string_view begin, std::string_view end) {
-    return rangeDir(accountDir, g_monthPrefix, begin, end);
-}
-
-bool parsePeriodDir(std::string_view name, Period& period) {
-    std::string_view begin;
-    std::string_view end;
-    if (isDateDirName(name)) {
-        period = Period::Day;
-    } else if (parseRange(name, g_weekPrefix, begin, end)) {
-        period = Period::Week;
-    } else if (parseRange(name, g_monthPrefix, begin, end)) {
-        period = Period::Month;
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool parsePeriodRange(std::string_view name, std::string& begin, std::string& end) {
-    std::string_view first;
-    std::string_view last;
-    if (!parseRange(name, g_weekPrefix, first, last) &&
-        !parseRange(name, g_monthPrefix, first, last)) {
-        return false;
-    }
-    begin = first;
-    end = last;
-    return true;
-}
-
 // ---- finished files
 
 std::string_view formalName(Period period) {
-    switch (period) {
-    case Period::Week:
-        return "weekcrcsort";
-    case Period::Month:
-        return "moncrcsort";
-    case Period::Day:
-        break;
-    }
-    return "daycrcsort";
+    return kindOf(period).fileName;
 }
 
 std::string formalFile(std::string_view directory, Period period) {
@@ -294,7 +230,10 @@ std::string dumpDir(std::string_view root, std::string_view path) {
     if (name == g_topName) {
         name = lastComponent(parentOf(parentOf(path)));
     }
-    if (!name.starts_with(g_weekPrefix) && !name.starts_with(g_monthPrefix)) {
+    const bool whole = std::ranges::any_of(periodKinds(), [name](const PeriodKind& kind) {
+        return !kind.prefix.empty() && name.starts_with(kind.prefix);
+    });
+    if (!whole) {
         name = name.substr(0, g_dateLength);
     }
     return join(join(root, "debug"), name) + "/";

@@ -1,7 +1,8 @@
 // Names of the trees, and the calendar that they are made of.
-#include "frame/tree_names.h"
-#include "frame/util.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
+#include "tree/calendar.h"
+#include "tree/names.h"
 
 #include <gtest/gtest.h>
 
@@ -44,26 +45,22 @@ TEST(TreeNames, LogData) {
 }
 
 TEST(TreeNames, PeriodDirectories) {
-    std::string begin;
-    std::string end;
-    Period period{};
+    PeriodDir dir;
     for (const char* name : {"20121399", "20000001", "29999998"}) { // calendar or not
-        EXPECT_TRUE(parsePeriodDir(name, period) && period == Period::Day) << name;
-        EXPECT_FALSE(parsePeriodRange(name, begin, end)) << name;
+        EXPECT_TRUE(parsePeriodDir(name, dir) && dir.period == Period::Day) << name;
+        EXPECT_EQ(dir.begin + dir.end, std::string(name) + name);
     }
-    EXPECT_TRUE(parsePeriodDir("week19991226_20000101", period) && period == Period::Week);
-    EXPECT_TRUE(parsePeriodDir(monthDir("", "20120201", "20120229"), period));
-    EXPECT_EQ(period, Period::Month);
-    EXPECT_TRUE(parsePeriodRange(weekDir("", "20120226", "20120303"), begin, end));
-    EXPECT_EQ(begin + "-" + end, "20120226-20120303");
-    EXPECT_EQ(weekDir("r/acc", begin, end), "r/acc/week20120226_20120303");
+    EXPECT_TRUE(parsePeriodDir("week19991226_20000101", dir) && dir.period == Period::Week);
+    EXPECT_TRUE(parsePeriodDir(periodDir("", Period::Month, "20120201", "20120229"), dir));
+    EXPECT_EQ(dir.period, Period::Month);
+    EXPECT_EQ(dir.begin + "-" + dir.end, "20120201-20120229");
+    EXPECT_EQ(periodDir("r/acc", Period::Week, dir.begin, dir.end), "r/acc/week20120201_20120229");
     for (const char* name :
          {"", "20000000", "29999999", "2012030", "201203070", "2012030a", "+2012030", "week",
           "week20120226", "week20120226-20120303", "week20120226_2012030", "week20120226_201203033",
           "mon20120201_2012022x", "month20120201_20120229", "Week20120226_20120303",
           "week00000001_00000002"}) {
-        EXPECT_FALSE(parsePeriodDir(name, period)) << name;
-        EXPECT_FALSE(parsePeriodRange(name, begin, end)) << name;
+        EXPECT_FALSE(parsePeriodDir(name, dir)) << name;
     }
 }
 

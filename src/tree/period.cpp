@@ -1,0 +1,75 @@
+#include "tree/period.h"
+
+#include "tree/calendar.h"
+#include "tree/names.h"
+
+#include <algorithm>
+
+namespace kestrine {
+
+namespace {
+
+constexpr PeriodKind g_kinds[] = {
+    {Period::Day, "", "daycrcsort", g_dayStatusType, nullptr, nullptr, "", false},
+    {Period::Week, "week", "weekcrcsort", g_weekMonStatusType, getDateOfCurrentWeek,
+     Util::getNextWeekFiles, "getNextWeekFiles", false},
+    {Period::Month, "mon", "moncrcsort", g_weekMonStatusType, getDateOfCurrentMon,
+     Util::getNexMonFiles, "getNexMonFiles", true},
+};
+
+// Cuts "BEGIN_END" into its dates.
+bool parseRange(std::string_view range, std::string_view& begin, std::string_view& end) {
+    constexpr size_t dateLength = 8;
+    begin = range.substr(0, dateLength);
+    end = range.substr(std::min(range.size(), dateLength + 1));
+    return range.size() == 2 * dateLength + 1 && range[dateLength] == '_' &&
+           names::isEightDigits(begin) && names::isEightDigits(end) &&
+           (names::isDateDirName(begin) || names::isDateDirName(end));
+}
+
+} // namespace
+
+std::span<const PeriodKind> periodKinds() {
+    return g_kinds;
+}
+
+const PeriodKind& kindOf(Period period) {
+    return g_kinds[static_cast<size_t>(period)];
+}
+
+PeriodFiles periodFiles(std::string_view directory, Period period) {
+    const std::string formal = names::formalFile(directory, period);
+    return {std::string(directory), formal, names::backupOf(formal), names::tempOf(formal),
+            names::topDir(directory)};
+}
+
+bool names::parsePeriodDir(std::string_view name, PeriodDir& dir) {
+    if (isDateDirName(name)) {
+        dir = {Period::Day, std::string(name), std::string(name)};
+        return true;
+    }
+    for (const PeriodKind& kind : periodKinds()) {
+        std::string_view begin;
+        std::string_view end;
+        if (!kind.prefix.empty() && name.starts_with(kind.prefix) &&
+            parseRange(name.substr(kind.prefix.size()), begin, end)) {
+            dir = {kind.period, std::string(begin), std::string(end)};
+            return true;
+        }
+    }
+    return false;
+}
+
+bool names::parsePeriodDir(std::string_view name, Period& period) {
+    PeriodDir dir;
+    const bool found = parsePeriodDir(name, dir);
+    period = dir.period;
+    return found;
+}
+
+std::string names::periodDir(std::string_view accountDir, Period period, std::string_view begin,
+                             std::string_view end) {
+    return join(accountDir, kindOf(period).prefix).append(begin).append("_").append(end);
+}
+
+} // namespace kestrine

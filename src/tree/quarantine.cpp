@@ -1,0 +1,100 @@
+#include "tree/quarantine.h"
+
+#include "frame/configuration.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "frame/text.h"
+#include "platform/platform.h"
+#include "tree/directories.h"
+#include "tree/names.h"
+#include "tree/top_list_dirs.h"
+
+#include <cerrno>
+
+namespace kestrine::Util {
+
+namespace {
+
+// Names tried before a quarantine counts as one that cannot be looked into.
+constexpr int64_t g_dumpNames = 10000;
+constexpr int64_t g_dumpNamesAtOnce = 100; // tried even though a stop was requested
+
+// DIRECTORY/SECONDS_NAME, the seconds counted up until nothing of that name is there. Empty when no
+// name is free, as it seems where the directory cannot be looked into, and after a stop request.
+std::string freeDumpName(const std::string& directory, std::string_view name) {
+    const int64_t now = platform().now();
+    for (int64_t seconds = now; seconds < now + g_dumpNames; ++seconds) {
+        std::string target = directory + std::to_string(seconds) + "_" + std::string(name);
+        if (!platform().exists(target)) {
+            return target;
+        }
+        if (seconds - now >= g_dumpNamesAtOnce && stopRequested()) {
+            break;
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+int dumpBrokenFile(const std::string& path, const std::string& root1, const std::string& root2) {
+    const bool below1 = names::liesBelow(path, root1);
+    if (!below1 && !names::liesBelow(path, root2)) {
+        return LOG_FAIL("cannot find %s or %s in %s", root1.c_str(), root2.c_str(), path.c_str());
+    }
+    const std::string directory = names::dumpDir(below1 ? root1 : root2, path);
+    if (createDir(directory) != 0) {
+        return LOG_FAIL("create dir %s fail", directory.c_str());
+    }
+    const std::string to = freeDumpName(directory, names::lastComponent(path));
+    if (to.empty()) {
+        return LOG_FAIL("no free name for %s in %s", path.c_str(), directory.c_str());
+    }
+    const std::string target = "\"" + to + "\"";
+    std::string command = "move \"" + path + "\" " + target;
+    replaceChar(command, '/', '\\');
+    LOG_INFO("command %s", command.c_str());
+    if (platform().move(command, path, to) != 0) {
+        return LOG_FAIL("system %s fail, errno %d", command.c_str(), errno);
+    }
+    LOG_INFO("dump %s to %s success ", path.c_str(), target.c_str());
+    return 0;
+}
+
+int dumpBrokenFile(const std::string& path) {
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        return LOG_FAIL("Configuration::getInstance fail");
+    }
+    return dumpBrokenFile(path, configuration->urlStatRoot(), configuration->memoryDiskPath());
+}
+
+int removeBrokenFile(const std::string& path) {
+    LOG_INFO("file %s broken, remove", path.c_str());
+    if (platform().exists(path) && platform().removeFile(path) != 0) {
+        return LOG_FAIL("remove %s fail errno %d", path.c_str(), errno);
+    }
+    return restoreBackup(path);
+}
+
+int restoreBackup(const std::string& formal) {
+    const std::string backup = names::backupOf(formal);
+    if (!platform().exists(backup)) {
+        return 0;
+    }
+    LOG_INFO("%s exist, rename back", backup.c_str());
+    if (deleteTopLists(std::string(names::parentOf(formal))) != 0 ||
+        platform().rename(backup, formal) != 0) {
+        return LOG_FAIL("rename %s to %s fail, errno %d", backup.c_str(), formal.c_str(), errno);
+    }
+    return syncParent(formal);
+}
+
+int setAside(const std::string& formal) {
+    if (dumpBrokenFile(formal) != 0) {
+        return LOG_FAIL("dumpBrokenFile %s fail", formal.c_str());
+    }
+    return removeBrokenFile(formal);
+}
+
+} // namespace kestrine::Util
