@@ -1,5 +1,6 @@
 #include "cycle/url_stat.h"
 
+#include "cycle/period_stage.h"
 #include "frame/buffer.h"
 #include "frame/configuration.h"
 #include "frame/data_path.h"
@@ -7,7 +8,9 @@
 #include "frame/run_flag.h"
 #include "frame/ticks.h"
 #include "input/url_file_new_data.h"
+#include "merge/date_ledger.h"
 #include "platform/platform.h"
+#include "tree/listing.h"
 #include "tree/names.h"
 
 #include <cerrno>
@@ -82,6 +85,9 @@ int UrlStat::run(const std::string& account) {
 
 int UrlStat::daycrcsort(const std::string& account) {
     m_account = account;
+    if (settleGaps() != 0) {
+        return LOG_FAIL("settle new-day files of %s fail", account.c_str());
+    }
     UrlFileNewData newData;
     std::vector<DayStatus> days;
     if (newData.getDayStatusHaveNewData(account, days) != 0) {
@@ -101,6 +107,28 @@ int UrlStat::daycrcsort(const std::string& account) {
         }
     }
     return daycrcsortnew(account);
+}
+
+// Before positions are read: those of new-day files beyond a gap would pass over the logs of what
+// is missing.
+int UrlStat::settleGaps() {
+    std::vector<std::string> dates;
+    if (Util::getDateInNewDirectory(accountDirectory(), dates) != 0) {
+        return -1;
+    }
+    for (const std::string& date : dates) {
+        std::vector<std::string> files;
+        if (Util::getDaycrcsortNews(date, files) != 0) {
+            return -1;
+        }
+        DateLedger ledger;
+        if (!files.empty() &&
+            (ledger.read(accountDirectory(), std::string(names::lastComponent(date))) != 0 ||
+             ledger.settleGap() != 0)) {
+            return -1;
+        }
+    }
+    return 0;
 }
 
 int UrlStat::daycrcsortnew(const std::string& account) {
@@ -132,6 +160,22 @@ int UrlStat::daycrcsortnew(const std::string& account) {
         return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
     return 0;
+}
+
+int UrlStat::weekcrcsort(const std::string& account) {
+    m_account = account;
+    PeriodStage stage(kindOf(Period::Week), account, accountDirectory());
+    const int ret = stage.run(!m_weeksCompared);
+    m_weeksCompared = m_weeksCompared || (ret == 0 && !stopRequested());
+    return ret;
+}
+
+int UrlStat::moncrcsort(const std::string& account) {
+    m_account = account;
+    PeriodStage stage(kindOf(Period::Month), account, accountDirectory());
+    const int ret = stage.run(!m_monthsCompared);
+    m_monthsCompared = m_monthsCompared || (ret == 0 && !stopRequested());
+    return ret;
 }
 
 std::string UrlStat::accountDirectory() const {

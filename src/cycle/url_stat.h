@@ -8,7 +8,8 @@
 // has its final name; what is lost before that (a stop, a kill) is read from the logs again.
 //
 // The members stand in files by stage: url_stat.cpp (run and clocks), url_stat_read.cpp (logs to
-// hash map), url_stat_spill.cpp (hash map to files), url_stat_day.cpp, url_stat_week_month.cpp.
+// hash map), url_stat_spill.cpp (hash map to files), url_stat_day.cpp; weeks and
+// months in period_stage.h.
 #pragma once
 
 #include "aggregate/url_hash_map.h"
@@ -48,7 +49,8 @@ public:
     [[nodiscard]] int daycrcsortnew(const std::string& account);
     // All new-day files into the day files of their dates.
     [[nodiscard]] int new2Daycrcsort(const std::string& account);
-    // New-day files into week files; into month files, after which they are deleted.
+    // New-day files into week files; into month files, after which they are deleted. The first time
+    // every week (month) file is compared with the day files.
     [[nodiscard]] int weekcrcsort(const std::string& account);
     [[nodiscard]] int moncrcsort(const std::string& account);
 
@@ -97,22 +99,11 @@ private:
 
     // ---- merging into day, week and month files
     [[nodiscard]] std::string accountDirectory() const;
-    [[nodiscard]] static int checkNumbers(const std::string& formal,
-                                          std::vector<std::string> newFiles);
+    [[nodiscard]] int settleGaps();
     [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
-    [[nodiscard]] int periodStage(const PeriodKind& stage);
-    [[nodiscard]] int listPeriodDates(std::vector<std::string>& dates);
-    [[nodiscard]] int mergeOnePeriod(const PeriodKind& stage, const std::vector<std::string>& group,
-                                     const std::string& begin, const std::string& end);
-    [[nodiscard]] int listDayFiles(const std::string& begin, const std::string& end,
-                                   std::vector<std::string>& files);
-    [[nodiscard]] static int deleteNewDayFiles(const std::vector<std::string>& files);
-    [[nodiscard]] static int replaceAndMakeTop(const std::string& output, uint32_t statusType,
-                                               const std::vector<std::string>& inputs,
-                                               const std::vector<std::string>& deleted);
-    static void setAsideDamaged(const std::string& formal, uint32_t statusType,
-                                const std::vector<std::string>& inputs);
 
+    bool m_weeksCompared = false; // with all day files, by this process
+    bool m_monthsCompared = false;
     uint32_t m_lastDayMerge = 0;     // tick of the last day merge, 0: never
     uint32_t m_lastWeekMonth = 0;    // tick of the last week and month stage, 0: never
     int32_t m_bufferSize = 0;        // bytes of each work buffer

@@ -8,6 +8,7 @@
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "platform/platform.h"
+#include "storage/formal_file.h"
 #include "storage/url_file.h"
 #include "tree/listing.h"
 #include "tree/names.h"
@@ -117,15 +118,26 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
     if (getDaycrcsortPath(datePath, path) != 0) {
         return LOG_FAIL("getDaycrcsortPath from %s fail", datePath.c_str());
     }
+    const std::string dayDir(names::parentOf(path));
     DayStatus status;
-    if (platform().exists(path) && updateDayStatus(path, status) != 0) {
+    std::unique_ptr<UrlFile> day;
+    bool fellBack = false;
+    if (openFormal(periodFiles(dayDir, Period::Day), Period::Day, day, &fellBack) < 0) {
         return LOG_FAIL("updateDayStatusIfHaveNewData %s fail", path.c_str());
     }
-    const std::string dayDir(names::parentOf(path));
+    if (day) {
+        status = *day->dayStatus();
+    }
+    day.reset();
+    const int32_t held = status.newCounter();
     const std::string newDir =
         names::newDayDir(names::parentOf(dayDir), names::lastComponent(dayDir));
     if (updateDayStatusFromNew(newDir, status) != 0) {
         return LOG_FAIL("updateDayStatusFromNew %s fail", newDir.c_str());
+    }
+    if (fellBack && status.newCounter() != held) {
+        // What waits may follow what the day file held before: that must be settled first.
+        return LOG_FAIL("day file of %s fell back", datePath.c_str());
     }
     if (updateFromDatFile(datePath, status) != 0) {
         return LOG_FAIL("updateFromDatFile %s fail", datePath.c_str());
@@ -153,7 +165,7 @@ int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& 
     return 0;
 }
 
-// Brings `status` forward by what the file's trailer says.
+// Brings `status` forward by what a new-day file's trailer says.
 int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) const {
     UrlFile file;
     if (file.open(path, OpenMode::Read) != 0) {
@@ -171,8 +183,7 @@ int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) 
     if (result != 0 || stored == nullptr) {
         return LOG_FAIL("read status from %s fail", path.c_str());
     }
-    const int32_t number = names::newDayNumber(path);
-    status.setNewCounter(std::max(status.newCounter(), number < 0 ? stored->newCounter() : number));
+    status.setNewCounter(std::max(status.newCounter(), names::newDayNumber(path)));
     for (const NodeEntry& entry : stored->entries()) {
         status.updateIfNewer(entry);
     }

@@ -17,8 +17,9 @@ namespace kestrine {
 class UrlFileNewData : public AbstractNewData {
 public:
     // One status per date with due nodes, dates ascending: the due nodes, ascending by path, with
-    // their stored positions (-1, 0 for a new one). 0, or -1 with an empty `out`. A day or new-day
-    // file that is found damaged is moved aside, its backup brought back, and the call fails.
+    // their stored positions (-1, 0 for a new one). 0, or -1 with an empty `out`. A day file
+    // that is found damaged gives way to its backup; a damaged new-day file is moved aside, and the
+    // call fails.
     [[nodiscard]] int getDayStatusHaveNewData(const std::string& accountPath,
                                               std::vector<DayStatus>& out);
 

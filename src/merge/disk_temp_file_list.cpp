@@ -3,6 +3,7 @@
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
+#include "merge/date_ledger.h"
 #include "merge/merge_file_list.h"
 #include "tree/directories.h"
 #include "tree/names.h"
@@ -48,11 +49,14 @@ int DiskTempFileList::mergeItem(Item& item) {
     }
     LOG_DEBUG("directory of daycrcsort %s", directory.c_str());
     int32_t counter = -1;
-    if (getNextNewCounter(directory, counter) != 0) {
+    const int numbered = getNextNewCounter(directory, item.used, counter);
+    if (numbered < 0) {
         return LOG_FAIL("getNextNewCounter fail");
     }
-    if (counter <= item.used) {
-        return LOG_FAIL("new-day number %d of %s is used already", counter, directory.c_str());
+    if (numbered > 0) {
+        LOG_ERROR("files of %s have changed while its logs were read, they are read again",
+                  directory.c_str());
+        return removeAllDiskTempFIles(item);
     }
     item.status.setNewCounter(counter);
     LOG_DEBUG("next new counter is %d", counter);
@@ -73,6 +77,24 @@ int DiskTempFileList::mergeItem(Item& item) {
     if (removeAllDiskTempFIles(item) != 0) {
         return LOG_FAIL("removeAllDiskTempFIles fail");
     }
+    return 0;
+}
+
+int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t used,
+                                        int32_t& counter) {
+    DateLedger ledger;
+    if (ledger.read(names::accountDirOfNewDayDir(directory),
+                    std::string(names::lastComponent(directory))) != 0) {
+        return LOG_FAIL("getNextNewCounterFromNew from %s fail", directory.c_str());
+    }
+    if (ledger.reached() != used) {
+        return 1;
+    }
+    const int64_t next = ledger.next();
+    if (next > g_lastNewDayNumber) {
+        return LOG_FAIL("no new-day number is left for %s", directory.c_str());
+    }
+    counter = static_cast<int32_t>(next);
     return 0;
 }
 

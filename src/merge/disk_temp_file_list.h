@@ -17,22 +17,22 @@ public:
     // one item, whatever comes in between: its files must become one new-day file, since a part of
     // them does not hold what their positions say.
     void add(const std::string& path, const DayStatus& status);
-    // Merges every date's files into its next new-day file and removes them. 0; 1 when a stop was
-    // requested (what remains stays in the list); -1, also when a day file or new-day file from
-    // which positions were read has gone since: the numbers would begin anew. A kill leaves, per
-    // date, either the files or the complete new-day file (and perhaps files too, which start-up
-    // removes).
+    // Merges every date's files into its next new-day file (date_ledger.h) and removes them. A date
+    // whose day file or new-day files are not those from which its positions were read hands
+    // nothing on. 0; 1 when a stop was requested (what remains stays in the list); -1. A kill
+    // leaves, per date, either the files or the complete new-day file (and perhaps files too, which
+    // start-up removes).
     [[nodiscard]] int mergeDiskTempFile();
     // Removes a date's item and its files, so that the date hands nothing on.
     void dropDate(int32_t date);
 
     [[nodiscard]] bool empty() const { return m_items.empty(); }
 
-    // Number of the next new-day file of a date, by its directory in the "new" tree. Above every
-    // number that waits there and every number that the day file holds: a number is never used for
-    // two contents. A day file whose status cannot be read gives way to its backup and the call
-    // fails; a later run takes the number from what is there then. 0 or -1.
-    [[nodiscard]] static int getNextNewCounter(const std::string& directory, int32_t& counter);
+    // Number of the next new-day file of a date, by its directory in the "new" tree. 0; 1 when
+    // `used`, the highest number when its positions were read, is not the highest any more, so that
+    // they describe other files than these; -1.
+    [[nodiscard]] static int getNextNewCounter(const std::string& directory, int32_t used,
+                                               int32_t& counter);
 
 private:
     struct Item {
@@ -42,9 +42,6 @@ private:
     };
 
     [[nodiscard]] int mergeItem(Item& item);
-    [[nodiscard]] static int getMaxNewCounterFromNew(const std::string& directory, int32_t& max);
-    [[nodiscard]] static int getNextNewCounterFromDaycrcsort(const std::string& path,
-                                                             int32_t& counter);
     [[nodiscard]] static int getCrcsortPath(const Item* item, std::string& directory);
     [[nodiscard]] static int removeAllDiskTempFIles(const Item& item);
 

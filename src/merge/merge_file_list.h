@@ -43,9 +43,9 @@ public:
     // day files that the day file holds already take no part.
     [[nodiscard]] int mergeNew2Day(const std::vector<std::string>& newFiles,
                                    const std::string& finalPath);
-    // New-day files and the current week or month file into `finalPath`, the formal name + ".temp".
-    // New-day files that it holds already take no part. A week or month file that does not exist is
-    // built from `dayFiles`, the day files of its period.
+    // The current week or month file and new-day files into `finalPath`, the formal name + ".temp".
+    // New-day files that it holds already take no part. With `dayFiles`, the day files of the
+    // period, the output is built from these alone, whatever the current file holds.
     [[nodiscard]] int mergeNew2WeekMon(const std::vector<std::string>& newFiles,
                                        const std::vector<std::string>& dayFiles,
                                        const std::string& finalPath);
@@ -136,8 +136,6 @@ private:
 
 // Drops the new-day files whose number is not above the day status' new counter.
 void removeOldPathForDaycrcsort(const DayStatus& status, std::vector<std::string>& newFiles);
-// Whether the files' numbers are held + 1, held + 2 and so on.
-[[nodiscard]] bool followWithoutGap(int32_t held, const std::vector<std::string>& newFiles);
 // Drops those whose number is not above the counter recorded for their date.
 void removeOldPathForWeekMon(WeekMonStatus& status, std::vector<std::string>& newFiles);
 // The highest number of the files becomes the status' new counter. 0, or -1 for a path that is none

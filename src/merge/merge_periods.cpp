@@ -96,7 +96,7 @@ int MergeFileList::mergeNew2WeekMon(const std::vector<std::string>& newFiles,
     }
     const std::string work = names::tempOf(finalPath);
     const std::string source = names::withoutTemp(finalPath);
-    const bool rebuild = !platform().exists(source);
+    const bool rebuild = !dayFiles.empty();
     std::vector<std::string> files = rebuild ? dayFiles : newFiles;
     m_weekMonStatus = WeekMonStatus();
     if (!rebuild && openSourceWeekMonFile(source, files) != 0) {

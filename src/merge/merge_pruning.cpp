@@ -17,12 +17,6 @@ void removeOldPathForDaycrcsort(const DayStatus& status, std::vector<std::string
     });
 }
 
-bool followWithoutGap(int32_t held, const std::vector<std::string>& newFiles) {
-    return std::all_of(newFiles.begin(), newFiles.end(), [&held](const std::string& path) {
-        return names::newDayNumber(path) == ++held;
-    });
-}
-
 void removeOldPathForWeekMon(WeekMonStatus& status, std::vector<std::string>& newFiles) {
     for (status.moveFirst(); !status.atEnd(); status.moveNextAfter()) {
         const std::string datePath = status.getNewPath();

@@ -19,6 +19,7 @@
 #include "platform/platform.h"
 #include "recovery/file_check.h"
 #include "recovery/period_check.h"
+#include "storage/formal_file.h"
 #include "storage/status.h"
 #include "topn/top_url_record.h"
 #include "tree/directories.h"
@@ -40,6 +41,23 @@ bool isDirectory(uint32_t attributes) {
     return (attributes & g_attributeDirectory) != 0;
 }
 
+// An entry that has a name of ours but is a directory where a file should be, or the other way
+// round, stands in the way of every stage: it goes to quarantine. 0 when it is of the right kind or
+// has gone; 1 when it was moved; -1.
+int settleKind(const std::string& path, bool wantDirectory) {
+    FileInfo info;
+    if (platform().info(path, info) != 0) {
+        return errno == ENOENT || errno == ENOTDIR
+                   ? 0
+                   : LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
+    }
+    if (info.isDirectory == wantDirectory) {
+        return 0;
+    }
+    LOG_ERROR("%s is %s, set aside", path.c_str(), wantDirectory ? "no directory" : "no file");
+    return Util::dumpBrokenFile(path) == 0 ? 1 : -1;
+}
+
 int deleteList(const std::string& directory) {
     if (Util::deleteListDirectory(directory) != 0) {
         return LOG_FAIL("delete dir %s fail", directory.c_str());
@@ -57,6 +75,11 @@ int ExceptionCheck::check(const std::string& accountPath) {
     const std::string directory =
         names::accountDir(configuration->urlStatRoot(), names::accountOf(accountPath));
     const std::string newTree = names::newTree(directory);
+    for (const std::string& path : {directory, newTree, names::diskTempTree(directory)}) {
+        if (settleKind(path, true) < 0) {
+            return -1;
+        }
+    }
     if (Util::tranverse(newTree, [this](const std::string& path, uint32_t attributes) {
             return checknewDirectory(path, attributes);
         }) != 0) {
@@ -68,7 +91,7 @@ int ExceptionCheck::check(const std::string& accountPath) {
             }) != 0) {
             return LOG_FAIL("tranverse %s fail", directory.c_str());
         }
-        PeriodCheck periods(directory, accountPath);
+        PeriodCheck periods(directory);
         if (periods.check() != 0) {
             return LOG_FAIL("check of periods of %s fail", directory.c_str());
         }
@@ -80,7 +103,8 @@ int ExceptionCheck::check(const std::string& accountPath) {
 int ExceptionCheck::checknewDirectory(const std::string& path, uint32_t attributes) {
     if (!isDirectory(attributes)) {
         LOG_INFO("%s is not directory", path.c_str());
-        return 0;
+        const bool ours = names::isDateDirName(names::lastComponent(path));
+        return ours && settleKind(path, true) < 0 ? -1 : 0;
     }
     return Util::tranverse(path, [this](const std::string& entry, uint32_t entryAttributes) {
         return checkDaycrcsortNew(entry, entryAttributes);
@@ -88,11 +112,13 @@ int ExceptionCheck::checknewDirectory(const std::string& path, uint32_t attribut
 }
 
 int ExceptionCheck::checkDaycrcsortNew(const std::string& path, uint32_t attributes) {
+    const bool temp = names::lastComponent(path).find(g_newDayTemp) != std::string_view::npos;
     if (isDirectory(attributes)) {
         LOG_INFO("%s is not a file", path.c_str());
-        return 0;
+        const bool ours = temp || names::newDayNumber(path) >= 0;
+        return ours && settleKind(path, false) < 0 ? -1 : 0;
     }
-    if (names::lastComponent(path).find(g_newDayTemp) == std::string_view::npos) {
+    if (!temp) {
         return 0;
     }
     LOG_INFO("broken file %s", path.c_str());
@@ -103,12 +129,12 @@ int ExceptionCheck::checkDaycrcsortNew(const std::string& path, uint32_t attribu
 }
 
 int ExceptionCheck::checkDayWeekMon(const std::string& path, uint32_t attributes) {
-    if (!isDirectory(attributes)) {
-        LOG_INFO("%s is not a directory, skip", path.c_str());
-        return 0;
-    }
     Period period = Period::Day;
     const std::string name(names::lastComponent(path));
+    if (!isDirectory(attributes)) {
+        LOG_INFO("%s is not a directory, skip", path.c_str());
+        return names::parsePeriodDir(name, period) && settleKind(path, true) < 0 ? -1 : 0;
+    }
     if (!names::parsePeriodDir(name, period)) {
         LOG_INFO("%s %s is not valid, skip", path.c_str(), name.c_str());
         return 0;
@@ -124,6 +150,13 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
             return -1;
         }
     }
+    const PeriodFiles files = periodFiles(directory, period);
+    for (const std::string& path :
+         {files.formal, files.backup, files.temp, names::dirStatFile(directory)}) {
+        if (settleKind(path, false) < 0) {
+            return -1;
+        }
+    }
     if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
             const bool halfWritten =
                 names::lastComponent(path).find(g_halfWritten) != std::string_view::npos;
@@ -131,17 +164,17 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
         }) != 0) {
         return LOG_FAIL("deal with %s fail", directory.c_str());
     }
-    const std::string formal = names::formalFile(directory, period);
-    if (giveWayToBackup(formal, kindOf(period).statusType) != 0) {
-        return LOG_FAIL("deal with %s fail", formal.c_str());
+    std::optional<FileSums> sums;
+    if (giveWayToBackup(files, period, sums) != 0) {
+        return LOG_FAIL("deal with %s fail", files.formal.c_str());
     }
-    if (!platform().exists(formal)) {
-        LOG_INFO("%s not exist, skip", formal.c_str());
+    if (!platform().exists(files.formal)) {
+        LOG_INFO("%s not exist, skip", files.formal.c_str());
     }
     if (settleTopLists(directory, period) != 0) {
         return -1;
     }
-    return makeMissingLists(directory, period);
+    return makeMissingLists(files, period, sums);
 }
 
 int ExceptionCheck::dealWithFile(const std::string& path) {
@@ -204,16 +237,28 @@ int ExceptionCheck::tryRecovery(const std::string& formal) {
     return Util::restoreBackup(formal);
 }
 
-// A damaged formal file gives way to its backup, and that, if it is damaged too, to nothing.
-int ExceptionCheck::giveWayToBackup(const std::string& formal, uint32_t statusType) {
-    for (Reading reading = Reading::IfRecent; platform().exists(formal);
-         reading = Reading::Always) {
-        const int ret = checkFile(formal, statusType, reading);
-        if (ret <= 0) {
-            return ret;
+// A damaged formal file gives way to its backup, and that, if it is damaged too, to nothing. `sums`
+// is what the file holds, if it was read through.
+int ExceptionCheck::giveWayToBackup(const PeriodFiles& files, Period period,
+                                    std::optional<FileSums>& sums) {
+    std::unique_ptr<UrlFile> file;
+    bool fellBack = false;
+    if (openFormal(files, period, file, &fellBack) < 0) {
+        return -1;
+    }
+    file.reset();
+    Reading reading = fellBack ? Reading::Always : Reading::IfRecent;
+    for (; platform().exists(files.formal); reading = Reading::Always) {
+        FileSums found;
+        const int ret = checkFile(files.formal, kindOf(period).statusType, reading, &found);
+        if (ret == 0) {
+            sums = std::move(found);
         }
-        if (Util::setAside(formal) != 0) {
-            return LOG_FAIL("remove broken file %s fail", formal.c_str());
+        if (ret != 1) {
+            return ret < 0 ? -1 : 0;
+        }
+        if (Util::setAside(files.formal) != 0) {
+            return LOG_FAIL("remove broken file %s fail", files.formal.c_str());
         }
     }
     return 0;
@@ -238,21 +283,23 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
 }
 
 // A formal file that turns out to be damaged gives way to its backup, which gets the lists instead.
-int ExceptionCheck::makeMissingLists(const std::string& directory, Period period) {
-    const std::string formal = names::formalFile(directory, period);
-    for (int tries = 0; tries < 2 && platform().exists(formal); ++tries) {
-        const int lists = checkTopLists(directory, formal, kindOf(period).statusType);
+int ExceptionCheck::makeMissingLists(const PeriodFiles& files, Period period,
+                                     const std::optional<FileSums>& sums) {
+    const FileSums* known = sums ? &*sums : nullptr;
+    for (int tries = 0; tries < 2 && platform().exists(files.formal); ++tries) {
+        const int lists = checkTopLists(files.directory, files.formal, known);
         if (lists <= 0) {
             return lists;
         }
         TopUrlRecord top;
-        if (Util::deleteTopLists(directory) == 0 &&
-            top.createTop(kindOf(period).statusType, directory, formal) == 0) {
+        if (Util::deleteTopLists(files.directory) == 0 &&
+            top.createTop(kindOf(period).statusType, files.directory, files.formal) == 0) {
             return 0;
         }
-        LOG_ERROR("create top for %s fail", formal.c_str());
+        LOG_ERROR("create top for %s fail", files.formal.c_str());
+        known = nullptr; // another file may stand here now
     }
-    return platform().exists(formal) ? -1 : 0;
+    return platform().exists(files.formal) ? -1 : 0;
 }
 
 } // namespace kestrine

@@ -2,9 +2,11 @@
 // state, whatever an interruption left. It may itself be interrupted anywhere and done again.
 #pragma once
 
+#include "storage/verify.h"
 #include "tree/period.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kestrine {
@@ -32,9 +34,11 @@ public:
 
 private:
     [[nodiscard]] int removeHalfWritten(const std::string& path);
-    [[nodiscard]] static int giveWayToBackup(const std::string& formal, uint32_t statusType);
+    [[nodiscard]] static int giveWayToBackup(const PeriodFiles& files, Period period,
+                                             std::optional<FileSums>& sums);
     [[nodiscard]] int settleTopLists(const std::string& directory, Period period);
-    [[nodiscard]] int makeMissingLists(const std::string& directory, Period period);
+    [[nodiscard]] int makeMissingLists(const PeriodFiles& files, Period period,
+                                       const std::optional<FileSums>& sums);
 };
 
 } // namespace kestrine

@@ -9,7 +9,9 @@
 #include "tree/names.h"
 #include "tree/quarantine.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <set>
 #include <vector>
 
 namespace kestrine {
@@ -28,81 +30,75 @@ int isRecent(const std::string& path, bool& recent) {
     return 0;
 }
 
-int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
-    UrlFile file;
-    if (file.open(path, OpenMode::Read) != 0) {
-        return LOG_FAIL("open %s fail", path.c_str());
-    }
-    if (file.readStatus(statusType) != 0) {
-        return 1;
-    }
-    total = file.statusTotal();
-    return file.close();
-}
-
-// "all.top" and the sums over the lists of the types.
+// The lists of a directory, compared with the file that they should be of.
 struct Lists {
-    bool haveAll = false;
-    bool damaged = false;
+    int64_t oldest = INT64_MAX; // time of the formal file; a list that is older is of another
+    bool stale = false;
     bool cut = false; // one holds as many records as a list can
+    bool haveAll = false;
     uint64_t all = 0;
     uint64_t types = 0;
+    std::set<std::string> names;
 
     // Lists that are not cut hold every visit; otherwise the lists of the types hold no fewer than
     // "all.top", which can take from all of them.
-    [[nodiscard]] bool fit(uint64_t total) const {
-        return haveAll && !damaged &&
-               (cut ? all <= types && types <= total : all == total && types == total);
+    [[nodiscard]] bool fit(const FileSums& sums) const {
+        const bool complete = std::ranges::all_of(sums.types, [this](uint32_t type) {
+            return names.contains(std::string(names::lastComponent(names::topFile("", type))));
+        });
+        return haveAll && !stale && complete &&
+               (cut ? all <= types && types <= sums.total
+                    : all == sums.total && types == sums.total);
     }
 };
 
 int addList(const std::string& path, Lists& lists) {
+    FileInfo info;
+    if (platform().info(path, info) != 0) {
+        return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
+    }
     FileSums sums;
     const int ret = verifyTwice(path, g_dayStatusType, RecordOrder::Count, &sums);
     if (ret < 0 || ret == 2) {
         return ret < 0 ? -1 : 0;
     }
     if (ret == 1) {
-        lists.damaged = true;
+        lists.stale = true;
         return Util::dumpBrokenFile(path);
     }
+    lists.stale = lists.stale || info.modified < lists.oldest;
     lists.cut = lists.cut || sums.records >= TopUrlRecord::g_listLength;
     const bool all = names::topAllFile(names::parentOf(path)) == path;
     lists.haveAll = lists.haveAll || all;
     (all ? lists.all : lists.types) += sums.total;
+    lists.names.emplace(names::lastComponent(path));
     return 0;
 }
 
 } // namespace
 
-int checkFile(const std::string& path, uint32_t statusType, Reading reading) {
+int checkFile(const std::string& path, uint32_t statusType, Reading reading, FileSums* sums) {
     bool recent = reading == Reading::Always;
     if (!recent && isRecent(path, recent) != 0) {
         return -1;
     }
     if (!recent || stopRequested()) {
-        return 0;
+        return 2;
     }
-    const int ret = verifyTwice(path, statusType);
-    return ret == 2 ? 0 : ret;
+    return verifyTwice(path, statusType, RecordOrder::Key, sums);
 }
 
-int checkTopLists(const std::string& directory, const std::string& formal, uint32_t statusType) {
+int checkTopLists(const std::string& directory, const std::string& formal, const FileSums* sums) {
     const std::string listDirectory = names::topDir(directory);
-    bool recent = false;
-    if (isRecent(formal, recent) != 0) {
-        return -1;
-    }
-    if (!recent || stopRequested()) {
+    if (sums == nullptr || stopRequested()) {
         return platform().exists(names::topAllFile(listDirectory)) ? 0 : 1;
     }
-    uint64_t total = 0;
-    const int ret = readTotal(formal, statusType, total);
-    if (ret != 0) {
-        LOG_ERROR("read status from %s fail", formal.c_str());
-        return ret;
+    FileInfo info;
+    if (platform().info(formal, info) != 0) {
+        return LOG_FAIL("_stati64 fail %s errno %d", formal.c_str(), errno);
     }
     Lists lists;
+    lists.oldest = info.modified;
     if (Util::tranverse(listDirectory, [&](const std::string& path, uint32_t attributes) {
             const bool list =
                 (attributes & g_attributeDirectory) == 0 && path.ends_with(g_listEnding);
@@ -110,7 +106,7 @@ int checkTopLists(const std::string& directory, const std::string& formal, uint3
         }) != 0) {
         return LOG_FAIL("tranverse %s fail", listDirectory.c_str());
     }
-    return stopRequested() || lists.fit(total) ? 0 : 1;
+    return stopRequested() || lists.fit(*sums) ? 0 : 1;
 }
 
 } // namespace kestrine

@@ -5,6 +5,8 @@
 // files are many and lie still; damage in them is found when they are read for a merge.
 #pragma once
 
+#include "storage/verify.h"
+
 #include <cstdint>
 #include <string>
 
@@ -12,15 +14,18 @@ namespace kestrine {
 
 enum class Reading { IfRecent, Always };
 
-// Reads a day, week, month or new-day file through. 0: good, or not looked at because it is old or
-// a stop was requested; 1: damaged; -1.
+// Reads a day, week, month or new-day file through. 0: good; 1: damaged; 2: not looked at, because
+// it is old or a stop was requested; -1: a call failed. `sums`, if given, is what a good file
+// holds.
 [[nodiscard]] int checkFile(const std::string& path, uint32_t statusType,
-                            Reading reading = Reading::IfRecent);
+                            Reading reading = Reading::IfRecent, FileSums* sums = nullptr);
 
 // Whether the top lists of a directory are those of its formal file, as far as can be told without
-// counting anew: there are all of them, each is good, and the sums fit. Damaged lists are moved to
-// "debug". 0: they are; 1: they are to be made anew; -1.
+// counting anew: none is older than the file, there is one of every type, each is good, and the
+// sums fit. Damaged lists are moved to "debug". `sums` is what the formal file holds; null: it was
+// not looked at, and then lists that are there count as good. 0: they are; 1: they are to be made
+// anew; -1.
 [[nodiscard]] int checkTopLists(const std::string& directory, const std::string& formal,
-                                uint32_t statusType);
+                                const FileSums* sums);
 
 } // namespace kestrine

@@ -1,6 +1,7 @@
 #include "storage/compress.h"
 
 #include "frame/log.h"
+#include "storage/reading.h"
 
 #include <cerrno>
 #include <zlib.h>
@@ -58,7 +59,8 @@ int Compress::unCompress(const uint8_t* source, int32_t sourceLength, ByteView* 
     const int result =
         uncompress(m_buffer.data(), &destLength, source, static_cast<uLong>(sourceLength));
     if (result != Z_OK) {
-        return LOG_FAIL("uncompress fail, ret %d", result);
+        LOG_ERROR("uncompress fail, ret %d", result);
+        return result == Z_MEM_ERROR ? -1 : g_damaged;
     }
     *data = m_buffer.span().first(destLength);
     return 0;

@@ -1,5 +1,6 @@
 #include "frame/buffer.h"
 #include "frame/log.h"
+#include "storage/reading.h"
 #include "storage/status.h"
 #include "storage/status_frame.h"
 #include "storage/url_key.h"
@@ -57,15 +58,16 @@ int DayStatus::readStatus(File* file, int64_t length, DayStatus& status) {
     }
     uint64_t stored = 0;
     Buffer body;
-    if (readStatusRecord(*file, length, stored, body) != 0) {
-        return -1;
+    if (const int result = readStatusRecord(*file, length, stored, body); result != 0) {
+        return result;
     }
     const uint64_t computed = urlKey(body.span());
     if (stored != computed) {
-        return LOG_FAIL("crc not match %llu %llu", static_cast<unsigned long long>(stored),
-                        static_cast<unsigned long long>(computed));
+        LOG_ERROR("crc not match %llu %llu", static_cast<unsigned long long>(stored),
+                  static_cast<unsigned long long>(computed));
+        return g_damaged;
     }
-    return status.parse(body.span());
+    return status.parse(body.span()) == 0 ? 0 : g_damaged;
 }
 
 int DayStatus::parse(ByteView body) {

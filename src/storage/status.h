@@ -44,7 +44,7 @@ public:
     // longer than the bound is refused.
     [[nodiscard]] int writeStatus(File* file) const;
     // Reads a record at the file's position; `length` bytes at most belong to it. Entries are
-    // appended. 0 or -1 (also on a wrong checksum).
+    // appended. 0; g_damaged (reading.h), also on a wrong checksum; -1.
     [[nodiscard]] static int readStatus(File* file, int64_t length, DayStatus& status);
     // Fills the fields from a body; a trailing partial entry is reported and left out.
     [[nodiscard]] int parse(ByteView body);
@@ -81,10 +81,11 @@ struct DateEntry {
 class WeekMonStatus {
 public:
     [[nodiscard]] int writeStatus(File* file) const;
-    // As DayStatus, but the checksum is not verified: a week or month status with a wrong one is
-    // accepted.
+    // As DayStatus, but a status with a wrong checksum is accepted; `checksumFits` tells.
     [[nodiscard]] static int readStatus(File* file, int64_t length, WeekMonStatus& status);
     [[nodiscard]] int parse(ByteView body);
+
+    [[nodiscard]] bool checksumFits() const { return m_checksumFits; }
 
     void setTotalCount(int64_t count);
     [[nodiscard]] int64_t totalCount() const { return m_totalCount; }
@@ -103,6 +104,7 @@ public:
     [[nodiscard]] int32_t counterOfDate(const std::string& path) const;
 
 private:
+    bool m_checksumFits = true;
     int64_t m_totalCount = 0;
     std::vector<DateEntry> m_entries;
     int32_t m_index = 0;

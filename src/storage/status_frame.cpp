@@ -2,6 +2,7 @@
 
 #include "frame/buffer.h"
 #include "frame/log.h"
+#include "storage/reading.h"
 #include "storage/status.h"
 #include "storage/url_key.h"
 
@@ -35,26 +36,26 @@ int writeStatusRecord(File& file, Buffer& record) {
 
 int readStatusRecord(File& file, int64_t length, uint64_t& checksum, Buffer& body) {
     std::array<uint8_t, g_statusFrameSize> frame{};
-    if (file.read(frame) != static_cast<int64_t>(frame.size())) {
-        return LOG_FAIL("fread fail, errno %d", errno);
+    const int64_t start = file.tell();
+    if (start < 0) {
+        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
+    }
+    if (const int result = readExactly(file, start, frame); result != 0) {
+        return result;
     }
     checksum = loadLittle<uint64_t>(frame.data());
     const auto len = loadLittle<uint32_t>(frame.data() + 8);
     const int64_t bound =
         len > g_maxStatusLength ? g_maxStatusLength : length - int64_t{g_statusFrameSize};
     if (int64_t{len} > bound) {
-        return LOG_FAIL("len out of range [0, %d] %d", static_cast<int32_t>(bound),
-                        static_cast<int32_t>(len));
+        LOG_ERROR("len out of range [0, %d] %d", static_cast<int32_t>(bound),
+                  static_cast<int32_t>(len));
+        return g_damaged;
     }
     if (body.allocate(len) != 0) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
-    const int64_t got = file.read(body.span());
-    if (got != int64_t{len}) {
-        return LOG_FAIL("fread fail, need %d ret %d errno %d", static_cast<int32_t>(len),
-                        static_cast<int32_t>(got), errno);
-    }
-    return 0;
+    return readExactly(file, start + int64_t{g_statusFrameSize}, body.span());
 }
 
 int storeStatusPath(uint8_t* field, std::string_view path) {

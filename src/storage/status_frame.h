@@ -18,8 +18,8 @@ constexpr size_t g_statusPathSize = 260; // path field of an entry, with its ter
 [[nodiscard]] int allocateStatus(size_t bodyLength, Buffer& record);
 // Fills in the frame of the record, whose body is complete, and writes it. 0 or -1.
 [[nodiscard]] int writeStatusRecord(File& file, Buffer& record);
-// Reads a record of at most `length` bytes: the stored checksum, not verified, and the body.
-// 0 or -1.
+// Reads a record of at most `length` bytes: the stored checksum, not verified, and the body. 0,
+// g_damaged (reading.h) or -1.
 [[nodiscard]] int readStatusRecord(File& file, int64_t length, uint64_t& checksum, Buffer& body);
 
 // Copies the path into a zeroed field. 0, or -1 when it is longer than the field.

@@ -3,6 +3,7 @@
 #include "storage/url_file.h"
 
 #include "frame/log.h"
+#include "frame/retry.h"
 
 #include <array>
 #include <cerrno>
@@ -36,7 +37,8 @@ int UrlFile::open(const std::string& path, OpenMode mode) {
         return LOG_FAIL("UrlFile::init fail");
     }
     startOver(path);
-    m_file = platform().open(path, mode);
+    m_broken = false;
+    m_file = triedAgain([&] { return platform().open(path, mode); });
     if (m_file == nullptr) {
         return LOG_FAIL("fopen %s fail, errno %d", path.c_str(), errno);
     }
@@ -55,7 +57,7 @@ void UrlFile::startOver(const std::string& path) {
 }
 
 int UrlFile::findSize() {
-    m_endPos = m_file->size();
+    m_endPos = triedAgain([this] { return m_file->size(); });
     if (m_endPos < 0) {
         LOG_ERROR("_stati64 fail %s errno %d", m_path.c_str(), errno);
         m_file.reset();
@@ -73,8 +75,7 @@ int UrlFile::close() {
     }
     const int result = m_file->close();
     if (result != 0) {
-        LOG_ERROR("fclose %s fail, errno %d, set broken flag", m_path.c_str(), errno);
-        m_broken = true;
+        LOG_ERROR("fclose %s fail, errno %d", m_path.c_str(), errno);
     }
     m_file.reset();
     return result == 0 ? 0 : -1;

@@ -7,7 +7,7 @@
 //
 // The status is found through the last 8 bytes, never by scanning. A file without a trailer is not
 // valid; every reader calls `readStatus` before its first block. Nothing read from a file is
-// trusted: what violates a bound marks the file broken.
+// trusted: what violates a bound marks the file broken. A call that fails does not.
 #pragma once
 
 #include "platform/platform.h"
@@ -30,7 +30,7 @@ public:
 
     [[nodiscard]] int init();
     [[nodiscard]] int open(const std::string& path, OpenMode mode);
-    // Closes the handle; a failure marks the file broken. Closing a closed file returns 0.
+    // Closes the handle. Closing a closed file returns 0.
     [[nodiscard]] int close();
     // Returns when everything written is on stable storage. Call between writeStatus and close of a
     // file that is to be renamed to a final name.
@@ -68,6 +68,7 @@ public:
 
     [[nodiscard]] const std::string& path() const { return m_path; }
     [[nodiscard]] bool isOpen() const { return m_file != nullptr; }
+    // Its bytes were found wrong.
     [[nodiscard]] bool broken() const { return m_broken; }
     void setBroken() { m_broken = true; }
     // Written: sum of the counts of everything written. Read: records read.
@@ -91,6 +92,7 @@ private:
     [[nodiscard]] int readWeekMonStatus(int64_t end);
     [[nodiscard]] int writeEndPosition();
     int breakFile(); // sets broken, reports it, returns -1
+    int failedRead(int result, const char* what);
 
     std::string m_path;
     std::unique_ptr<File> m_file;

@@ -1,4 +1,5 @@
 #include "frame/log.h"
+#include "storage/reading.h"
 #include "storage/url_file.h"
 
 namespace kestrine {
@@ -47,13 +48,19 @@ int UrlFile::readUrlRecordBlocks() {
     m_block->reset();
     m_headerPending = false;
     const int result = m_block->readOneBlock(*m_file, m_endPos);
-    if (result < 0) {
-        LOG_ERROR("readOneBlock fail, set broken flag %s", m_path.c_str());
-        m_broken = true;
-    } else if (result == 1) {
+    if (result == 1) {
         m_eof = true;
     }
-    return result;
+    return result == 0 || result == 1 ? result : failedRead(result, "readOneBlock");
+}
+
+// After a read that failed: wrong bytes make the file broken. Returns -1.
+int UrlFile::failedRead(int result, const char* what) {
+    if (result != g_damaged) {
+        return LOG_FAIL("%s fail %s", what, m_path.c_str());
+    }
+    m_broken = true;
+    return LOG_FAIL("%s fail, set broken flag %s", what, m_path.c_str());
 }
 
 int UrlFile::readBlockHeader(BlockHeader& header) {
@@ -78,10 +85,8 @@ int UrlFile::readNextHeader() {
         return LOG_FAIL("still have next");
     }
     const int result = m_block->readBlockHeader(*m_file, m_endPos);
-    if (result < 0) {
-        LOG_ERROR("read one block from %s fail, set broken flag", m_path.c_str());
-        m_broken = true;
-        return -1;
+    if (result != 0 && result != 1) {
+        return failedRead(result, "read one block");
     }
     m_headerPending = result == 0;
     m_eof = result == 1;
@@ -93,10 +98,8 @@ int UrlFile::readBlockData(ByteView& data) {
         return LOG_FAIL("param invalid");
     }
     m_headerPending = false;
-    if (m_block->readBlockData(*m_file, m_endPos) != 0) {
-        LOG_ERROR("read block data fail %s, set broken flag", m_path.c_str());
-        m_broken = true;
-        return -1;
+    if (const int result = m_block->readBlockData(*m_file, m_endPos); result != 0) {
+        return failedRead(result, "read block data");
     }
     data = m_block->storedData();
     return 0;
@@ -106,10 +109,8 @@ int UrlFile::unCompress() {
     if (m_block == nullptr || m_headerPending) {
         return LOG_FAIL("param invalid");
     }
-    if (m_block->unCompress() != 0) {
-        LOG_ERROR("uncompress fail %s, set broken flag", m_path.c_str());
-        m_broken = true;
-        return -1;
+    if (const int result = m_block->unCompress(); result != 0) {
+        return failedRead(result, "uncompress");
     }
     return 0;
 }

@@ -9,6 +9,8 @@
 //   4. Go back to the start of the file, where the next block read is the first.
 // Bytes between the status record and the end position are tolerated.
 #include "frame/log.h"
+#include "frame/retry.h"
+#include "storage/reading.h"
 #include "storage/url_file.h"
 
 #include <array>
@@ -58,18 +60,19 @@ int UrlFile::readStatus(uint32_t type) {
     if (type != g_dayStatusType && type != g_weekMonStatusType) {
         return LOG_FAIL("type invalid %X", type);
     }
-    const int64_t size = m_file->size();
+    const int64_t size = triedAgain([this] { return m_file->size(); });
     if (size < 0) {
         return LOG_FAIL("_stati64 %s fail, errno %d", m_path.c_str(), errno);
     }
-    if (readEndPosition(size) != 0) {
-        return -1;
-    }
+    int result = readEndPosition(size);
     const bool known = m_type == type && !std::holds_alternative<std::monostate>(m_status);
-    if (!known && readStatusRecord(size, type) != 0) {
-        return breakFile();
+    if (result == 0 && !known) {
+        result = readStatusRecord(size, type);
     }
-    if (m_file->seek(0) != 0) {
+    if (result != 0) {
+        return result == g_damaged ? breakFile() : -1;
+    }
+    if (triedAgain([this] { return m_file->seek(0); }) != 0) {
         return LOG_FAIL("_fseeki64 fail %s, errno %d, size %lld pos 0", m_path.c_str(), errno,
                         static_cast<long long>(size));
     }
@@ -79,30 +82,38 @@ int UrlFile::readStatus(uint32_t type) {
     return 0;
 }
 
+// 0, g_damaged or -1; so do the steps below.
 int UrlFile::readEndPosition(int64_t size) {
     const int64_t offset = size - g_endPositionSize;
-    if (offset < 0 || m_file->seek(offset) != 0) {
-        LOG_ERROR("_fseeki64 fail %s, errno %d, size %lld offset %lld", m_path.c_str(), errno,
-                  static_cast<long long>(size), static_cast<long long>(offset));
-        return breakFile();
+    const auto seekTo = [&](int64_t position) {
+        if (triedAgain([&] { return m_file->seek(position); }) == 0) {
+            return 0;
+        }
+        return LOG_FAIL("_fseeki64 fail %s, errno %d, size %lld offset %lld", m_path.c_str(), errno,
+                        static_cast<long long>(size), static_cast<long long>(position));
+    };
+    if (offset < 0) {
+        LOG_ERROR("%s is too short for an end position, size %lld", m_path.c_str(),
+                  static_cast<long long>(size));
+        return g_damaged;
+    }
+    if (seekTo(offset) != 0) {
+        return -1;
     }
     std::array<uint8_t, g_endPositionSize> bytes{};
-    const int64_t got = m_file->read(bytes);
-    if (got != g_endPositionSize) {
-        return LOG_FAIL("fread fail %s errno %d ret %d", m_path.c_str(), errno,
-                        static_cast<int32_t>(got));
+    if (const int result = readExactly(*m_file, offset, bytes); result != 0) {
+        LOG_ERROR("fread fail %s errno %d ret %d", m_path.c_str(), errno, result);
+        return result;
     }
     const auto endPos = loadLittle<int64_t>(bytes.data());
-    if (endPos > size - g_trailerSize) {
+    if (endPos < 0 || endPos > size - g_trailerSize) {
         LOG_ERROR("end pos out of range [0, %lld] %lld %s",
                   static_cast<long long>(size - g_trailerSize), static_cast<long long>(endPos),
                   m_path.c_str());
-        return breakFile();
+        return g_damaged;
     }
-    if (endPos < 0 || m_file->seek(endPos) != 0) {
-        LOG_ERROR("_fseeki64 fail %s, errno %d, size %lld endpos %lld", m_path.c_str(), errno,
-                  static_cast<long long>(size), static_cast<long long>(endPos));
-        return breakFile();
+    if (seekTo(endPos) != 0) {
+        return -1;
     }
     m_endPos = endPos;
     return 0;
@@ -117,7 +128,7 @@ int UrlFile::readStatusRecord(int64_t size, uint32_t type) {
     }
     if (position < 0) {
         m_status = std::monostate();
-        return -1;
+        return result == 0 ? -1 : result;
     }
     m_type = type;
     if (position != end) {
@@ -129,18 +140,20 @@ int UrlFile::readStatusRecord(int64_t size, uint32_t type) {
 
 int UrlFile::readDayStatus(int64_t end) {
     auto& status = m_status.emplace<DayStatus>();
-    if (DayStatus::readStatus(m_file.get(), end - m_endPos, status) != 0) {
-        return LOG_FAIL("DayStatus::readStatus fail");
+    const int result = DayStatus::readStatus(m_file.get(), end - m_endPos, status);
+    if (result != 0) {
+        LOG_ERROR("DayStatus::readStatus fail");
     }
-    return 0;
+    return result;
 }
 
 int UrlFile::readWeekMonStatus(int64_t end) {
     auto& status = m_status.emplace<WeekMonStatus>();
-    if (WeekMonStatus::readStatus(m_file.get(), end - m_endPos, status) != 0) {
-        return LOG_FAIL("WeekMonStatus::readStatus fail");
+    const int result = WeekMonStatus::readStatus(m_file.get(), end - m_endPos, status);
+    if (result != 0) {
+        LOG_ERROR("WeekMonStatus::readStatus fail");
     }
-    return 0;
+    return result;
 }
 
 uint64_t UrlFile::statusTotal() const {

@@ -3,10 +3,12 @@
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "storage/compress.h"
+#include "storage/reading.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 
 namespace kestrine {
 namespace {
@@ -28,13 +30,6 @@ void reportDamagedRecord(ByteView bytes) {
         }
     }
     LOG_ERROR("record invalid, %d bytes left in the block", static_cast<int32_t>(bytes.size()));
-}
-
-[[nodiscard]] int readAll(File& file, std::span<uint8_t> buffer) {
-    if (file.read(buffer) != static_cast<int64_t>(buffer.size())) {
-        return LOG_FAIL("fread fail, errno %d", errno);
-    }
-    return 0;
 }
 
 } // namespace
@@ -104,20 +99,22 @@ int UrlRecordBlock::writeOneBlock(File& file) {
 // ---- reading
 
 int UrlRecordBlock::readOneBlock(File& file, int64_t endPos) {
-    const int result = readBlockHeader(file, endPos);
-    if (result < 0) {
-        LOG_ERROR("readBlockHeader fail");
+    int result = readBlockHeader(file, endPos);
+    if (result == 1) {
+        return 1;
     }
     if (result != 0) {
+        LOG_ERROR("readBlockHeader fail");
         return result;
     }
-    if (readBlockData(file, endPos) != 0) {
-        return LOG_FAIL("read block data fail");
+    if (result = readBlockData(file, endPos); result != 0) {
+        LOG_ERROR("read block data fail");
+        return result;
     }
-    if (unCompress() != 0) {
-        return LOG_FAIL("unCompress fail");
+    if (result = unCompress(); result != 0) {
+        LOG_ERROR("unCompress fail");
     }
-    return 0;
+    return result;
 }
 
 int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
@@ -129,34 +126,35 @@ int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
         return 1;
     }
     std::array<uint8_t, BlockHeader::g_size> bytes{};
-    if (readAll(file, bytes) != 0) {
-        return -1;
+    if (const int result = readExactly(file, cur, bytes); result != 0) {
+        return result;
     }
     m_header.load(bytes);
     if (Util::validateBlockHeader(&m_header) != 0) {
         LOG_ERROR("validateBlockHeader fail");
         reset();
-        return -1;
+        return g_damaged;
     }
     m_used = m_recordIndex = m_offset = g_notDecoded;
     return 0;
 }
 
 int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
-    if (checkBlockData(file, endPos) != 0 ||
-        readAll(file, m_buffer.span().first(static_cast<size_t>(m_header.blockSize))) != 0) {
-        reset();
-        return -1;
+    const int64_t cur = file.tell();
+    int result = cur < 0 ? LOG_FAIL("_ftelli64 fail, errno %d", errno)
+                         : (checkBlockData(cur, endPos) == 0 ? 0 : g_damaged);
+    if (result == 0) {
+        result =
+            readExactly(file, cur, m_buffer.span().first(static_cast<size_t>(m_header.blockSize)));
     }
-    return 0;
+    if (result != 0) {
+        reset();
+    }
+    return result;
 }
 
-// The sizes in the header against the buffer and the end of the blocks.
-int UrlRecordBlock::checkBlockData(File& file, int64_t endPos) const {
-    const int64_t cur = file.tell();
-    if (cur < 0) {
-        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
-    }
+// The sizes in the header against the buffer and the end of the blocks. 0 or -1.
+int UrlRecordBlock::checkBlockData(int64_t cur, int64_t endPos) const {
     const bool compressed = m_header.flag == 1;
     if (!compressed && !rawDataFits()) {
         return -1;
@@ -184,9 +182,9 @@ int UrlRecordBlock::unCompress() {
     if (m_used != g_notDecoded || m_header.flag > 1) {
         return LOG_FAIL("ERROR");
     }
-    if (m_header.flag == 1 && decode() != 0) {
+    if (const int result = m_header.flag == 1 ? decode() : 0; result != 0) {
         reset();
-        return -1;
+        return result;
     }
     m_used = m_header.rawSize;
     m_recordIndex = 0;
@@ -200,14 +198,17 @@ int UrlRecordBlock::decode() {
         return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data;
-    if (compressor->unCompress(m_buffer.data(), m_header.blockSize, &data) != 0) {
-        return LOG_FAIL("unCompress fail");
+    if (const int result = compressor->unCompress(m_buffer.data(), m_header.blockSize, &data);
+        result != 0) {
+        LOG_ERROR("unCompress fail");
+        return result;
     }
     if (data.size() != static_cast<size_t>(m_header.rawSize)) {
-        return LOG_FAIL("uncompress size %d, raw %d", static_cast<int32_t>(data.size()),
-                        m_header.rawSize);
+        LOG_ERROR("uncompress size %d, raw %d", static_cast<int32_t>(data.size()),
+                  m_header.rawSize);
+        return g_damaged;
     }
-    std::ranges::copy(data, m_buffer.data());
+    std::memcpy(m_buffer.data(), data.data(), data.size());
     return 0;
 }
 

@@ -31,12 +31,13 @@ public:
     [[nodiscard]] size_t used() const { return m_used; }
 
     // ---- reading; `endPos` is where the blocks of the file end.
-    // Next block, decoded. 0, 1 (no further block before `endPos`) or -1.
+    // Next block, decoded. 0; 1: no further block before `endPos`; g_damaged (reading.h): its bytes
+    // are wrong; -1: a call failed.
     [[nodiscard]] int readOneBlock(File& file, int64_t endPos);
-    // The steps of it, for readers that copy blocks undecoded.
-    [[nodiscard]] int readBlockHeader(File& file, int64_t endPos); // 0, 1 or -1
-    [[nodiscard]] int readBlockData(File& file, int64_t endPos);   // 0 or -1
-    [[nodiscard]] int unCompress();                                // 0 or -1
+    // The steps of it, for readers that copy blocks undecoded; only the header can be the last.
+    [[nodiscard]] int readBlockHeader(File& file, int64_t endPos);
+    [[nodiscard]] int readBlockData(File& file, int64_t endPos);
+    [[nodiscard]] int unCompress();
     // The data as stored, between readBlockData and unCompress.
     [[nodiscard]] ByteView storedData() const;
     // The records' bytes of a decoded block; writable, so that a count can be folded in.
@@ -56,7 +57,7 @@ private:
     // been decoded.
     static constexpr int32_t g_notDecoded = 0x0FFFFFFF;
 
-    [[nodiscard]] int checkBlockData(File& file, int64_t endPos) const;
+    [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
     [[nodiscard]] bool rawDataFits() const;
     [[nodiscard]] int decode();
 

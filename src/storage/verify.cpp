@@ -70,25 +70,44 @@ int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder orde
         return LOG_FAIL("open %s fail", path.c_str());
     }
     if (file.readStatus(statusType) != 0) {
-        return 1;
+        return file.broken() ? 1 : LOG_FAIL("read status from %s fail", path.c_str());
     }
     VerifyingReader reader(file, order);
     UrlRecordView record;
+    std::set<uint32_t> types;
     int ret = 0;
     while ((ret = reader.readOneRecord(record)) == 0) {
         if (stopRequested()) {
             return 2;
         }
+        if (sums != nullptr) {
+            types.insert(record.type);
+        }
+    }
+    if (ret < 0) {
+        return file.broken() ? 1 : LOG_FAIL("read %s fail", path.c_str());
     }
     if (sums != nullptr) {
-        *sums = {reader.records(), reader.total()};
+        *sums = {reader.records(), reader.total(), std::move(types)};
     }
-    return ret == 1 ? 0 : 1;
+    return 0;
 }
 
 int verifyTwice(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
     const int ret = verifyUrlFile(path, statusType, order, sums);
     return ret == 1 ? verifyUrlFile(path, statusType, order, sums) : ret;
+}
+
+int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
+    UrlFile file;
+    if (file.open(path, OpenMode::Read) != 0) {
+        return LOG_FAIL("open %s fail", path.c_str());
+    }
+    if (file.readStatus(statusType) != 0) {
+        return file.broken() ? 1 : LOG_FAIL("read status from %s fail", path.c_str());
+    }
+    total = file.statusTotal();
+    return file.close();
 }
 
 } // namespace kestrine

@@ -4,6 +4,7 @@
 #include "storage/url_file.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 namespace kestrine {
@@ -42,16 +43,20 @@ private:
 // What a file holds.
 struct FileSums {
     uint64_t records = 0;
-    uint64_t total = 0; // sum of the counts
+    uint64_t total = 0;       // sum of the counts
+    std::set<uint32_t> types; // record types
 };
 
 // Reads the status and every record. 0 when the file is good, 1 when it is damaged, 2 when a stop
-// was requested before its end, -1 when it cannot be opened.
+// was requested before its end, -1 when a call failed, which says nothing about the file.
 [[nodiscard]] int verifyUrlFile(const std::string& path, uint32_t statusType,
                                 RecordOrder order = RecordOrder::Key, FileSums* sums = nullptr);
 // The same for who gives the file up then: 1 when it was found damaged twice, since a disk may fail
 // to read it once.
 [[nodiscard]] int verifyTwice(const std::string& path, uint32_t statusType,
                               RecordOrder order = RecordOrder::Key, FileSums* sums = nullptr);
+
+// The total that the status of a file names. 0; 1 when the status is damaged; -1.
+[[nodiscard]] int readTotal(const std::string& path, uint32_t statusType, uint64_t& total);
 
 } // namespace kestrine

@@ -1,7 +1,9 @@
 #include "frame/buffer.h"
 #include "frame/log.h"
+#include "storage/reading.h"
 #include "storage/status.h"
 #include "storage/status_frame.h"
+#include "storage/url_key.h"
 #include "tree/names.h"
 
 namespace kestrine {
@@ -49,12 +51,13 @@ int WeekMonStatus::readStatus(File* file, int64_t length, WeekMonStatus& status)
     if (file == nullptr) {
         return LOG_FAIL("param invalid");
     }
-    uint64_t notVerified = 0;
+    uint64_t stored = 0;
     Buffer body;
-    if (readStatusRecord(*file, length, notVerified, body) != 0) {
-        return -1;
+    if (const int result = readStatusRecord(*file, length, stored, body); result != 0) {
+        return result;
     }
-    return status.parse(body.span());
+    status.m_checksumFits = stored == urlKey(body.span());
+    return status.parse(body.span()) == 0 ? 0 : g_damaged;
 }
 
 int WeekMonStatus::parse(ByteView body) {

@@ -143,7 +143,8 @@ TEST_F(NewDataTest, PendingFilesAreThoseAboveTheCounter) {
     EXPECT_EQ(due(), Lines{"devid_1/20120303 8 2"});
 }
 
-// The call fails once; the damaged file lies in "debug" and the next call goes by what is left.
+// The damaged file lies in "debug". The call fails once where new-day files wait, and the next one
+// goes by what is left.
 TEST_F(NewDataTest, DamagedStatusIsSetAside) {
     const std::string pending = g_new + "4.daycrcsortnew";
     for (const auto& [file, backup] : {std::pair{g_day, true}, {g_day, false}, {pending, false}}) {

@@ -3,6 +3,8 @@
 #include "merge/merge_file_list.h"
 #include "support/stat_tree.h"
 
+#include "tree/calendar.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -135,24 +137,46 @@ TEST_F(MergeOperationsTest, DayMergeCombinesPositions) {
     EXPECT_EQ(positions, wanted);
 }
 
-TEST_F(MergeOperationsTest, NextNumberIsAboveWaitingFilesAndDayFile) {
-    const std::tuple<std::vector<std::string>, int32_t, int32_t> cases[] = {
-        // entries of the "new" directory, counter of the day file if there is one, result
-        {{}, -2, 0},           {{"0"}, -2, 1},
-        {{"3", "12"}, -2, 13}, {{}, 7, 8},
-        {{}, -1, 0},           {{"3"}, 7, 8},
-        {{"8", "9"}, 7, 10},   {{"x", "", "3x", "-4", "0x20", "2147483648"}, -2, 0}};
-    for (const auto& [entries, dayCounter, next] : cases) {
+TEST_F(MergeOperationsTest, NextNumberIsAboveAllThatAnyFileKnows) {
+    struct Case {
+        std::vector<std::string> waiting; // entries of the "new" directory
+        int32_t day;                      // counter of the day file; -2: there is none
+        int32_t week;                     // what the week file knows; -2: there is none
+        int32_t reached;
+        int32_t next;
+    };
+    const Case cases[] = {
+        {{}, -2, -2, -1, 0},
+        {{"0"}, -2, -2, 0, 1},
+        {{"3", "12"}, -2, -2, 12, 13},
+        {{}, 7, -2, 7, 8},
+        {{}, -1, -2, -1, 0},
+        {{"3"}, 7, 5, 7, 8},
+        {{"8", "9"}, 7, 9, 9, 10},
+        // One is left out when the week file knows more than day and waiting files.
+        {{}, -2, 5, -1, 7},
+        {{"8"}, 7, 9, 8, 11},
+        {{"x", "", "3x", "-4", "0x20", "2147483648"}, -2, -2, -1, 0}};
+    for (const auto& [waiting, day, week, reached, next] : cases) {
         m_disk.files.clear();
-        for (const std::string& name : entries) {
+        for (const std::string& name : waiting) {
             m_disk.files[newDir(g_date) + "/" + name + ".daycrcsortnew"] = {};
         }
-        if (dayCounter != -2) {
-            putDay(g_date, dayCounter);
+        if (day != -2) {
+            putDay(g_date, day);
+        }
+        if (week != -2) {
+            std::string begin;
+            std::string end;
+            ASSERT_EQ(getDateOfCurrentWeek(g_date, begin, end), 0);
+            put(names::formalFile(names::periodDir(g_accountDir, Period::Week, begin, end),
+                                  Period::Week),
+                upTo(week, g_date), weekMonStatusOf({{newDir(g_date), week}}));
         }
         int32_t counter = -5;
-        EXPECT_EQ(DiskTempFileList::getNextNewCounter(newDir(g_date), counter), 0);
-        EXPECT_EQ(counter, next) << testing::PrintToString(entries) << dayCounter;
+        EXPECT_EQ(DiskTempFileList::getNextNewCounter(newDir(g_date), reached, counter), 0);
+        EXPECT_EQ(counter, next) << testing::PrintToString(waiting) << day << week;
+        EXPECT_EQ(DiskTempFileList::getNextNewCounter(newDir(g_date), reached + 1, counter), 1);
     }
 }
 

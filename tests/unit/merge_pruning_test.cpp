@@ -161,7 +161,7 @@ TEST_F(MergePruningTest, LostFileIsBuiltFromDayFilesAndBroughtForward) {
         ASSERT_EQ(content.records, summed(m_parts));
         ASSERT_EQ(countersOf(content), counters);
         for (const int wanted : {0, 1}) {
-            ASSERT_EQ(run(month, days), wanted);
+            ASSERT_EQ(run(month), wanted);
             ASSERT_EQ(readUrlFile(month, g_weekMonStatusType).records, summed(all));
         }
     } while (choices.next());

@@ -1,5 +1,6 @@
 #include "recovery/exception_check.h"
 #include "recovery/period_check.h"
+#include "storage/formal_file.h"
 #include "support/choices.h"
 #include "support/stat_tree.h"
 
@@ -24,13 +25,18 @@ protected:
             put(path, upTo(held, g_date), dayStatusOf({{node(g_date), held, 28}}, held));
         } else {
             put(path, upTo(held, g_date),
-                weekMonStatusOf({{"D:/moved/20120302", 0}, {newDir(g_date), held}}));
+                weekMonStatusOf({{"D:/moved/acc/new/20120302", 0}, {newDir(g_date), held}}));
         }
     }
-    // The same for a number in digits; "bad": a file that cannot be read; ".", "gone": none.
+    // The same for a number in digits; "bad": a file that cannot be read; "other": one of
+    // another date or account; ".", "gone": none.
     void putState(const std::string& path, const std::string& state) {
         if (state == "bad") {
             m_disk.files[path] = {1, 2, 3};
+        } else if (state == "other" && path.find("/daycrcsort") != std::string::npos) {
+            put(path, upTo(1, g_date), dayStatusOf({{node("20120302"), 1, 28}}, 1));
+        } else if (state == "other") {
+            put(path, upTo(1, g_date), weekMonStatusOf({{"/t/stat/bob/new/20120303", 1}}));
         } else if (state != "gone" && state != ".") {
             putHeld(path, std::stoi(state));
         }
@@ -117,31 +123,31 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
     } while (choices.next() && !HasFailure());
 }
 
-TEST_F(RecoveryTest, PeriodsThatContradictTheirDays) {
+TEST_F(RecoveryTest, FilesThatContradictEachOther) {
     const std::string weekDir = std::string(g_accountDir) + "/week20120226_20120303";
     const std::string weekFile = weekDir + "/weekcrcsort";
-    // Day file and its backup, new-day files that wait, week file and its backup; then what waits
-    // and what the week file holds.
+    // Day file and its backup, new-day files that wait, week file and its backup, whether the logs
+    // are there (L); then what waits and what the week file holds.
     const char* const cases[] = {
         // What kills can leave, from nothing to a deletion that is half done: nothing is touched.
-        "gone . . . . . .", "gone . 0 . . 0 .", "0 . 0 . . 0 .", "0 . 0 0 . 0 0", "0 . . 0 . . 0",
-        "0 . 1 0 . 1 0", "0 . 012 0 . 012 0", "2 1 12 0 . 12 0", "2 1 2 2 1 2 2",
-        "1 . 01 -1 . 01 -1",
-        // New-day files beyond a gap go.
-        "1 . 34 1 . . 1", "1 . 2357 1 . 23 1", ". . 12 . . . .",
-        // Day file lost, with all that it held waiting or not; broken, with backups of every kind.
-        ". . . 2 1 . .", ". . 012 2 1 012 2", ". . 12 2 1 . .", "bad 1 . 2 1 . .",
-        "bad 1 2 2 1 2 2", "bad 1 23 2 1 23 2", "bad 0 23 2 1 . .", "bad bad 3 2 1 . .",
-        // Week file ahead of the day file, fallen back, or behind without files to bring it
-        // forward.
-        "1 . . 2 1 . .", "1 . 2 3 1 2 .", "2 1 . bad 1 . .", "2 1 2 bad 1 2 1", "2 1 2 bad 0 2 .",
-        "2 1 . bad bad . .", "2 1 . 1 0 . .",
-        // The date removed whole; and its logs read again.
-        "gone . . 5 4 . 5", "gone . 0 5 4 0 ."};
+        "gone . . . . . . .", "gone . 0 . . L 0 .", "0 . 0 0 . L 0 0", "0 . 1 0 . L 1 0",
+        "0 . 012 0 . L 012 0", "2 1 12 0 . L 12 0", "2 1 2 2 1 L 2 2", "1 . 01 -1 . L 01 -1",
+        // What waits beyond a gap is read again, if that can be; otherwise it stays.
+        "1 . 34 1 . L . 1", "1 . 2357 1 . L 23 1", ". . 12 . . L . .", "1 . 34 1 . . 34 1",
+        "1 . 2357 1 . . 2357 1",
+        // Day file lost or broken: one number left out above what the week file knows is no gap.
+        ". . . 2 1 . . 2", ". . 12 2 1 L . 2", ". . 12 2 1 . 12 2", ". . 4 2 1 L 4 2",
+        ". . 5 2 1 L . 2", "bad 1 . 2 1 L . 2", "bad 1 23 2 1 L 23 2", "bad 0 23 2 1 L . 2",
+        "bad 0 23 2 1 . 23 2", "bad bad 3 2 1 L . 2", "bad 1 4 2 1 L 4 2",
+        // A week file gives way to its backup only when it is damaged or belongs elsewhere.
+        "1 . . 2 1 L . 2", "1 . 2 3 1 L 2 3", "2 1 . 1 0 L . 1", "2 1 . bad 1 L . 1",
+        "2 1 2 bad bad L 2 .", "2 1 . other 1 . . 1", "other 1 . 1 . . . 1",
+        // A date that was removed whole.
+        "gone . . 5 4 L . 5"};
     for (const char* const row : cases) {
         SCOPED_TRACE(row);
-        std::string day, dayBackup, waiting, week, weekBackup, waitingAfter, weekAfter;
-        std::istringstream(row) >> day >> dayBackup >> waiting >> week >> weekBackup >>
+        std::string day, dayBackup, waiting, week, weekBackup, logs, waitingAfter, weekAfter;
+        std::istringstream(row) >> day >> dayBackup >> waiting >> week >> weekBackup >> logs >>
             waitingAfter >> weekAfter;
         m_disk.files.clear();
         m_disk.directories.clear();
@@ -155,11 +161,19 @@ TEST_F(RecoveryTest, PeriodsThatContradictTheirDays) {
                 putNew(g_date, digit - '0');
             }
         }
+        for (int32_t number = 0; number < 10 && logs == "L"; ++number) {
+            m_disk.files[names::datFile(names::typeDir(node(g_date)), number)] = {};
+        }
         putState(weekFile, week);
         putState(weekFile + "_backup", weekBackup);
         m_disk.files[weekDir + "/topn/all.top"] = {1};
         const auto before = m_disk.files;
         ASSERT_EQ(PeriodCheck(g_accountDir).check(), 0);
+        // A second time, as after a kill, and to see that damage nobody asked for is found.
+        std::unique_ptr<UrlFile> file;
+        const PeriodFiles files = periodFiles(names::dayDir(g_accountDir, g_date), Period::Day);
+        ASSERT_GE(openFormal(files, Period::Day, file), 0);
+        file.reset();
         std::string left;
         for (const std::string& name : m_disk.names(newDir(g_date))) {
             left += name.front();
@@ -171,7 +185,7 @@ TEST_F(RecoveryTest, PeriodsThatContradictTheirDays) {
         } else if (week != ".") {
             EXPECT_EQ(m_disk.names(weekDir).size(), 0U); // with backup and lists
         }
-        if (week == weekAfter && waiting == waitingAfter && day != "bad") {
+        if (week == weekAfter && waiting == waitingAfter && day != "bad" && day != "other") {
             EXPECT_EQ(difference(m_disk.files, before), "");
         }
         const auto settled = m_disk.files;

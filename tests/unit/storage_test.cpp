@@ -1,6 +1,7 @@
 // Records, block headers, the compressor, status records and the key of a host by themselves, then
 // whole files.
 #include "storage/compress.h"
+#include "storage/reading.h"
 #include "storage/url_key.h"
 #include "support/temp_dir.h"
 #include "support/url_file_helper.h"
@@ -89,10 +90,10 @@ protected:
 TEST_F(StatusTest, LengthsOnRead) {
     const std::tuple<size_t, size_t, int, int> table[] = {
         // body, length, results
-        {11, 11, -1, -1},       {12, 12, -1, 0},
-        {15, 15, -1, 0},        {16, 16, 0, 0},
-        {100, 101, -1, -1},     {100, ~0U, -1, -1},
-        {g_most, g_most, 0, 0}, {g_most + 1, g_most + 1, -1, -1}};
+        {11, 11, g_damaged, g_damaged},   {12, 12, g_damaged, 0},
+        {15, 15, g_damaged, 0},           {16, 16, 0, 0},
+        {100, 101, g_damaged, g_damaged}, {100, ~0U, g_damaged, g_damaged},
+        {g_most, g_most, 0, 0},           {g_most + 1, g_most + 1, g_damaged, g_damaged}};
     for (const auto& [body, length, dayResult, weekResult] : table) {
         DayStatus day;
         WeekMonStatus week;
@@ -103,8 +104,11 @@ TEST_F(StatusTest, LengthsOnRead) {
 
 // One more than the counter, the next number, must be a number too.
 TEST_F(StatusTest, CountersOfDaysHaveBounds) {
-    for (const auto& [counter, result] :
-         {std::pair(-2, -1), {-1, 0}, {INT32_MAX - 1, 0}, {INT32_MAX, -1}, {INT32_MIN, -1}}) {
+    for (const auto& [counter, result] : {std::pair(-2, g_damaged),
+                                          {-1, 0},
+                                          {INT32_MAX - 1, 0},
+                                          {INT32_MAX, g_damaged},
+                                          {INT32_MIN, g_damaged}}) {
         Bytes body(16);
         storeLittle(body.data(), counter);
         DayStatus day;

@@ -1,0 +1,185 @@
+#include "cycle/period_stage.h"
+
+#include "cycle/publish.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "merge/merge_file_list.h"
+#include "platform/platform.h"
+#include "storage/formal_file.h"
+#include "storage/verify.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace kestrine {
+
+namespace {
+
+// With a file of this name in the working directory the new-day files are kept.
+constexpr const char* g_keepMarker = "do_not_delete_daycrcsortnew";
+
+constexpr int g_again = 2; // result: a file was set aside, look at the period once more
+constexpr int g_maxLooks = 4;
+
+} // namespace
+
+int PeriodStage::run(bool all) {
+    std::vector<std::string> waiting;
+    std::vector<std::string> dates;
+    if (listDates(waiting, dates) != 0) {
+        return -1;
+    }
+    while (!dates.empty() && !stopRequested()) {
+        Group group;
+        if (m_kind.nextGroup(dates, group.dates, group.begin, group.end) != 0) {
+            return LOG_FAIL("%s fail", m_kind.nextGroupName.data());
+        }
+        group.waiting = std::ranges::any_of(group.dates, [&waiting](const std::string& date) {
+            return std::ranges::binary_search(waiting, date);
+        });
+        int ret = g_again;
+        for (int looks = 0; ret == g_again && looks < g_maxLooks; ++looks) {
+            ret = mergeOnePeriod(group, all);
+        }
+        if (ret != 0) {
+            return -1;
+        }
+    }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+    }
+    return 0;
+}
+
+// Dates with a directory of new-day files, and those with that or a day's directory, ascending. A
+// directory that passes for a date by its digits but is none of the calendar belongs to no week and
+// no month; its visits count in its day file.
+int PeriodStage::listDates(std::vector<std::string>& waiting, std::vector<std::string>& all) {
+    std::vector<std::string> listed;
+    if (Util::getDateInNewDirectory(m_accountDir, listed) != 0) {
+        return LOG_FAIL("getDatesWithDaycrcsortnew for %s fail", m_account.c_str());
+    }
+    for (const std::string& path : listed) {
+        if (names::isCalendarDate(names::lastComponent(path))) {
+            waiting.emplace_back(names::lastComponent(path));
+        } else {
+            LOG_INFO("%s is no date of the calendar, left out of week and month", path.c_str());
+        }
+    }
+    all = waiting;
+    if (Util::tranverse(m_accountDir, [&all](const std::string& path, uint32_t attributes) {
+            if ((attributes & g_attributeDirectory) != 0 &&
+                names::isCalendarDate(names::lastComponent(path))) {
+                all.emplace_back(names::lastComponent(path));
+            }
+            return 0;
+        }) != 0) {
+        return LOG_FAIL("tranverse %s fail", m_accountDir.c_str());
+    }
+    std::ranges::sort(all);
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+    return 0;
+}
+
+// 0; g_again; -1.
+int PeriodStage::mergeOnePeriod(const Group& group, bool all) {
+    const PeriodFiles files = periodFiles(
+        names::periodDir(m_accountDir, m_kind.period, group.begin, group.end), m_kind.period);
+    if (!all && !group.waiting && platform().exists(files.formal)) {
+        return 0;
+    }
+    std::unique_ptr<UrlFile> current;
+    const int found = openFormal(files, m_kind.period, current);
+    if (found < 0) {
+        return LOG_FAIL("read status of %s fail", files.formal.c_str());
+    }
+    WeekMonStatus status;
+    if (found == 0) {
+        status = *current->weekMonStatus();
+    }
+    current.reset();
+    PeriodState state;
+    if (const int ret = state.read(m_accountDir, group.dates); ret != 0) {
+        return ret > 0 ? g_again : -1;
+    }
+    if (found != 0 ? state.dayFiles().empty()
+                   : state.waitingFiles().empty() && state.fits(status)) {
+        return 0;
+    }
+    LOG_DEBUG("all daycrcsortnew:");
+    for (const std::string& path : state.waitingFiles()) {
+        LOG_DEBUG("week files %s", path.c_str());
+    }
+    if (Util::createDir(files.directory + "/") != 0) {
+        return LOG_FAIL("create dir %s fail", files.directory.c_str());
+    }
+    LOG_DEBUG("%s path %s", m_kind.fileName.data(), files.temp.c_str());
+    if (found != 0) {
+        return build(files, state);
+    }
+    return state.fits(status) ? bringForward(files, state) : countAnew(files, state, status);
+}
+
+int PeriodStage::bringForward(const PeriodFiles& files, const PeriodState& state) {
+    const std::vector<std::string> inputs = state.waitingFiles();
+    MergeFileList merge;
+    const int ret = merge.mergeNew2WeekMon(inputs, {}, files.temp);
+    if (ret != 0) {
+        return ret < 0 ? LOG_FAIL("mergeNew2Week fail") : 0;
+    }
+    return publishOutput(files, state, inputs);
+}
+
+int PeriodStage::build(const PeriodFiles& files, const PeriodState& state) {
+    MergeFileList merge;
+    const int ret = merge.mergeNew2WeekMon({}, state.dayFiles(), files.temp);
+    if (ret != 0) {
+        return ret < 0 ? LOG_FAIL("mergeNew2Week fail") : 0;
+    }
+    return publishOutput(files, state, state.dayFiles());
+}
+
+int PeriodStage::countAnew(const PeriodFiles& files, const PeriodState& state,
+                           const WeekMonStatus& status) {
+    LOG_ERROR("%s does not fit the day files, counted anew from them", files.formal.c_str());
+    MergeFileList merge;
+    const int ret = merge.mergeNew2WeekMon({}, state.dayFiles(), files.temp);
+    if (ret != 0) {
+        return ret < 0 ? LOG_FAIL("mergeNew2Week fail") : 0;
+    }
+    const int dominates = holdsAtLeast(files.temp, files.formal);
+    uint64_t total = 0;
+    if (dominates < 0 || dominates == 3) {
+        return dominates < 0 ? -1 : 0;
+    }
+    if (dominates == 0 && readTotal(files.temp, m_kind.statusType, total) != 0) {
+        return -1;
+    }
+    const uint64_t forward =
+        static_cast<uint64_t>(status.totalCount()) + state.waitingTotal(status);
+    if (dominates == 1 || (dominates == 0 && total >= forward)) {
+        return publishOutput(files, state, state.dayFiles());
+    }
+    if (platform().removeFile(files.temp) != 0) {
+        return LOG_FAIL("remove %s fail, errno %d", files.temp.c_str(), errno);
+    }
+    if (dominates == 2) {
+        return Util::setAside(files.formal) == 0 ? g_again : -1;
+    }
+    LOG_ERROR("%s holds visits that the day files lack, it is kept and brought forward",
+              files.formal.c_str());
+    return bringForward(files, state);
+}
+
+int PeriodStage::publishOutput(const PeriodFiles& files, const PeriodState& state,
+                               const std::vector<std::string>& inputs) {
+    const bool keep = !m_kind.deletesNewDayFiles || platform().exists(g_keepMarker);
+    return publish(files, m_kind.period, inputs,
+                   keep ? std::vector<std::string>() : state.waitingFiles());
+}
+
+} // namespace kestrine

@@ -1,0 +1,71 @@
+#include "cycle/publish.h"
+
+#include "cycle/url_stat.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "platform/platform.h"
+#include "storage/verify.h"
+#include "topn/top_url_record.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+#include "tree/replace.h"
+
+#include <cerrno>
+
+namespace kestrine {
+
+namespace {
+
+int deleteNewDayFiles(const std::vector<std::string>& files) {
+    for (const std::string& path : files) {
+        // Gone already is as good: what it held is in three files.
+        if (platform().removeFile(path) != 0 && errno != ENOENT) {
+            return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
+        }
+    }
+    return 0;
+}
+
+void setAsideDamaged(const std::string& path, uint32_t statusType) {
+    if (!platform().exists(path) || verifyTwice(path, statusType) != 1) {
+        return;
+    }
+    const bool formal = names::newDayNumber(path) < 0;
+    if ((formal ? Util::setAside(path) : Util::dumpBrokenFile(path)) != 0) {
+        LOG_ERROR("remove broken file %s fail", path.c_str());
+    }
+}
+
+} // namespace
+
+int publish(const PeriodFiles& files, Period period, const std::vector<std::string>& inputs,
+            const std::vector<std::string>& deleted) {
+    if (stopRequested()) {
+        return 0;
+    }
+    if (UrlStat::deleteDirStat(files.directory) != 0) {
+        return LOG_FAIL("deleteDirStat %s fail", files.directory.c_str());
+    }
+    if (Util::replaceFile(files.temp, files.formal) != 0) {
+        return LOG_FAIL("replace %s with %s fail", files.formal.c_str(), files.temp.c_str());
+    }
+    if (stopRequested()) {
+        return 0;
+    }
+    if (deleteNewDayFiles(deleted) != 0) {
+        return -1;
+    }
+    TopUrlRecord top;
+    const uint32_t type = kindOf(period).statusType;
+    if (top.createTop(type, files.directory, files.formal) != 0) {
+        LOG_ERROR("create top for %s fail", files.formal.c_str());
+        setAsideDamaged(files.formal, type);
+        for (const std::string& path : inputs) {
+            setAsideDamaged(path, g_dayStatusType);
+        }
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace kestrine

@@ -1,0 +1,162 @@
+#include "merge/date_ledger.h"
+
+#include "frame/log.h"
+#include "platform/platform.h"
+#include "storage/formal_file.h"
+#include "storage/url_file.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+
+#include <algorithm>
+
+namespace kestrine {
+
+int DateLedger::read(const std::string& accountDir, const std::string& date, bool* fellBack) {
+    m_dayStatus = DayStatus();
+    m_known = -1;
+    m_waiting.clear();
+    std::vector<std::string> files;
+    if (Util::getDaycrcsortNews(names::newDayDir(accountDir, date), files) != 0) {
+        return -1;
+    }
+    for (const std::string& path : files) {
+        m_waiting.emplace(names::newDayNumber(path), path);
+    }
+    const PeriodFiles day = periodFiles(names::dayDir(accountDir, date), Period::Day);
+    std::unique_ptr<UrlFile> file;
+    const int ret = openFormal(day, Period::Day, file, fellBack);
+    if (ret < 0) {
+        return LOG_FAIL("read status of %s fail", day.formal.c_str());
+    }
+    if (ret == 0) {
+        m_dayStatus = *file->dayStatus();
+    }
+    return readPeriods(accountDir, date, fellBack);
+}
+
+int DateLedger::readPeriods(const std::string& accountDir, const std::string& date,
+                            bool* fellBack) {
+    for (const PeriodKind& kind : periodKinds()) {
+        if (kind.range == nullptr || !names::isCalendarDate(date)) {
+            continue;
+        }
+        std::string begin;
+        std::string end;
+        if (kind.range(date, begin, end) != 0) {
+            return -1;
+        }
+        const PeriodFiles files =
+            periodFiles(names::periodDir(accountDir, kind.period, begin, end), kind.period);
+        std::unique_ptr<UrlFile> file;
+        const int ret = openFormal(files, kind.period, file, fellBack);
+        if (ret < 0) {
+            return LOG_FAIL("read status of %s fail", files.formal.c_str());
+        }
+        if (ret == 0) {
+            m_known = std::max(m_known, file->weekMonStatus()->counterOfDate(date));
+        }
+    }
+    return 0;
+}
+
+std::vector<std::string> DateLedger::dueFiles() const {
+    std::vector<std::string> files;
+    for (auto one = m_waiting.upper_bound(m_dayStatus.newCounter()); one != m_waiting.end();
+         ++one) {
+        files.push_back(one->second);
+    }
+    return files;
+}
+
+int32_t DateLedger::reached() const {
+    const int32_t highest = m_waiting.empty() ? -1 : m_waiting.rbegin()->first;
+    return std::max(highest, m_dayStatus.newCounter());
+}
+
+int64_t DateLedger::next() const {
+    return m_known > reached() ? int64_t{m_known} + 2 : int64_t{reached()} + 1;
+}
+
+// The last number, of the day file or waiting, before the first gap; `reached` without one. The
+// number that was left out on purpose above what week and month file know is no gap.
+int32_t DateLedger::lastBeforeGap() const {
+    int32_t last = m_dayStatus.newCounter();
+    for (auto one = m_waiting.upper_bound(last); one != m_waiting.end(); ++one) {
+        const bool follows = one->first == last + 1;
+        const bool leftOut = last < m_known && one->first == int64_t{m_known} + 2;
+        if (!follows && !leftOut) {
+            return last;
+        }
+        last = one->first;
+    }
+    return last;
+}
+
+// 0; 1 when the file is damaged, which shows when it is merged; -1.
+int DateLedger::addStatus(const std::string& path, DayStatus& status) const {
+    UrlFile file;
+    if (file.open(path, OpenMode::Read) != 0 || file.readStatus(g_dayStatusType) != 0) {
+        LOG_ERROR("read status from %s fail", path.c_str());
+        return file.broken() ? 1 : -1;
+    }
+    for (const NodeEntry& entry : file.dayStatus()->entries()) {
+        status.updateIfNewer(entry);
+    }
+    return 0;
+}
+
+// Whether every log file between the positions of the number `before` and those of the highest
+// waiting one is still there. False, too, when they cannot be told.
+int DateLedger::logsRemain(int32_t before, bool& remain) const {
+    remain = false;
+    DayStatus from = m_dayStatus;
+    DayStatus to;
+    for (auto one = m_waiting.upper_bound(m_dayStatus.newCounter()); one != m_waiting.end();
+         ++one) {
+        if (const int ret = addStatus(one->second, one->first <= before ? from : to); ret != 0) {
+            return ret < 0 ? -1 : 0;
+        }
+    }
+    for (const NodeEntry& node : to.entries()) {
+        const NodeEntry* const known = from.findEntry(node.path);
+        const std::string type = names::typeDir(node.path);
+        for (int32_t number = known == nullptr ? 0 : known->fileNumber + 1;
+             number <= node.fileNumber; ++number) {
+            if (!platform().exists(names::datFile(type, number))) {
+                return 0;
+            }
+        }
+    }
+    remain = true;
+    return 0;
+}
+
+int DateLedger::settleGap() {
+    const int32_t last = lastBeforeGap();
+    if (last == reached()) {
+        return 0;
+    }
+    bool remain = false;
+    if (logsRemain(last, remain) != 0) {
+        return -1;
+    }
+    if (!remain) {
+        LOG_ERROR("new-day files between number %d and %s are missing, and not all of their logs "
+                  "are there; what waits is merged without them",
+                  last, m_waiting.upper_bound(last)->second.c_str());
+        return 0;
+    }
+    // The highest goes first: after a kill the gap is still there.
+    while (!m_waiting.empty() && m_waiting.rbegin()->first > last) {
+        const std::string path = m_waiting.rbegin()->second;
+        LOG_ERROR("%s waits beyond a gap, set aside, its logs are read again", path.c_str());
+        if (Util::dumpBrokenFile(path) != 0) {
+            return LOG_FAIL("dumpBrokenFile %s fail", path.c_str());
+        }
+        m_waiting.erase(std::prev(m_waiting.end()));
+    }
+    return 0;
+}
+
+} // namespace kestrine

@@ -1,0 +1,72 @@
+#include "storage/formal_file.h"
+
+#include "frame/log.h"
+#include "platform/platform.h"
+#include "storage/ownership.h"
+#include "tree/names.h"
+#include "tree/quarantine.h"
+
+namespace kestrine {
+
+namespace {
+
+bool belongsHere(UrlFile& file, const std::string& directory) {
+    PeriodDir dir;
+    if (!names::parsePeriodDir(names::lastComponent(directory), dir)) {
+        return false;
+    }
+    const std::string account(names::lastComponent(names::parentOf(directory)));
+    return dir.period == Period::Day
+               ? belongsToDay(*file.dayStatus(), account, dir.begin)
+               : file.weekMonStatus()->checksumFits() &&
+                     belongsToPeriod(*file.weekMonStatus(), account, dir.begin, dir.end);
+}
+
+// 0; 1 when the bytes are wrong; -1.
+int openOnce(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>& file) {
+    file = std::make_unique<UrlFile>();
+    if (file->open(files.formal, OpenMode::Read) != 0) {
+        return LOG_FAIL("open %s fail", files.formal.c_str());
+    }
+    if (file->readStatus(kindOf(period).statusType) != 0) {
+        LOG_ERROR("read status from %s fail", files.formal.c_str());
+        return file->broken() ? 1 : -1;
+    }
+    if (!belongsHere(*file, files.directory)) {
+        LOG_ERROR("status of %s is damaged or of another account or date", files.formal.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>& file,
+               bool* fellBack) {
+    const auto note = [fellBack] {
+        if (fellBack != nullptr) {
+            *fellBack = true;
+        }
+    };
+    if (!platform().exists(files.formal) && platform().exists(files.backup)) {
+        note();
+        if (Util::restoreBackup(files.formal) != 0) {
+            return -1;
+        }
+    }
+    while (platform().exists(files.formal)) { // twice at most: the file, then its backup
+        const int ret = openOnce(files, period, file);
+        if (ret <= 0) {
+            return ret;
+        }
+        file.reset(); // closed before it is moved
+        note();
+        if (Util::setAside(files.formal) != 0) {
+            return LOG_FAIL("set aside %s fail", files.formal.c_str());
+        }
+    }
+    file.reset();
+    return 1;
+}
+
+} // namespace kestrine

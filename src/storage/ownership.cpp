@@ -1,0 +1,38 @@
+#include "storage/ownership.h"
+
+#include "platform/platform.h"
+#include "tree/names.h"
+
+#include <algorithm>
+
+namespace kestrine {
+
+namespace {
+
+bool isAccount(std::string_view name, std::string_view account) {
+    return platform().sameFileName(std::string(name), std::string(account));
+}
+
+} // namespace
+
+bool belongsToDay(const DayStatus& status, std::string_view account, std::string_view date) {
+    return !status.entries().empty() &&
+           std::ranges::all_of(status.entries(), [&](const NodeEntry& node) {
+               return names::lastComponent(node.path) == date &&
+                      isAccount(names::accountOfNode(node.path), account);
+           });
+}
+
+bool belongsToPeriod(const WeekMonStatus& status, std::string_view account, std::string_view begin,
+                     std::string_view end) {
+    return !status.entries().empty() &&
+           std::ranges::all_of(status.entries(), [&](const DateEntry& entry) {
+               const std::string_view date = names::lastComponent(entry.path);
+               const std::string_view accountDir = names::parentOf(names::parentOf(entry.path));
+               return names::isCalendarDate(date) && date >= begin && date <= end &&
+                      isAccount(names::lastComponent(accountDir), account) && entry.counter >= -1 &&
+                      entry.counter <= g_lastNewDayNumber;
+           });
+}
+
+} // namespace kestrine
