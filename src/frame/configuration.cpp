@@ -33,7 +33,7 @@ struct Configuration::NumericSetting {
     int32_t maximum;
 };
 
-const Configuration::NumericSetting Configuration::g_numericSettings[6] = {
+const Configuration::NumericSetting Configuration::g_numericSettings[7] = {
     {"maxHashMemory", "m_maxHashMemory", &Configuration::m_maxHashMemory, 102400, 1, 1048576},
     {"sleepTime", "m_sleepTime", &Configuration::m_sleepTime, 10800, 1, 36000},
     {"daycrcsortInterval", "m_daycrcsortInterval", &Configuration::m_daycrcsortInterval, 18000, 1,
@@ -42,6 +42,7 @@ const Configuration::NumericSetting Configuration::g_numericSettings[6] = {
      86400, 1, 172800},
     {"exportPersent", "m_exportPersent", &Configuration::m_exportPersent, 60, 1, 100},
     {"memoryDiskSize", "m_memoryDiskSize", &Configuration::m_memoryDiskSize, 512000, 1, 2097152},
+    {"settleTime", "m_settleTime", &Configuration::m_settleTime, 0, 0, 86400},
 };
 
 int Configuration::getInstance(Configuration** instance) {
@@ -128,6 +129,7 @@ void Configuration::logSettings() const {
     LOG_INFO("m_daycrcsortInterval %ds", m_daycrcsortInterval);
     LOG_INFO("m_weekmoncrcsortInterval %ds", m_weekmoncrcsortInterval);
     LOG_INFO("m_exportPersent %d%%", m_exportPersent);
+    LOG_INFO("m_settleTime %ds", m_settleTime);
     LOG_INFO("m_memoryDiskPath %s", m_memoryDiskPath.c_str());
     LOG_INFO("m_urlStatRoot %s", m_urlStatRoot.c_str());
 }

@@ -26,23 +26,22 @@ public:
     void setUrlStatRoot(const std::string& path);
     void setMemoryDiskPath(const std::string& path);
 
-    [[nodiscard]] int64_t maxHashMemory() const { return int64_t{m_maxHashMemory} * 1024; } // bytes
-    [[nodiscard]] int64_t memoryDiskSize() const {
-        return int64_t{m_memoryDiskSize} * 1024;
-    }                                                                                 // bytes
-    [[nodiscard]] int32_t urlBlockSize() const { return m_urlBlockSize * 1024; }      // bytes
-    [[nodiscard]] int32_t sleepTime() const { return m_sleepTime; }                   // seconds
-    [[nodiscard]] int32_t daycrcsortInterval() const { return m_daycrcsortInterval; } // seconds
-    [[nodiscard]] int32_t weekmoncrcsortInterval() const {
-        return m_weekmoncrcsortInterval;
-    } // seconds
+    // Sizes are bytes, times seconds.
+    [[nodiscard]] int64_t maxHashMemory() const { return int64_t{m_maxHashMemory} * 1024; }
+    [[nodiscard]] int64_t memoryDiskSize() const { return int64_t{m_memoryDiskSize} * 1024; }
+    [[nodiscard]] int32_t urlBlockSize() const { return m_urlBlockSize * 1024; }
+    [[nodiscard]] int32_t sleepTime() const { return m_sleepTime; }
+    [[nodiscard]] int32_t daycrcsortInterval() const { return m_daycrcsortInterval; }
+    [[nodiscard]] int32_t weekmoncrcsortInterval() const { return m_weekmoncrcsortInterval; }
     [[nodiscard]] int32_t exportPersent() const { return m_exportPersent; }
+    // How long a node's newest log file must have rested before it is opened; 0 opens it at once.
+    [[nodiscard]] int32_t settleTime() const { return m_settleTime; }
     [[nodiscard]] const std::string& memoryDiskPath() const { return m_memoryDiskPath; }
     [[nodiscard]] const std::string& urlStatRoot() const { return m_urlStatRoot; }
 
 private:
     struct NumericSetting;
-    static const NumericSetting g_numericSettings[6];
+    static const NumericSetting g_numericSettings[7];
 
     void logSettings() const;
 
@@ -54,6 +53,7 @@ private:
     int32_t m_exportPersent = 0;          // per cent
     int32_t m_memoryDiskSize = 0;         // KiB
     int32_t m_urlBlockSize = 0;           // KiB
+    int32_t m_settleTime = 0;             // seconds
     std::string m_memoryDiskPath;
     std::string m_urlStatRoot;
 };

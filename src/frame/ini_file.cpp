@@ -78,6 +78,10 @@ int IniFile::load(const std::string& fileName) {
 }
 
 int IniFile::parse(std::string_view text) {
+    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+    if (text.starts_with(byteOrderMark)) {
+        text.remove_prefix(byteOrderMark.size());
+    }
     while (!text.empty()) {
         const size_t lineEnd = std::min(text.find('\n'), text.size() - 1) + 1;
         const std::string_view line = text.substr(0, std::min(lineEnd, g_maxLine));

@@ -99,8 +99,26 @@ __attribute__((format(KESTRINE_PRINTF_DIALECT, 1, 0))) std::string formatText(co
     return text;
 }
 
+// Hosts and names come from outside: a control byte in them is written as \xNN, so that nobody can
+// forge a line.
+std::string escaped(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (byte >= 0x20 && byte != 0x7f) {
+            result += c;
+            continue;
+        }
+        constexpr char digits[] = "0123456789abcdef";
+        result += "\\x";
+        result += digits[byte >> 4];
+        result += digits[byte & 15];
+    }
+    return result;
+}
+
 std::string atPlace(const CodePlace& where, const std::string& text) {
-    return qualifiedName(where.function) + " " + std::to_string(where.line) + " " + text;
+    return qualifiedName(where.function) + " " + std::to_string(where.line) + " " + escaped(text);
 }
 
 void writeConsole(LogLevel level, const std::string& message) {
@@ -110,9 +128,7 @@ void writeConsole(LogLevel level, const std::string& message) {
     line += ':';
     line += message;
     line += '\n';
-    std::FILE* const stream = g_errorsToStderr ? stderr : stdout;
-    std::fwrite(line.data(), 1, line.size(), stream);
-    std::fflush(stream);
+    platform().writeConsole(line, g_errorsToStderr);
 }
 
 void writeFile(LogLevel level, const std::string& message) {

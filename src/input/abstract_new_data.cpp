@@ -17,6 +17,7 @@
 #include "tree/names.h"
 
 #include <algorithm>
+#include <map>
 #include <string_view>
 
 namespace kestrine {
@@ -61,21 +62,26 @@ int getAccountFilePath(std::string& path) {
     return 0;
 }
 
-// True when the account may have a directory of its own beside those of `accounts`.
-bool isUsable(const std::string& dataPath, const std::string& account,
-              const std::vector<std::string>& accounts) {
+struct FileNameLess {
+    bool operator()(const std::string& a, const std::string& b) const {
+        return platform().compareFileNames(a, b) < 0;
+    }
+};
+// Account paths by the names of their directories.
+using AccountNames = std::map<std::string, std::string, FileNameLess>;
+
+// True when the account may have a directory of its own beside those that are taken; it takes one.
+bool isUsable(const std::string& dataPath, const std::string& account, AccountNames& taken) {
     const std::string name = names::accountOf(account);
     const bool named = account.find_first_not_of('/', dataPath.size()) != std::string::npos;
-    if (!named || name.empty()) {
+    if (!named || name.empty() || !platform().isPlainPath(name)) {
         LOG_ERROR("account %s has no usable directory name, left out", account.c_str());
         return false;
     }
-    for (const std::string& other : accounts) {
-        if (platform().sameFileName(names::accountOf(other), name)) {
-            LOG_ERROR("account %s has the same directory name as %s, left out", account.c_str(),
-                      other.c_str());
-            return false;
-        }
+    if (const auto [other, added] = taken.emplace(name, account); !added) {
+        LOG_ERROR("account %s has the same directory name as %s, left out", account.c_str(),
+                  other->second.c_str());
+        return false;
     }
     return true;
 }
@@ -104,10 +110,11 @@ int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
     if (getDataPath(dataPath) != 0) {
         return LOG_FAIL("getDatPath fail");
     }
+    AccountNames taken;
     for (const AccountRecord& record : file.records()) {
         std::string account = dataPath + std::string(record.accountName());
         Util::replaceChar(account, '\\', '/');
-        if (isUsable(dataPath, account, accounts)) {
+        if (isUsable(dataPath, account, taken)) {
             accounts.push_back(std::move(account));
         }
     }

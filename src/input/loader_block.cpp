@@ -2,18 +2,37 @@
 
 #include "frame/bytes.h"
 #include "frame/log.h"
+#include "frame/retry.h"
 
 #include <algorithm>
 #include <cerrno>
 
 namespace kestrine {
 
+namespace {
+
+// Reads at the offset, where the file stands; a call that fails for a passing reason is tried
+// again.
+int64_t readFrom(File& file, int64_t offset, std::span<uint8_t> buffer) {
+    bool again = false;
+    return triedAgain([&]() -> int64_t {
+        if (again && file.seek(offset) != 0) {
+            return -1;
+        }
+        again = true;
+        return file.read(buffer);
+    });
+}
+
+} // namespace
+
 int getFileHeader(File& file, LogFileHeader& header) {
     std::array<uint8_t, g_logFileHeaderSize> bytes{};
-    const int64_t count = file.read(bytes);
+    const int64_t count = readFrom(file, 0, bytes);
     if (count != static_cast<int64_t>(bytes.size())) {
-        return LOG_FAIL("read file header fail sizoef(fh) %d nread %d",
-                        static_cast<int>(bytes.size()), static_cast<int>(count));
+        LOG_ERROR("read file header fail sizoef(fh) %d nread %d", static_cast<int>(bytes.size()),
+                  static_cast<int>(count));
+        return count < 0 ? g_readFailed : -1;
     }
     header.magic = loadLittle<uint32_t>(bytes.data());
     std::copy_n(bytes.begin() + 4, header.label.size(), header.label.begin());
@@ -40,17 +59,17 @@ int validateBlockHeader(const LogBlockHeader& header, uint32_t maxSize) {
     return 0;
 }
 
-int readNoWait(File& file, std::span<uint8_t> buffer) {
-    const int64_t count = file.read(buffer);
+int readNoWait(File& file, int64_t offset, std::span<uint8_t> buffer) {
+    const int64_t count = readFrom(file, offset, buffer);
     if (count < 0) {
         return g_readFailed;
     }
     return count == static_cast<int64_t>(buffer.size()) ? 0 : g_readUnfinished;
 }
 
-int readBlockHeaderNoWait(File& file, LogBlockHeader& header, uint32_t maxSize) {
+int readBlockHeaderNoWait(File& file, int64_t offset, LogBlockHeader& header, uint32_t maxSize) {
     std::array<uint8_t, g_logBlockHeaderSize> bytes{};
-    const int result = readNoWait(file, bytes);
+    const int result = readNoWait(file, offset, bytes);
     if (result != 0) {
         if (result == g_readFailed) {
             LOG_ERROR("readNoWait fail errno %d", errno);

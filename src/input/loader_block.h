@@ -51,17 +51,19 @@ struct LogBlockHeader {
     [[nodiscard]] uint32_t storedSize() const { return flag == 0 ? rawSize : blockSize; }
 };
 
-// Reads and tests the header at the file's position. 0 or -1.
+// Reads and tests the header at the start of the file, where it stands. 0, -1 (invalid, or not
+// there yet) or g_readFailed.
 [[nodiscard]] int getFileHeader(File& file, LogFileHeader& header);
 
 // 0, or -1 when a field has no valid value; `maxSize` bounds both sizes.
 [[nodiscard]] int validateBlockHeader(const LogBlockHeader& header, uint32_t maxSize);
 
-// Fills the buffer: 0, g_readFailed or g_readUnfinished.
-[[nodiscard]] int readNoWait(File& file, std::span<uint8_t> buffer);
+// Fills the buffer from the offset, where the file stands: 0, g_readFailed or g_readUnfinished.
+[[nodiscard]] int readNoWait(File& file, int64_t offset, std::span<uint8_t> buffer);
 
-// Reads and tests the header at the file's position. 0, -1 (invalid), g_readFailed or
+// Reads and tests the header at the offset, where the file stands. 0, -1 (invalid), g_readFailed or
 // g_readUnfinished.
-[[nodiscard]] int readBlockHeaderNoWait(File& file, LogBlockHeader& header, uint32_t maxSize);
+[[nodiscard]] int readBlockHeaderNoWait(File& file, int64_t offset, LogBlockHeader& header,
+                                        uint32_t maxSize);
 
 } // namespace kestrine

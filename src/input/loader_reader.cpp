@@ -10,6 +10,8 @@
 #include "frame/bytes.h"
 #include "frame/data_path.h"
 #include "frame/log.h"
+#include "frame/retry.h"
+#include "input/log_file_due.h"
 #include "input/user_buffer.h"
 #include "tree/names.h"
 
@@ -25,6 +27,7 @@ namespace kestrine {
 namespace {
 
 constexpr size_t g_entryLengthSize = 4;
+constexpr uint64_t g_skippedRecordLines = 3; // of a file that get a line of their own
 
 int logOffset(const LoaderPosition& position) {
     return static_cast<int>(position.offset);
@@ -44,19 +47,6 @@ int getFileSize(File& file, int64_t& size) {
     return 0;
 }
 
-bool validNetAction(ByteView payload) {
-    if (payload.size() < g_payloadActionOffset + 4) {
-        LOG_INFO("net action invalid %d, skip this record", 0);
-        return false;
-    }
-    const auto action = loadLittle<int32_t>(payload.data() + g_payloadActionOffset);
-    if (action < 2 || action > 4) {
-        LOG_INFO("net action invalid %d, skip this record", action);
-        return false;
-    }
-    return true;
-}
-
 } // namespace
 
 LoaderReader::~LoaderReader() {
@@ -65,7 +55,9 @@ LoaderReader::~LoaderReader() {
     }
 }
 
-int LoaderReader::init(std::span<uint8_t> compressedBuffer, std::span<uint8_t> rawBuffer) {
+int LoaderReader::init(std::span<uint8_t> compressedBuffer, std::span<uint8_t> rawBuffer,
+                       int32_t settleTime) {
+    m_settleTime = settleTime;
     m_compressedBuffer = compressedBuffer;
     m_rawBuffer = rawBuffer;
     m_capacity = std::min(compressedBuffer.size(), rawBuffer.size());
@@ -106,6 +98,7 @@ int LoaderReader::close() {
     if (!m_file) {
         return g_loaderDone;
     }
+    reportSkippedRecords();
     const int result = m_file->close();
     m_file.reset();
     if (result != 0) {
@@ -117,17 +110,13 @@ int LoaderReader::close() {
 
 int LoaderReader::openFile(int32_t fileNumber) {
     for (int32_t number = fileNumber;; ++number) {
+        // One whose name is too long, or that cannot be looked at for good, is taken for one that
+        // is not there yet: passing over it would go on and on in a directory without access.
+        const int there = isLogFileDue(m_nodePath, number, m_settleTime);
+        if (there != 1) {
+            return there == 0 ? g_loaderNoMore : g_loaderError;
+        }
         const std::string path = names::datFile(m_nodePath, number);
-        if (path.size() > g_maxPath) {
-            LOG_ERROR("snprintf fail");
-            return g_loaderError;
-        }
-        // One that cannot be looked at is taken for one that is not there yet: passing over it
-        // would go on and on in a directory without access.
-        FileInfo info;
-        if (platform().info(path, info) != 0) {
-            return g_loaderNoMore;
-        }
         const int result = tryOpenFile(path, number);
         if (result != g_loaderNoMore || number == std::numeric_limits<int32_t>::max()) {
             return result;
@@ -135,10 +124,19 @@ int LoaderReader::openFile(int32_t fileNumber) {
     }
 }
 
-// As openFile for one file; 2 when it is to be passed over.
+// As openFile for one file; 2 when it is to be passed over. A call that fails for a passing reason
+// fails the node, whose position stays: the file is good for all that is known of it.
 int LoaderReader::tryOpenFile(const std::string& path, int32_t fileNumber) {
     const int64_t next = int64_t{fileNumber} + 1;
-    m_file = platform().open(path, OpenMode::ReadExisting);
+    m_skippedRecords = 0;
+    m_file = triedAgain([&path] { return platform().open(path, OpenMode::ReadExisting); });
+    if (!m_file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
+        m_file = triedAgain([&path] { return platform().open(path, OpenMode::Read); });
+    }
+    if (!m_file && isPassing(errno)) {
+        LOG_ERROR("open %s fail errno %d", path.c_str(), errno);
+        return g_loaderError;
+    }
     if (!m_file) {
         LOG_ERROR("open %s fail errno %d. try to jump to next file %d %s %c", path.c_str(), errno,
                   static_cast<int>(next), m_nodePath.c_str(), m_type);
@@ -147,6 +145,9 @@ int LoaderReader::tryOpenFile(const std::string& path, int32_t fileNumber) {
     LOG_DEBUG("read %s", path.c_str());
     LogFileHeader header;
     const int result = getFileHeader(*m_file, header);
+    if (result == g_readFailed) {
+        return g_loaderError;
+    }
     if (result != 0) {
         if (close() != 0) {
             LOG_ERROR("close fail");
@@ -198,6 +199,7 @@ int LoaderReader::readHistory(std::span<uint8_t> buffer, size_t& used) {
     }
     errno = 0;
     m_errno = 0;
+    m_callFailed = false;
     while (m_file) {
         const int result = readHistoryInside(buffer, used);
         if (result == g_loaderDone) {
@@ -206,6 +208,9 @@ int LoaderReader::readHistory(std::span<uint8_t> buffer, size_t& used) {
         if (result == g_loaderError) {
             LOG_ERROR("readHistoryInside fail %c %d %d %d", m_type, m_current.fileNumber,
                       logOffset(m_current), m_current.third);
+        }
+        if (m_callFailed) {
+            return g_loaderError; // says nothing about the file, which must not be passed over
         }
         const int advanced = advanceFile();
         if (advanced != g_loaderDone) {
@@ -256,6 +261,7 @@ int LoaderReader::readHistoryInside(std::span<uint8_t> buffer, size_t& used) {
 int LoaderReader::readHistoryUnCompressData() {
     const int64_t position = m_file->tell();
     if (position < 0) {
+        m_callFailed = true;
         LOG_ERROR("ftell fail, errno %d", errno);
         return g_loaderError;
     }
@@ -264,9 +270,10 @@ int LoaderReader::readHistoryUnCompressData() {
         return g_loaderNoMore;
     }
     LogBlockHeader header;
-    const int result = readBlockHeaderNoWait(*m_file, header, largestBlock());
+    const int result = readBlockHeaderNoWait(*m_file, position, header, largestBlock());
     if (result != 0) {
         m_errno = errno;
+        m_callFailed = result == g_readFailed;
         LOG_INFO("readBlockHeaderNoWait fail, %c %d %d %d errno %d ret %d", m_type,
                  m_current.fileNumber, logOffset(m_current), m_current.third, m_errno, result);
         return g_loaderError;
@@ -287,8 +294,10 @@ int LoaderReader::readPayload(const LogBlockHeader& header, int64_t start) {
         return g_loaderNoMore;
     }
     const std::span<uint8_t> target = header.flag == 0 ? m_rawBuffer : m_compressedBuffer;
-    if (readNoWait(*m_file, target.first(header.storedSize())) != 0) {
+    if (const int result = readNoWait(*m_file, start, target.first(header.storedSize()));
+        result != 0) {
         m_errno = errno;
+        m_callFailed = result == g_readFailed;
         LOG_ERROR("readNoWait fail, errno %d %c %d %d %d", m_errno, m_type, m_current.fileNumber,
                   logOffset(m_current), m_current.third);
         return g_loaderError;
@@ -311,6 +320,29 @@ int LoaderReader::inflatePayload(const LogBlockHeader& header) {
                         static_cast<unsigned>(length));
     }
     return 0;
+}
+
+bool LoaderReader::validNetAction(ByteView payload) {
+    const bool present = payload.size() >= g_payloadActionOffset + 4;
+    const int32_t action =
+        present ? loadLittle<int32_t>(payload.data() + g_payloadActionOffset) : 0;
+    if (action >= 2 && action <= 4) {
+        return true;
+    }
+    if (++m_skippedRecords <= g_skippedRecordLines) {
+        LOG_INFO("net action invalid %d, skip this record", action);
+    }
+    return false;
+}
+
+// At the end of a file: how many records were skipped beyond those that had a line of their own.
+void LoaderReader::reportSkippedRecords() {
+    if (m_skippedRecords > g_skippedRecordLines) {
+        LOG_INFO("net action invalid in %llu records of file %d of %s, skipped",
+                 static_cast<unsigned long long>(m_skippedRecords), m_current.fileNumber,
+                 m_nodePath.c_str());
+    }
+    m_skippedRecords = 0;
 }
 
 LoaderReader::Fill LoaderReader::fillRecord(std::span<uint8_t> buffer, size_t& used) {

@@ -1,6 +1,7 @@
 // Reads the user-buffer records of one node of the log data, file after file.
 #pragma once
 
+#include "frame/bytes.h"
 #include "input/loader_block.h"
 
 #include <cstdint>
@@ -35,8 +36,10 @@ public:
     LoaderReader& operator=(const LoaderReader&) = delete;
 
     // Lends the buffers for a block as stored and as uncompressed; the smaller one is the largest
-    // block that can be read. 0, or -1 when one is missing.
-    [[nodiscard]] int init(std::span<uint8_t> compressedBuffer, std::span<uint8_t> rawBuffer);
+    // block that can be read. `settleTime`, in seconds: a node's newest file is not opened before
+    // it has rested that long. 0, or -1 when a buffer is missing.
+    [[nodiscard]] int init(std::span<uint8_t> compressedBuffer, std::span<uint8_t> rawBuffer,
+                           int32_t settleTime = 0);
 
     // Opens the first readable file from `startFileNumber` on; `nodePath` is the type directory
     // (DATA/ACCOUNT/devid_N/DATE/A). 0, 2 when there is none, or 3.
@@ -68,6 +71,8 @@ private:
     [[nodiscard]] int readPayload(const LogBlockHeader& header, int64_t start);
     [[nodiscard]] int inflatePayload(const LogBlockHeader& header);
     [[nodiscard]] Fill fillRecord(std::span<uint8_t> buffer, size_t& used);
+    [[nodiscard]] bool validNetAction(ByteView payload);
+    void reportSkippedRecords();
     void commitPosition();
     void dropRawData();
 
@@ -85,6 +90,9 @@ private:
     size_t m_rawLength = 0;
     size_t m_rawOffset = 0; // of the next record
     int m_errno = 0;
+    bool m_callFailed = false;     // the last failure was that of a call, not of the file
+    uint64_t m_skippedRecords = 0; // of the current file
+    int32_t m_settleTime = 0;
 };
 
 } // namespace kestrine

@@ -7,6 +7,7 @@
 
 #include "frame/configuration.h"
 #include "frame/log.h"
+#include "input/log_file_due.h"
 #include "platform/platform.h"
 #include "storage/formal_file.h"
 #include "storage/url_file.h"
@@ -106,11 +107,11 @@ int UrlFileNewData::haveNewData(const std::string& nodePath, int32_t fileNumber)
     if (fileNumber == std::numeric_limits<int32_t>::max()) {
         return 0;
     }
-    std::string path;
-    if (!formDatPath(nodePath, fileNumber + 1, path)) {
-        return -1;
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        return LOG_FAIL("Configuration::getInstance fail");
     }
-    return platform().exists(path) ? 1 : 0;
+    return isLogFileDue(names::typeDir(nodePath), fileNumber + 1, configuration->settleTime());
 }
 
 int UrlFileNewData::addNewNode(const std::string& datePath) {

@@ -15,6 +15,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrine {
@@ -82,7 +83,7 @@ struct LocalTime {
     int second = 0;
 };
 
-// A machine-wide name that exists while the process lives.
+// A name, machine-wide or of a lock file, that is held while the process lives.
 class NamedEvent {
 public:
     virtual ~NamedEvent() = default;
@@ -95,6 +96,13 @@ enum class NamedEventResult {
     InitializeDescriptorFailed,
     SetDaclFailed,
     CreateFailed,
+};
+
+enum class LockResult {
+    Locked,
+    HeldByAnother,
+    NotSupported, // the file system has no locks
+    Failed,
 };
 
 class Platform {
@@ -132,8 +140,17 @@ public:
     [[nodiscard]] virtual std::string resolvedPath(const std::string& path) = 0;
     // Whether a resolved path is where a volume begins: "/" or a mount point, a drive or a share.
     [[nodiscard]] virtual bool isVolumeRoot(const std::string& path) = 0;
-    // True when the two names would name the same file in one directory.
-    [[nodiscard]] virtual bool sameFileName(const std::string& a, const std::string& b) const = 0;
+    // An order of names in which those that would name the same file in one directory are equal:
+    // negative, 0 or positive.
+    [[nodiscard]] virtual int compareFileNames(const std::string& a,
+                                               const std::string& b) const = 0;
+    [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const {
+        return compareFileNames(a, b) == 0;
+    }
+    // Whether a path or name means to every part of the system what it says. On Windows not so: a
+    // drive without a slash behind it ("D:x" depends on a working directory) and '%' and '"', which
+    // the command interpreter reads.
+    [[nodiscard]] virtual bool isPlainPath(const std::string& path) const = 0;
 
     // ---- commands. Windows runs `command` through the command interpreter, other systems carry
     // out the same thing by system calls. 0, or the command's result.
@@ -154,9 +171,20 @@ public:
     [[nodiscard]] virtual std::string executablePath() = 0;
     [[nodiscard]] virtual NamedEventResult createNamedEvent(const std::string& name,
                                                             std::unique_ptr<NamedEvent>& event) = 0;
+    // Makes the file if it is not there and locks it against every other process, on other machines
+    // too where the file system can; the lock dies with the process, the file stays.
+    [[nodiscard]] virtual LockResult lockFile(const std::string& path,
+                                              std::unique_ptr<NamedEvent>& lock) = 0;
+    // To be called before anything is printed: a reader of the output that goes away must not end
+    // the process.
+    virtual void prepareConsole() = 0;
+    // Prints to the standard output, or to the standard error stream. Where the system can tell
+    // that nobody reads, the text is dropped after a moment instead of waiting for ever.
+    virtual void writeConsole(std::string_view text, bool toError) = 0;
     // Calls `handler` on a thread of its own for each of the given signals. Each signal works once
-    // and then has its default action again. On Windows console close, log-off and shutdown count
-    // as signal 15. Called once, before any other thread exists.
+    // and then, from before the handler is called, has its default action again. A hang-up of the
+    // terminal counts as signal 15; on Windows so do console close, log-off and shutdown. Called
+    // once, before any other thread exists.
     [[nodiscard]] virtual int installSignalHandler(std::span<const int> signals,
                                                    void (*handler)(int)) = 0;
 };

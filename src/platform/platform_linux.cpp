@@ -111,9 +111,11 @@ public:
         return itself.st_dev != parent.st_dev || itself.st_ino == parent.st_ino;
     }
 
-    [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {
-        return a == b;
+    [[nodiscard]] int compareFileNames(const std::string& a, const std::string& b) const override {
+        return a.compare(b);
     }
+
+    [[nodiscard]] bool isPlainPath(const std::string&) const override { return true; }
 
     [[nodiscard]] int removeTree(const std::string&, const std::string& path) override {
         return removeWholeTree(path);
@@ -157,6 +159,17 @@ public:
     [[nodiscard]] NamedEventResult createNamedEvent(const std::string& name,
                                                     std::unique_ptr<NamedEvent>& event) override {
         return bindName(name, event);
+    }
+
+    [[nodiscard]] LockResult lockFile(const std::string& path,
+                                      std::unique_ptr<NamedEvent>& lock) override {
+        return lockWholeFile(path, lock);
+    }
+
+    void prepareConsole() override { ignoreBrokenPipes(); }
+
+    void writeConsole(std::string_view text, bool toError) override {
+        writeStandardStream(text, toError);
     }
 
     [[nodiscard]] int installSignalHandler(std::span<const int> signals,

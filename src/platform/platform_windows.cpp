@@ -182,8 +182,19 @@ public:
         return sameFileName(root, whole);
     }
 
-    [[nodiscard]] bool sameFileName(const std::string& a, const std::string& b) const override {
-        return CompareStringOrdinal(wide(a).c_str(), -1, wide(b).c_str(), -1, TRUE) == CSTR_EQUAL;
+    // The file system drops dots and blanks at the end of a name.
+    [[nodiscard]] int compareFileNames(const std::string& a, const std::string& b) const override {
+        const auto taken = [](const std::string& name) {
+            return wide(name.substr(0, name.find_last_not_of(". ") + 1));
+        };
+        return CompareStringOrdinal(taken(a).c_str(), -1, taken(b).c_str(), -1, TRUE) - CSTR_EQUAL;
+    }
+
+    [[nodiscard]] bool isPlainPath(const std::string& path) const override {
+        const size_t colon = path.find(':');
+        const bool drive = colon == 1 && path.size() > 2 && (path[2] == '/' || path[2] == '\\');
+        return path.find_first_of("%\"") == std::string::npos &&
+               (colon == std::string::npos || (drive && path.find(':', 2) == std::string::npos));
     }
 
     [[nodiscard]] int removeTree(const std::string& command, const std::string& path) override {
@@ -223,6 +234,19 @@ public:
     [[nodiscard]] NamedEventResult createNamedEvent(const std::string& name,
                                                     std::unique_ptr<NamedEvent>& event) override {
         return createEvent(name, event);
+    }
+
+    [[nodiscard]] LockResult lockFile(const std::string& path,
+                                      std::unique_ptr<NamedEvent>& lock) override {
+        return lockWholeFile(path, lock);
+    }
+
+    void prepareConsole() override {}
+
+    void writeConsole(std::string_view text, bool toError) override {
+        std::FILE* const stream = toError ? stderr : stdout;
+        std::fwrite(text.data(), 1, text.size(), stream);
+        std::fflush(stream);
     }
 
     [[nodiscard]] int installSignalHandler(std::span<const int> signals,

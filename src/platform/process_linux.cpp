@@ -1,10 +1,16 @@
-// The single-instance name and the signals.
+// The single-instance name, the lock file, the console and the signals.
 #include "platform/system_linux.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -15,14 +21,14 @@ namespace kestrine {
 
 namespace {
 
-// Holds the name by its socket, or nothing when the name is another process's.
-class SocketName final : public NamedEvent {
+// Holds a name by its socket or a lock by its file, or nothing when it is another process's.
+class HeldName final : public NamedEvent {
 public:
-    explicit SocketName(Descriptor socket) : m_socket(std::move(socket)) {}
-    [[nodiscard]] int close() override { return m_socket.close(); }
+    explicit HeldName(Descriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+    [[nodiscard]] int close() override { return m_descriptor.close(); }
 
 private:
-    Descriptor m_socket;
+    Descriptor m_descriptor;
 };
 
 } // namespace
@@ -50,11 +56,67 @@ NamedEventResult bindName(const std::string& name, std::unique_ptr<NamedEvent>& 
         if (errno != EADDRINUSE) {
             return NamedEventResult::CreateFailed;
         }
-        event = std::make_unique<SocketName>(Descriptor(-1));
+        event = std::make_unique<HeldName>(Descriptor(-1));
         return NamedEventResult::AlreadyExists;
     }
-    event = std::make_unique<SocketName>(std::move(socket));
+    event = std::make_unique<HeldName>(std::move(socket));
     return NamedEventResult::Created;
+}
+
+// A lock of the open file, which the kernel takes back with its last descriptor.
+LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
+    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    if (file.get() < 0) {
+        fail();
+        return LockResult::Failed;
+    }
+    int result = 0;
+    do {
+        result = ::flock(file.get(), LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    if (result == 0) {
+        lock = std::make_unique<HeldName>(std::move(file));
+        return LockResult::Locked;
+    }
+    fail();
+    if (errno == EWOULDBLOCK) {
+        return LockResult::HeldByAnother;
+    }
+    return errno == ENOLCK || errno == ENOTSUP || errno == EINVAL ? LockResult::NotSupported
+                                                                  : LockResult::Failed;
+}
+
+void ignoreBrokenPipes() {
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+namespace {
+
+constexpr int g_consolePatience = 500; // ms for a reader of the output to take something
+
+// Whether the descriptor takes a line now. A reader that has taken nothing for a while is not
+// waited for again until it has.
+bool takesText(int descriptor) {
+    static std::atomic<bool> g_stuck{false};
+    pollfd wanted{descriptor, POLLOUT, 0};
+    const int ready = ::poll(&wanted, 1, g_stuck ? 0 : g_consolePatience);
+    g_stuck = ready == 0;
+    return ready != 0; // also when it cannot be told
+}
+
+} // namespace
+
+void writeStandardStream(std::string_view text, bool toError) {
+    const int descriptor = toError ? STDERR_FILENO : STDOUT_FILENO;
+    while (!text.empty() && takesText(descriptor)) {
+        // A pipe that is ready takes this much at once.
+        const auto put = ::write(descriptor, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
+        if (put > 0) {
+            text.remove_prefix(static_cast<size_t>(put));
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return;
+        }
+    }
 }
 
 namespace {
@@ -72,9 +134,9 @@ void waitForSignals(sigset_t waited, void (*handler)(int)) {
     for (;;) { // with every signal used up, `sigwait` waits for nothing at all
         int number = 0;
         if (sigwait(&waited, &number) == 0) {
-            handler(number);
             sigdelset(&waited, number);
             giveDefaultAction(number);
+            handler(number == SIGHUP ? SIGTERM : number);
         }
     }
 }
@@ -89,9 +151,9 @@ int startSignalThread(std::span<const int> signals, void (*handler)(int)) {
             return fail();
         }
     }
-    // A reader of our output that goes away must not end the service.
-    if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
-        return fail();
+    struct sigaction hangUp {};
+    if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) {
+        sigaddset(&waited, SIGHUP); // unless the service was started to outlive its terminal
     }
     // Every later thread inherits the mask.
     if (const int error = pthread_sigmask(SIG_BLOCK, &waited, nullptr); error != 0) {

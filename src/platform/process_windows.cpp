@@ -1,4 +1,4 @@
-// The single-instance name and the signals.
+// The single-instance name, the lock file and the signals.
 #include "platform/system_windows.h"
 
 #include <csignal>
@@ -58,6 +58,19 @@ NamedEventResult createEvent(const std::string& name, std::unique_ptr<NamedEvent
         return NamedEventResult::AlreadyExists;
     }
     return NamedEventResult::Created;
+}
+
+// Open without sharing: nobody else can open it until the process ends.
+LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
+    const HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        const bool held = GetLastError() == ERROR_SHARING_VIOLATION;
+        fail();
+        return held ? LockResult::HeldByAnother : LockResult::Failed;
+    }
+    lock = std::make_unique<EventHandle>(handle);
+    return LockResult::Locked;
 }
 
 namespace {

@@ -49,6 +49,9 @@ private:
 
 [[nodiscard]] NamedEventResult bindName(const std::string& name,
                                         std::unique_ptr<NamedEvent>& event);
+[[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
+void ignoreBrokenPipes();
+void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int startSignalThread(std::span<const int> signals, void (*handler)(int));
 
 } // namespace kestrine

@@ -60,6 +60,7 @@ template <typename Attempt, typename IsHopeless>
 
 [[nodiscard]] NamedEventResult createEvent(const std::string& name,
                                            std::unique_ptr<NamedEvent>& event);
+[[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
 [[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
 
 } // namespace kestrine

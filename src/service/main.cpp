@@ -16,6 +16,7 @@ using namespace kestrine;
 // Only the standard library can throw, when memory runs out. The next start then puts the tree
 // right, as after a kill.
 int main(int argc, char** argv) try {
+    platform().prepareConsole();
     std::unique_ptr<NamedEvent> instance;
     if (onlyOneInstance(&instance) != 0) {
         return LOG_FAIL("create instance fail");
@@ -24,6 +25,8 @@ int main(int argc, char** argv) try {
     if (const char* const argument = findDebugArgument({argv, static_cast<size_t>(argc)})) {
         g_debugLevel = debugLevelOf(argument);
     }
+    // Set before the handler stands, so that no request is ever overwritten.
+    g_isRunning = 1;
     constexpr std::array stopSignals = {15, 2};
     if (platform().installSignalHandler(stopSignals, signal_handler) != 0) {
         return LOG_FAIL("install signal handler fail, errcode %u", platform().lastError());
@@ -36,7 +39,6 @@ int main(int argc, char** argv) try {
     if (workThread.init() != 0) {
         return LOG_FAIL("init work thread fail");
     }
-    g_isRunning = 1;
     if (workThread.run() != 0) {
         return LOG_FAIL("run work thread fail");
     }

@@ -3,7 +3,7 @@
 
 namespace kestrine {
 
-// Handler of signals 2 and 15: reports the signal and clears the run flag. Any other number changes
+// Handler of signals 2 and 15: clears the run flag and reports the signal. Any other number changes
 // nothing.
 void signal_handler(int number);
 

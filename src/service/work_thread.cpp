@@ -18,6 +18,7 @@ namespace {
 
 constexpr uint32_t g_accountCheckInterval = 3600000; // ms
 constexpr uint32_t g_accountWait = 60000;            // ms between two looks for a first account
+constexpr uint32_t g_accountStep = 500;              // ms within which a stop is noticed
 constexpr int64_t g_pauseStep = 500;                 // ms
 constexpr int64_t g_pauseReport = 1000000;           // ms
 
@@ -27,9 +28,7 @@ int WorkThread::run() {
     if (removeTempFiles() != 0) {
         return LOG_FAIL("removeTempFiles fail");
     }
-    if (checkAccounts(m_accounts) != 0) {
-        return -1;
-    }
+    checkAccounts(m_accounts);
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
         return LOG_FAIL("Configuration::getInstance fail");
@@ -43,14 +42,14 @@ int WorkThread::run() {
 }
 
 // The start-up check: nothing is merged over a tree that could not be repaired.
-int WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
+void WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
     for (const std::string& account : accounts) {
         ExceptionCheck exceptionCheck;
         if (exceptionCheck.check(account) != 0) {
-            return LOG_FAIL("ExceptionCheck::check %s fail", account.c_str());
+            LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
+            m_failed.insert(account);
         }
     }
-    return 0;
 }
 
 int WorkThread::runLoop() {
@@ -90,16 +89,12 @@ int WorkThread::checkAccountChange() {
     if (accounts == m_accounts) {
         return 0;
     }
+    const std::set<std::string> known(m_accounts.begin(), m_accounts.end());
     std::vector<std::string> added;
-    std::copy_if(accounts.begin(), accounts.end(), std::back_inserter(added),
-                 [this](const std::string& account) {
-                     return std::find(m_accounts.begin(), m_accounts.end(), account) ==
-                            m_accounts.end();
-                 });
+    std::ranges::copy_if(accounts, std::back_inserter(added),
+                         [&known](const std::string& account) { return !known.contains(account); });
     m_accounts = accounts;
-    if (checkAccounts(added) != 0) {
-        return -1;
-    }
+    checkAccounts(added);
     if (reinit() != 0) {
         return LOG_FAIL("reinit fail");
     }
@@ -107,12 +102,13 @@ int WorkThread::checkAccountChange() {
 }
 
 int WorkThread::runAccounts() {
+    int result = m_failed.empty() ? 0 : -1;
     for (size_t i = 0; i < m_urlStats.size() && !stopRequested(); ++i) {
-        if (m_urlStats[i]->run(m_accounts[i]) != 0) {
-            return LOG_FAIL("run account %s fail", m_accounts[i].c_str());
+        if (!m_failed.contains(m_accounts[i]) && m_urlStats[i]->run(m_accounts[i]) != 0) {
+            result = LOG_FAIL("run account %s fail", m_accounts[i].c_str());
         }
     }
-    return 0;
+    return result;
 }
 
 void WorkThread::pause() {
@@ -137,7 +133,12 @@ int WorkThread::waitForAccounts() {
         if (tries % 60 == 0) {
             LOG_INFO("account size is 0");
         }
-        platform().sleep(g_accountWait);
+        for (uint32_t waited = 0; waited < g_accountWait; waited += g_accountStep) {
+            if (stopRequested()) {
+                return 0;
+            }
+            platform().sleep(g_accountStep);
+        }
     }
 }
 

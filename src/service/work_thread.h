@@ -2,9 +2,11 @@
 #pragma once
 
 #include "cycle/url_stat.h"
+#include "platform/platform.h"
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,12 +14,14 @@ namespace kestrine {
 
 class WorkThread {
 public:
-    // Fixes the data path, the memory-disk directory and the statistics root, and reads the account
-    // list, waiting until there is an account. 0 or -1.
+    // Fixes the data path, the memory-disk directory and the statistics root, which it locks
+    // against other instances, and reads the account list, waiting until there is an account. 0,
+    // also after a stop request, or -1.
     [[nodiscard]] int init();
     // Removes temporary directories, checks every account's tree, and then makes pass after pass
-    // until a stop is requested. 0 after a stop, -1 on failure; from the first pass on, temporary
-    // directories are removed on every way out.
+    // until a stop is requested. An account that fails ends the service, but only after the others
+    // had their run of that pass; one whose tree could not be checked has none. 0 after a stop, -1
+    // on failure; from the first pass on, temporary directories are removed on every way out.
     [[nodiscard]] int run();
 
     // One `UrlStat` per account of the current list. 0 or -1.
@@ -29,8 +33,10 @@ public:
     [[nodiscard]] int removeDeletedDate();
 
 private:
+    [[nodiscard]] int makeMemoryDisk() const;
+    [[nodiscard]] int lockRoot();
     [[nodiscard]] int waitForAccounts();
-    [[nodiscard]] int checkAccounts(const std::vector<std::string>& accounts);
+    void checkAccounts(const std::vector<std::string>& accounts);
     [[nodiscard]] int runLoop();
     [[nodiscard]] int accountCheckIfDue();
     [[nodiscard]] int checkAccountChange();
@@ -39,6 +45,8 @@ private:
 
     std::vector<std::string> m_accounts; // account paths, as last read
     std::vector<std::unique_ptr<UrlStat>> m_urlStats;
+    std::set<std::string> m_failed; // accounts whose tree could not be checked
+    std::unique_ptr<NamedEvent> m_lock;
     std::string m_dataPath;
     std::string m_urlStatRoot;
     std::string m_memoryDisk;
@@ -46,11 +54,5 @@ private:
     uint32_t m_lastCheck = 0; // tick of the last account check
     int32_t m_sleepTime = 0;  // seconds
 };
-
-// True for a directory that must not serve as the memory disk, which is deleted with all it holds:
-// a root of a volume, or one of the given directories or a parent of one. A volume that is mounted
-// in some directory may serve, as long as there is nothing on it but spill files.
-[[nodiscard]] bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
-                                      const std::string& urlStatRoot);
 
 } // namespace kestrine

@@ -3,6 +3,7 @@
 #include "frame/data_path.h"
 #include "frame/log.h"
 #include "platform/platform.h"
+#include "service/directory_guard.h"
 #include "service/work_thread.h"
 #include "tree/directories.h"
 #include "tree/listing.h"
@@ -18,6 +19,7 @@ namespace kestrine {
 namespace {
 
 constexpr std::string_view g_deletedPattern = "/_delete_*";
+constexpr std::string_view g_lockName = ".kestrine.lock"; // in the statistics root
 
 int createIfMissing(const std::string& path) {
     const std::string whole = path.ends_with('/') ? path : path + "/";
@@ -37,9 +39,6 @@ int sweepDirectory(const std::string& directory, const CodePlace& where) {
     int result = 0;
     for (const FindEntry& entry : entries) {
         const std::string path = names::join(directory, entry.name);
-        if (!platform().exists(path)) {
-            continue;
-        }
         const bool link = (entry.attributes & g_attributeLink) != 0;
         if (Util::isDirectory(entry) && !link) {
             if (Util::deleteDir(path) != 0) {
@@ -55,45 +54,7 @@ int sweepDirectory(const std::string& directory, const CodePlace& where) {
     return result;
 }
 
-// "/", "X:/", "//server/share".
-bool isNameOfVolume(std::string_view path) {
-    const std::string_view name = path.substr(0, path.find_last_not_of('/') + 1);
-    return name.empty() || name.ends_with(':') || name.starts_with("//");
-}
-
-// Nothing but ACCOUNT/DATE directories, if anything, as a killed service leaves them.
-bool holdsOnlySpillFiles(const std::string& directory) {
-    std::vector<FindEntry> accounts;
-    if (Util::listEntries(names::join(directory, "*"), accounts, KESTRINE_HERE) != 0) {
-        return false;
-    }
-    return std::ranges::all_of(accounts, [&directory](const FindEntry& account) {
-        std::vector<FindEntry> dates;
-        const std::string pattern = names::join(names::join(directory, account.name), "*");
-        return Util::isDirectory(account) && !account.name.starts_with('.') &&
-               Util::listEntries(pattern, dates, KESTRINE_HERE) == 0 &&
-               std::ranges::all_of(dates, [](const FindEntry& date) {
-                   Period period = Period::Week;
-                   return Util::isDirectory(date) && names::parsePeriodDir(date.name, period) &&
-                          period == Period::Day;
-               });
-    });
-}
-
-// A volume may be mounted for the purpose.
-bool isUnsafeVolume(const std::string& path) {
-    return platform().isVolumeRoot(path) && (isNameOfVolume(path) || !holdsOnlySpillFiles(path));
-}
-
 } // namespace
-
-bool isUnsafeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
-                        const std::string& urlStatRoot) {
-    const std::string path = platform().resolvedPath(memoryDisk);
-    return path.empty() || isUnsafeVolume(path) ||
-           names::liesBelow(platform().resolvedPath(dataPath), path) ||
-           names::liesBelow(platform().resolvedPath(urlStatRoot), path);
-}
 
 int WorkThread::init() {
     if (getDataPath(m_dataPath) != 0) {
@@ -113,13 +74,12 @@ int WorkThread::init() {
         m_urlStatRoot = m_dataPath + "/_urlstat";
         configuration->setUrlStatRoot(m_urlStatRoot);
     }
-    if (isUnsafeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot)) {
-        return LOG_FAIL(
-            "memory disk %s is the root of a volume or holds the log data or the statistics, "
-            "refused because it is deleted with all it holds",
-            m_memoryDisk.c_str());
+    if (!mayBeUrlStatRoot(m_urlStatRoot, m_dataPath) ||
+        !mayBeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot) ||
+        !leavesRoomForNames(m_memoryDisk, m_urlStatRoot)) {
+        return -1;
     }
-    if (createIfMissing(m_memoryDisk) != 0 || createIfMissing(m_urlStatRoot) != 0) {
+    if (makeMemoryDisk() != 0 || createIfMissing(m_urlStatRoot) != 0 || lockRoot() != 0) {
         return -1;
     }
     if (waitForAccounts() != 0) {
@@ -129,6 +89,36 @@ int WorkThread::init() {
         return LOG_FAIL("init fail");
     }
     return 0;
+}
+
+int WorkThread::makeMemoryDisk() const {
+    const bool made = !platform().exists(m_memoryDisk);
+    if (createIfMissing(m_memoryDisk) != 0) {
+        return -1;
+    }
+    const std::string marker = names::join(m_memoryDisk, g_memoryDiskMarker);
+    if (made && platform().open(marker, OpenMode::Truncate) == nullptr) {
+        LOG_INFO("mark %s fail, errno %d", m_memoryDisk.c_str(), errno);
+    }
+    return 0;
+}
+
+// The machine-wide name does not reach other containers and other machines, which may see the same
+// statistics.
+int WorkThread::lockRoot() {
+    const std::string path = names::join(m_urlStatRoot, g_lockName);
+    switch (platform().lockFile(path, m_lock)) {
+    case LockResult::Locked:
+        return 0;
+    case LockResult::HeldByAnother:
+        return LOG_FAIL("another instance is running on %s", m_urlStatRoot.c_str());
+    case LockResult::NotSupported:
+        LOG_INFO("no locks on the volume of %s, errno %d", m_urlStatRoot.c_str(), errno);
+        return 0;
+    case LockResult::Failed:
+        break;
+    }
+    return LOG_FAIL("lock %s fail, errno %d", path.c_str(), errno);
 }
 
 int WorkThread::removeTempFiles() {
@@ -149,7 +139,8 @@ int WorkThread::removeTempFiles() {
         logMessage(level, KESTRINE_HERE, "system %s fail, errno %d", command.c_str(), errno);
         return -1;
     };
-    if (remove(configuration->memoryDiskPath(), LogLevel::Error) != 0) {
+    if (!holdsOnlySpillFiles(configuration->memoryDiskPath()) ||
+        remove(configuration->memoryDiskPath(), LogLevel::Error) != 0) {
         return -1;
     }
     for (const std::string& account : m_accounts) {

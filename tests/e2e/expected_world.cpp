@@ -196,7 +196,8 @@ TreeText readTree(const std::string& statRoot, const std::string& logData) {
     std::error_code missing;
     for (const auto& entry : fs::recursive_directory_iterator(statRoot, missing)) {
         const std::string name = entry.path().generic_string().substr(statRoot.size() + 1);
-        if (!entry.is_directory() && !name.starts_with("debug/") && !name.ends_with("_backup")) {
+        if (!entry.is_directory() && !name.starts_with("debug/") && !name.ends_with("_backup") &&
+            name != ".kestrine.lock") {
             names.insert(name);
         }
     }

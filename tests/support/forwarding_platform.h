@@ -48,9 +48,10 @@ public:
         return m_target.resolvedPath(path);
     }
     bool isVolumeRoot(const std::string& path) override { return m_target.isVolumeRoot(path); }
-    bool sameFileName(const std::string& a, const std::string& b) const override {
-        return m_target.sameFileName(a, b);
+    int compareFileNames(const std::string& a, const std::string& b) const override {
+        return m_target.compareFileNames(a, b);
     }
+    bool isPlainPath(const std::string& path) const override { return m_target.isPlainPath(path); }
     int removeTree(const std::string& command, const std::string& path) override {
         return m_target.removeTree(command, path);
     }
@@ -65,6 +66,13 @@ public:
     NamedEventResult createNamedEvent(const std::string& name,
                                       std::unique_ptr<NamedEvent>& event) override {
         return m_target.createNamedEvent(name, event);
+    }
+    LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) override {
+        return m_target.lockFile(path, lock);
+    }
+    void prepareConsole() override { m_target.prepareConsole(); }
+    void writeConsole(std::string_view text, bool toError) override {
+        m_target.writeConsole(text, toError);
     }
     int installSignalHandler(std::span<const int> signals, void (*handler)(int)) override {
         return m_target.installSignalHandler(signals, handler);

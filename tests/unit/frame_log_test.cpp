@@ -38,6 +38,7 @@ protected:
     }
     std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
         std::fputs("<file>", stdout);
+        std::fflush(stdout); // the console's lines do not go through a buffer
         errno = EPERM;
         return FakeClockPlatform::open(path, mode);
     }

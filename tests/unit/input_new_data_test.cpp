@@ -171,8 +171,9 @@ TEST_F(NewDataTest, PathsAtTheLimit) {
     EXPECT_EQ(due(), Lines{longest + "/20120303 -1 0"}); // the other is left out
     writeStatus(g_day, 0, {{longest, 8, 1}});
     EXPECT_EQ(due(), Lines{});
-    writeStatus(g_day, 0, {{longest, 9, 1}}); // a status that names such a file fails the call
-    EXPECT_EQ(due(), Lines{"failed"});
+    writeStatus(g_day, 0, {{longest, 9, 1}, {"devid_1", 8, 1}}); // "10.dat" would be too long
+    put({"devid_1/20120303/A/0/9.dat"});
+    EXPECT_EQ(due(), Lines{"devid_1/20120303 8 1"}); // the date's other nodes go on
 }
 
 } // namespace

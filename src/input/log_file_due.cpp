@@ -1,0 +1,36 @@
+#include "input/log_file_due.h"
+
+#include "frame/log.h"
+#include "frame/retry.h"
+#include "platform/platform.h"
+#include "tree/names.h"
+
+#include <cerrno>
+#include <limits>
+
+namespace kestrine {
+
+namespace {
+
+bool hasSuccessor(const std::string& typeDirectory, int32_t number) {
+    return number < std::numeric_limits<int32_t>::max() &&
+           platform().exists(names::datFile(typeDirectory, number + 1));
+}
+
+} // namespace
+
+int isLogFileDue(const std::string& typeDirectory, int32_t number, int32_t settleTime) {
+    const std::string path = names::datFile(typeDirectory, number);
+    if (path.size() > g_maxPath) {
+        LOG_ERROR("path %s too long, no more of this node is read", path.c_str());
+        return 0;
+    }
+    FileInfo info;
+    if (triedAgain([&] { return platform().info(path, info); }) != 0) {
+        return isPassing(errno) ? LOG_FAIL("stat %s fail, errno %d", path.c_str(), errno) : 0;
+    }
+    const bool rested = settleTime == 0 || platform().now() - info.modified >= settleTime;
+    return rested || hasSuccessor(typeDirectory, number) ? 1 : 0;
+}
+
+} // namespace kestrine
