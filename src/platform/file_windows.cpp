@@ -107,14 +107,15 @@ Opening openingOf(OpenMode mode) {
 std::unique_ptr<File> openFile(const std::string& path, OpenMode mode) {
     const Opening opening = openingOf(mode);
     HANDLE handle = INVALID_HANDLE_VALUE;
-    const bool isOpen = tryWhileHeld(
-        [&] {
-            handle = CreateFileA(path.c_str(), opening.access,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                 opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-            return handle != INVALID_HANDLE_VALUE;
-        },
-        [&] { return refusesChange(path); });
+    const auto attempt = [&] {
+        handle = CreateFileA(path.c_str(), opening.access,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+        return handle != INVALID_HANDLE_VALUE;
+    };
+    const bool isOpen = mode == OpenMode::Append
+                            ? attempt() // the log's; a line is not worth waiting for
+                            : tryWhileHeld(attempt, [&] { return !isBeingDeleted(path); });
     if (!isOpen) {
         fail();
         return nullptr;

@@ -37,7 +37,7 @@ enum class OpenMode {
     Read,         // existing file, reading only ("rb")
     ReadExisting, // existing file that must also be writable, never written here ("rb+")
     Truncate,     // new or emptied file, reading and writing ("wb+")
-    Append,       // new or existing file, every write goes to the end ("a+")
+    Append,       // new or existing file, every write goes to the end ("a+"); never waited for
 };
 
 // An open file with a position of its own. Unbuffered: a call is a system call, so callers move
@@ -164,6 +164,8 @@ public:
     [[nodiscard]] virtual int64_t now() = 0; // seconds since 1970
     [[nodiscard]] virtual LocalTime localTime() = 0;
     [[nodiscard]] virtual uint32_t tickCount() = 0; // milliseconds since boot, wraps at 2^32
+    // When the machine was started, by today's clock: seconds since 1970; INT64_MAX if unknown.
+    [[nodiscard]] virtual int64_t bootTime() = 0;
     virtual void sleep(uint32_t milliseconds) = 0;
 
     // ---- process

@@ -142,6 +142,11 @@ public:
         return static_cast<uint32_t>(int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000);
     }
 
+    [[nodiscard]] int64_t bootTime() override {
+        timespec time{};
+        return ::clock_gettime(CLOCK_BOOTTIME, &time) == 0 ? now() - time.tv_sec : INT64_MAX;
+    }
+
     void sleep(uint32_t milliseconds) override {
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }

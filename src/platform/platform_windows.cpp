@@ -26,8 +26,8 @@ constexpr ErrorPair g_errorPairs[] = {
     {ERROR_BAD_NETPATH, ENOENT},
     {ERROR_BAD_NET_NAME, ENOENT},
     {ERROR_ACCESS_DENIED, EACCES},
-    {ERROR_SHARING_VIOLATION, EACCES},
-    {ERROR_LOCK_VIOLATION, EACCES},
+    {ERROR_SHARING_VIOLATION, EBUSY}, // passes; a denied access does not
+    {ERROR_LOCK_VIOLATION, EBUSY},
     {ERROR_CURRENT_DIRECTORY, EACCES},
     {ERROR_WRITE_PROTECT, EROFS},
     {ERROR_FILE_EXISTS, EEXIST},
@@ -113,7 +113,7 @@ public:
     [[nodiscard]] int makeDirectory(const std::string& path) override {
         // A name whose directory was deleted while somebody had it open is refused for a moment.
         const bool made = tryWhileHeld([&] { return CreateDirectoryA(path.c_str(), nullptr); },
-                                       [] { return false; });
+                                       [&] { return !isBeingDeleted(path); });
         return made ? 0 : fail();
     }
 
@@ -215,6 +215,10 @@ public:
     }
 
     [[nodiscard]] uint32_t tickCount() override { return GetTickCount(); }
+
+    [[nodiscard]] int64_t bootTime() override {
+        return now() - static_cast<int64_t>(GetTickCount64() / 1000);
+    }
 
     void sleep(uint32_t milliseconds) override { Sleep(milliseconds); }
 

@@ -41,10 +41,19 @@ template <typename Attempt, typename IsHopeless>
     return true;
 }
 
-// True for a directory and for a file that is marked read-only: no writing, no deleting.
+// True for a directory and for a file that is marked read-only, which nobody may write or delete,
+// and where nothing is, so that it is the directory that refuses.
 [[nodiscard]] inline bool refusesChange(const std::string& path) {
-    return hasAttribute(GetFileAttributesA(path.c_str()),
-                        FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY);
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    return attributes == INVALID_FILE_ATTRIBUTES
+               ? GetLastError() == ERROR_FILE_NOT_FOUND
+               : hasAttribute(attributes, FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY);
+}
+
+// True when somebody still has open what was deleted: not even its attributes can be read.
+[[nodiscard]] inline bool isBeingDeleted(const std::string& path) {
+    return GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES &&
+           GetLastError() == ERROR_ACCESS_DENIED;
 }
 
 [[nodiscard]] std::unique_ptr<File> openFile(const std::string& path, OpenMode mode);

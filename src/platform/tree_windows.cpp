@@ -73,8 +73,13 @@ int renamePath(const std::string& from, const std::string& to) {
     const bool isDirectory =
         hasAttribute(GetFileAttributesA(from.c_str()), FILE_ATTRIBUTE_DIRECTORY);
     const DWORD flags = MOVEFILE_WRITE_THROUGH | (isDirectory ? 0 : MOVEFILE_REPLACE_EXISTING);
-    const bool renamed = tryWhileHeld([&] { return MoveFileExA(from.c_str(), to.c_str(), flags); },
-                                      [&] { return refusesChange(to); });
+    // A directory is denied while a file in it is open, or because its target is there.
+    const auto isHopeless = [&] {
+        return isDirectory ? GetFileAttributesA(to.c_str()) != INVALID_FILE_ATTRIBUTES
+                           : refusesChange(to);
+    };
+    const bool renamed =
+        tryWhileHeld([&] { return MoveFileExA(from.c_str(), to.c_str(), flags); }, isHopeless);
     return renamed ? 0 : fail();
 }
 

@@ -10,8 +10,8 @@
 //     d. a formal file without lists, or with lists that are damaged or not all there, gets new
 //        ones.
 //  3. Damaged new-day files, and files that contradict each other, are set aside
-//     (period_check.cpp). A file that gave way to its backup there needs new lists: step 2 again,
-//     and, as that may show damage, step 3.
+//     (period_check.cpp). Where a file gave way to its backup there, step 2 again for its
+//     directory, and, as that may show damage, step 3.
 #include "recovery/exception_check.h"
 
 #include "frame/configuration.h"
@@ -85,17 +85,22 @@ int ExceptionCheck::check(const std::string& accountPath) {
         }) != 0) {
         return LOG_FAIL("tranverseFile %s fail", newTree.c_str());
     }
+    if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
+            return checkDayWeekMon(path, attributes);
+        }) != 0) {
+        return LOG_FAIL("tranverse %s fail", directory.c_str());
+    }
     for (bool again = true; again;) {
-        if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
-                return checkDayWeekMon(path, attributes);
-            }) != 0) {
-            return LOG_FAIL("tranverse %s fail", directory.c_str());
-        }
         PeriodCheck periods(directory);
         if (periods.check() != 0) {
             return LOG_FAIL("check of periods of %s fail", directory.c_str());
         }
-        again = periods.fellBack();
+        for (const std::string& changed : periods.fellBack()) {
+            if (checkDayWeekMon(changed, g_attributeDirectory) != 0) {
+                return LOG_FAIL("check of %s fail", changed.c_str());
+            }
+        }
+        again = !periods.fellBack().empty();
     }
     return 0;
 }
@@ -247,7 +252,7 @@ int ExceptionCheck::giveWayToBackup(const PeriodFiles& files, Period period,
         return -1;
     }
     file.reset();
-    Reading reading = fellBack ? Reading::Always : Reading::IfRecent;
+    Reading reading = fellBack ? Reading::Always : Reading::IfMayBeTorn;
     for (; platform().exists(files.formal); reading = Reading::Always) {
         FileSums found;
         const int ret = checkFile(files.formal, kindOf(period).statusType, reading, &found);

@@ -21,12 +21,42 @@ namespace {
 constexpr int64_t g_recent = 35 * 86400; // seconds; a month, and some days until it is complete
 constexpr std::string_view g_listEnding = ".top";
 
-int isRecent(const std::string& path, bool& recent) {
+constexpr int64_t g_clockDoubt = 3600;      // seconds by which a clock may have been set back
+constexpr int64_t g_rested = 600;           // seconds; younger times are too close to compare
+constexpr int64_t g_longestSetWriting = 60; // seconds from the last list to the end of its set
+
+// Whether everything about a formal file and its lists says that they were written whole since the
+// machine was started, and then left alone: each was written after the one before, long enough
+// after the start, and nothing was changed in place or removed since. A kill tears nothing; only
+// what a power failure may have torn must be read through. In doubt, no.
+bool isSurelyWhole(const std::string& path, const FileInfo& file) {
+    const int64_t now = platform().now();
+    const int64_t boot = platform().bootTime();
+    const std::string lists = names::topDir(names::parentOf(path));
+    FileInfo set;
+    if (boot > now || file.modified < boot + g_clockDoubt || now - file.modified < g_rested ||
+        !platform().exists(names::topAllFile(lists)) || platform().info(lists, set) != 0) {
+        return false;
+    }
+    int64_t newest = file.modified;
+    const bool ordered = Util::tranverse(lists, [&](const std::string& list, uint32_t) {
+                             FileInfo info;
+                             if (platform().info(list, info) != 0) {
+                                 return 1;
+                             }
+                             newest = std::max(newest, info.modified);
+                             return info.modified < file.modified ? 1 : 0;
+                         }) == 0;
+    return ordered && newest <= set.modified && set.modified - newest <= g_longestSetWriting;
+}
+
+// Whether a file must be read through: it is recent, and may be torn.
+int mayBeTorn(const std::string& path, bool& torn) {
     FileInfo info;
     if (platform().info(path, info) != 0) {
         return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
     }
-    recent = platform().now() - info.modified < g_recent;
+    torn = platform().now() - info.modified < g_recent && !isSurelyWhole(path, info);
     return 0;
 }
 
@@ -78,11 +108,11 @@ int addList(const std::string& path, Lists& lists) {
 } // namespace
 
 int checkFile(const std::string& path, uint32_t statusType, Reading reading, FileSums* sums) {
-    bool recent = reading == Reading::Always;
-    if (!recent && isRecent(path, recent) != 0) {
+    bool read = reading == Reading::Always;
+    if (!read && mayBeTorn(path, read) != 0) {
         return -1;
     }
-    if (!recent || stopRequested()) {
+    if (!read || stopRequested()) {
         return 2;
     }
     return verifyTwice(path, statusType, RecordOrder::Key, sums);

@@ -16,6 +16,24 @@
 
 namespace kestrine {
 
+namespace {
+
+// The directories of the day, week and month of a date.
+std::set<std::string> directoriesOf(const std::string& accountDir, const std::string& date) {
+    std::set<std::string> directories{names::dayDir(accountDir, date)};
+    for (const PeriodKind& kind : periodKinds()) {
+        std::string begin;
+        std::string end;
+        if (kind.range != nullptr && names::isCalendarDate(date) &&
+            kind.range(date, begin, end) == 0) {
+            directories.insert(names::periodDir(accountDir, kind.period, begin, end));
+        }
+    }
+    return directories;
+}
+
+} // namespace
+
 int PeriodCheck::check() {
     std::set<std::string> dates;
     std::set<std::string> periods;
@@ -59,7 +77,14 @@ int PeriodCheck::checkDate(const std::string& date) {
         return -1;
     }
     DateLedger ledger;
-    return ledger.read(m_accountDir, date, &m_fellBack) == 0 ? ledger.settleGap() : -1;
+    bool fellBack = false;
+    if (ledger.read(m_accountDir, date, &fellBack) != 0) {
+        return -1;
+    }
+    if (fellBack) {
+        m_fellBack.merge(directoriesOf(m_accountDir, date));
+    }
+    return ledger.settleGap();
 }
 
 int PeriodCheck::checkWaiting(const std::string& date) {
@@ -93,7 +118,12 @@ int PeriodCheck::checkPeriod(const std::string& directory) {
     }
     const PeriodFiles files = periodFiles(directory, dir.period);
     std::unique_ptr<UrlFile> file;
-    if (const int ret = openFormal(files, dir.period, file, &m_fellBack); ret != 0) {
+    bool fellBack = false;
+    const int ret = openFormal(files, dir.period, file, &fellBack);
+    if (fellBack) {
+        m_fellBack.insert(directory);
+    }
+    if (ret != 0) {
         return ret < 0 ? -1 : 0;
     }
     std::vector<std::string> dates;

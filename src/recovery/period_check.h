@@ -18,8 +18,9 @@ public:
 
     // 0 or -1. The same after a kill anywhere.
     [[nodiscard]] int check();
-    // A day, week or month file gave way to its backup, or to nothing: it has no top lists now.
-    [[nodiscard]] bool fellBack() const { return m_fellBack; }
+    // Directories in which a day, week or month file may have given way to its backup, or to
+    // nothing: it has no top lists now.
+    [[nodiscard]] const std::set<std::string>& fellBack() const { return m_fellBack; }
 
 private:
     [[nodiscard]] int collectDates(std::set<std::string>& dates, std::set<std::string>& periods);
@@ -28,7 +29,7 @@ private:
     [[nodiscard]] int checkPeriod(const std::string& directory);
 
     std::string m_accountDir;
-    bool m_fellBack = false;
+    std::set<std::string> m_fellBack;
 };
 
 } // namespace kestrine

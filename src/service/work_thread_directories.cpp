@@ -22,8 +22,7 @@ constexpr std::string_view g_deletedPattern = "/_delete_*";
 constexpr std::string_view g_lockName = ".kestrine.lock"; // in the statistics root
 
 int createIfMissing(const std::string& path) {
-    const std::string whole = path.ends_with('/') ? path : path + "/";
-    if (!platform().exists(path) && Util::createDir(whole) != 0) {
+    if (Util::createDir(path.ends_with('/') ? path : path + "/") != 0) {
         return LOG_FAIL("create %s fail", path.c_str());
     }
     return 0;

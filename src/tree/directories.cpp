@@ -21,6 +21,11 @@ bool isNoDirectory(std::string_view prefix) {
     return drive || server || prefix.ends_with('/');
 }
 
+std::string directoryAbove(const std::string& path) {
+    const std::string_view above = names::parentOf(path);
+    return std::string(above.empty() ? std::string_view(".") : above);
+}
+
 // Empties a directory and removes it.
 int removeWhole(const std::string& directory, const CodePlace& where) {
     std::vector<FindEntry> entries;
@@ -46,8 +51,10 @@ int createDir(const std::string& path, Durable durable) {
         return LOG_FAIL("param null");
     }
     const std::string taken = path.substr(0, g_maxPath);
-    if (platform().exists(taken)) {
-        return 0;
+    const size_t lastSlash = taken.rfind('/');
+    const std::string last = taken.substr(0, lastSlash == std::string::npos ? 0 : lastSlash);
+    if (!last.empty() && platform().exists(last)) {
+        return durable == Durable::Yes ? makeDurable(last) : 0;
     }
     for (size_t end = taken.find('/', 1); end != std::string::npos;
          end = taken.find('/', end + 1)) {
@@ -66,9 +73,19 @@ int createDir(const std::string& path, Durable durable) {
     return 0;
 }
 
+int makeDurable(const std::string& directory) {
+    if (isNoDirectory(directory) || !platform().exists(directory)) {
+        return 0;
+    }
+    const std::string parent = directoryAbove(directory);
+    if (platform().syncDirectory(parent) != 0 && errno != EACCES && errno != EPERM) {
+        return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
+    }
+    return 0;
+}
+
 int syncParent(const std::string& path) {
-    const std::string_view above = names::parentOf(path);
-    const std::string parent(above.empty() ? std::string_view(".") : above);
+    const std::string parent = directoryAbove(path);
     if (platform().syncDirectory(parent) != 0) {
         return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
     }

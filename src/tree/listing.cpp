@@ -1,5 +1,6 @@
 #include "tree/listing.h"
 
+#include "frame/retry.h"
 #include "tree/names.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
                 const CodePlace& where) {
     entries.clear();
     FindStep step{};
-    if (platform().find(pattern, entries, step) == 0) {
+    if (triedAgain([&] { return platform().find(pattern, entries, step); }) == 0) {
         return 0;
     }
     const uint32_t error = platform().lastError();

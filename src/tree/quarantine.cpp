@@ -83,8 +83,11 @@ int restoreBackup(const std::string& formal) {
         return 0;
     }
     LOG_INFO("%s exist, rename back", backup.c_str());
-    if (deleteTopLists(std::string(names::parentOf(formal))) != 0 ||
-        platform().rename(backup, formal) != 0) {
+    const std::string directory(names::parentOf(formal));
+    if (deleteTopLists(directory) != 0) {
+        return LOG_FAIL("delete top lists of %s fail", directory.c_str());
+    }
+    if (platform().rename(backup, formal) != 0) {
         return LOG_FAIL("rename %s to %s fail, errno %d", backup.c_str(), formal.c_str(), errno);
     }
     return syncParent(formal);

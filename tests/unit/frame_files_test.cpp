@@ -54,6 +54,11 @@ TEST(CreateDir, MakesWhatEndsBeforeASlash) {
             EXPECT_EQ(Util::createDir(path), n <= calls.size() ? -1 : 0);
             EXPECT_EQ(machine.calls, Paths(calls.begin(), calls.begin() + std::ptrdiff_t(n) - 1));
             EXPECT_EQ(Util::createDir(path, Durable::No), 0); // over what is there
+            const ScopedPlatform next(machine);
+            const size_t before = machine.calls.size();
+            EXPECT_EQ(Util::createDir(path), 0); // a kill may have come before the last one's sync
+            EXPECT_EQ(machine.calls.size(), before + 1);
+            EXPECT_EQ(machine.calls.back(), calls.back());
         }
     }
 }
