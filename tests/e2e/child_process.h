@@ -11,7 +11,7 @@ namespace kestrine::test {
 
 // What ends a service in order; the values are those of the signals. A Windows program gets the
 // console event that its runtime turns into the signal.
-enum class StopRequest { Interrupt = 2, Terminate = 15 };
+enum class StopRequest { HangUp = 1, Interrupt = 2, Terminate = 15 };
 
 // All functions throw std::runtime_error when the system refuses.
 class ChildProcess {

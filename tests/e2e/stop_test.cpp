@@ -54,11 +54,25 @@ TEST_P(RandomStop, AtAnyMomentEndsInOrderAndLosesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stop, RandomStop,
-                         testing::Values(StopRequest::Interrupt, StopRequest::Terminate),
+                         testing::Values(StopRequest::Interrupt, StopRequest::Terminate,
+                                         StopRequest::HangUp),
                          [](const auto& request) {
-                             return request.param == StopRequest::Interrupt ? "Interrupt"
-                                                                            : "Terminate";
+                             return request.param == StopRequest::Interrupt   ? "Interrupt"
+                                    : request.param == StopRequest::Terminate ? "Terminate"
+                                                                              : "HangUp";
                          });
+
+// Right behind the line that says so, the handler stands.
+TEST(Stop, AnEarlyRequestIsKept) {
+    ServiceWorld world;
+    world.generate(tinyWorld(500));
+    for (int i = 0; i < 20; ++i) {
+        const auto service = world.start();
+        ASSERT_TRUE(service->waitForLine("m_maxHashMemory")) << service->tail();
+        std::this_thread::sleep_for(Microseconds(300 * i));
+        ASSERT_TRUE(world.stop(*service, StopRequest::Interrupt)) << service->tail();
+    }
+}
 
 // In a wait that the first one does not end.
 TEST(Stop, ASecondRequestEndsTheServiceAtOnce) {

@@ -61,23 +61,17 @@ public:
     }
 
 private:
-    class WatchedFile : public File {
+    class WatchedFile : public ForwardingFile {
     public:
         WatchedFile(FailingPlatform& disk, std::unique_ptr<File> target)
-            : m_disk(disk), m_target(std::move(target)) {}
-        int64_t read(std::span<uint8_t> buffer) override { return m_target->read(buffer); }
+            : ForwardingFile(std::move(target)), m_disk(disk) {}
         int64_t write(std::span<const uint8_t> data) override {
-            return m_disk.refuses() ? -1 : m_target->write(data);
+            return m_disk.refuses() ? -1 : ForwardingFile::write(data);
         }
-        int seek(int64_t offset) override { return m_target->seek(offset); }
-        int64_t tell() override { return m_target->tell(); }
-        int64_t size() override { return m_target->size(); }
-        int sync() override { return m_disk.refuses() ? -1 : m_target->sync(); }
-        int close() override { return m_target->close(); }
+        int sync() override { return m_disk.refuses() ? -1 : ForwardingFile::sync(); }
 
     private:
         FailingPlatform& m_disk;
-        std::unique_ptr<File> m_target;
     };
 
     bool refuses() {

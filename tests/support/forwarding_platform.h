@@ -83,6 +83,22 @@ private:
     Platform& m_target;
 };
 
+// Hands every call of a file on.
+class ForwardingFile : public File {
+public:
+    explicit ForwardingFile(std::unique_ptr<File> target) : m_target(std::move(target)) {}
+    int64_t read(std::span<uint8_t> buffer) override { return m_target->read(buffer); }
+    int64_t write(std::span<const uint8_t> data) override { return m_target->write(data); }
+    int seek(int64_t offset) override { return m_target->seek(offset); }
+    int64_t tell() override { return m_target->tell(); }
+    int64_t size() override { return m_target->size(); }
+    int sync() override { return m_target->sync(); }
+    int close() override { return m_target->close(); }
+
+private:
+    std::unique_ptr<File> m_target;
+};
+
 // Time, free space and the executable's path as the test sets them. Sleeping takes no time: it is
 // counted, moves the clocks that are set on, and calls `onSleep`.
 class FakeClockPlatform : public ForwardingPlatform {

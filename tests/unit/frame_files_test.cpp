@@ -187,6 +187,11 @@ TEST(DumpBrokenFile, NeverCollides) {
         EXPECT_EQ(dir.read(dump), name); // all of them are kept
     }
     EXPECT_EQ(Util::dumpBrokenFile(dir.write("x/1.temp"), dir / "stat", dir / "mem"), -1);
+    struct Unseen : test::ForwardingPlatform { // as where a directory may not be looked into
+        bool exists(const std::string&) override { return true; }
+    } unseen;
+    const ScopedPlatform scope(unseen);
+    EXPECT_EQ(Util::dumpBrokenFile(dir.write("stat/a/20120313/x"), dir / "stat", dir / "mem"), -1);
 }
 
 TEST(Space, IsCountedInWholeMebibytesAndAwaited) {

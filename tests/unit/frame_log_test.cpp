@@ -92,10 +92,16 @@ TEST_F(Log, FileComesFirstButForTheSignalHandler) {
     const std::string longText(1500, 'x');
     logMessage(LogLevel::Info, {"int kestrine::A::b()", 7}, "stop %d%% %s", 1, longText.c_str());
     logConsoleFirst(LogLevel::Debug, {"void kestrine::signal_handler(int)", 8}, "Recv:%d ... ", 2);
+    logMessage(LogLevel::Error, {"void kestrine::f()", 9}, "host %s",
+               "a\r\nE:\x7f\xC3\xA4"); // no forged line
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "<file>I:A::b 7 stop 1% " + longText + "\nD:signal_handler 8 Recv:2 ... \n<file>");
+              "<file>I:A::b 7 stop 1% " + longText +
+                  "\nD:signal_handler 8 Recv:2 ... \n<file>"
+                  "<file>E:f 9 host a\\x0d\\x0aE:\\x7f\xC3\xA4\n");
     EXPECT_EQ(errno, EXDEV); // a caller's own report of the same failure follows
-    EXPECT_TRUE(day("20240305").ends_with("x\n d 14: 5: 3 signal_handler 8 Recv:2 ... \n"));
+    EXPECT_TRUE(
+        day("20240305").find("x\n d 14: 5: 3 signal_handler 8 Recv:2 ... \n e 14: 5: 3 f 9") !=
+        std::string::npos);
 }
 
 } // namespace

@@ -17,6 +17,7 @@ TEST(IniFile, FindsValues) {
     const std::pair<const char*, const char*> found[] = {
         {"[s]\r\nk=v\r\n", "v"},
         {"[s]\nk=v", "v"},
+        {"\xEF\xBB\xBF[s]\nk=v", "v"},   // a byte-order mark
         {"[s]\nk = v \n", "v "},         // one blank on each side of '='
         {"[s]\n\t  k=  v\n", " v"},      // the second stays
         {"[s]\nk=a=b;c#d\n", "a=b;c#d"}, // first '=' only, no comments behind values

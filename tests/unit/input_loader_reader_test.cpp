@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <random>
 
 namespace kestrine {
@@ -38,7 +40,7 @@ protected:
     // Reads to the end as the statistics pipeline does: hosts, last result, and the position, if
     // there is one: "a b 2 0:28".
     std::string drain(int32_t start = 0, size_t bufferSize = g_capacity) {
-        EXPECT_EQ(m_reader.init(m_compressed, m_raw), 0);
+        EXPECT_EQ(m_reader.init(m_compressed, m_raw, m_settleTime), 0);
         std::string all;
         int result = m_reader.open(m_dir / "A", start);
         while (result == g_loaderDone) {
@@ -74,6 +76,7 @@ protected:
     std::vector<uint8_t> m_compressed = std::vector<uint8_t>(g_capacity);
     std::vector<uint8_t> m_raw = m_compressed;
     std::vector<uint8_t> m_buffer = m_compressed;
+    int32_t m_settleTime = 0;
     LoaderReader m_reader;
 };
 
@@ -102,6 +105,103 @@ TEST_F(LoaderReaderTest, FollowsFilesFromTheStartNumber) {
     std::filesystem::remove(m_dir / "A/0/1.dat");
     m_dir.makeDirs("A/0/1.dat"); // cannot be opened
     EXPECT_EQ(drain(), whole("a c ", 2));
+}
+
+// Opens and reads fail as the test says; nothing else about the files is known then.
+class FailingLogs : public test::FakeClockPlatform {
+public:
+    int openError = 0; // of opening for update; for reading alone too, unless it is EACCES
+    int64_t readsUntilError = -1; // -1: none fails
+    int timesLeft = 1000;
+
+    std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
+        const bool refused = openError != EACCES || mode == OpenMode::ReadExisting;
+        if (openError != 0 && refused && timesLeft-- > 0) {
+            errno = openError;
+            return nullptr;
+        }
+        auto file = FakeClockPlatform::open(path, mode);
+        return file ? std::make_unique<FailingFile>(*this, std::move(file)) : nullptr;
+    }
+
+private:
+    class FailingFile : public test::ForwardingFile {
+    public:
+        FailingFile(FailingLogs& logs, std::unique_ptr<File> target)
+            : ForwardingFile(std::move(target)), m_logs(logs) {}
+        int64_t read(std::span<uint8_t> buffer) override {
+            if (m_logs.readsUntilError-- == 0 && m_logs.timesLeft-- > 0) {
+                m_logs.readsUntilError = 0;
+                errno = EIO;
+                return -1;
+            }
+            return ForwardingFile::read(buffer);
+        }
+
+    private:
+        FailingLogs& m_logs;
+    };
+};
+
+// An error is not damage: the node fails, with its position before what could not be read.
+TEST_F(LoaderReaderTest, CallsThatFailPassNothingOver) {
+    put(0, fileOf("a").add(blockOf({"b"})));
+    put(1, fileOf("c"));
+    const uint64_t firstBlock = fileOf("a").bytes().size();
+    FailingLogs logs;
+    const test::ScopedPlatform scope(logs);
+    for (const int error : {EIO, EMFILE, ENOMEM, EBUSY}) {
+        logs.openError = error;
+        logs.timesLeft = 1000;
+        EXPECT_EQ(drain(), "3") << error;
+        logs.timesLeft = 2; // in time for the third try
+        EXPECT_EQ(drain(), whole("a b c ", 1)) << error;
+    }
+    logs.openError = EACCES; // may be read only
+    logs.timesLeft = 1000;
+    EXPECT_EQ(drain(), whole("a b c ", 1));
+    logs.openError = 0;
+    // A read of the header, of the first block's header and content, of the second's ...
+    const std::pair<int64_t, std::string> places[] = {{0, "3"},
+                                                      {1, "3" + at(0, 28)},
+                                                      {2, "3" + at(0, 28)},
+                                                      {3, "a 3" + at(0, firstBlock)},
+                                                      {4, "a 3" + at(0, firstBlock)}};
+    for (const auto& [reads, expected] : places) {
+        logs.readsUntilError = reads;
+        logs.timesLeft = 1000;
+        EXPECT_EQ(drain(), expected) << reads;
+        logs.readsUntilError = reads;
+        logs.timesLeft = 2;
+        EXPECT_EQ(drain(), whole("a b c ", 1)) << reads;
+    }
+}
+
+TEST_F(LoaderReaderTest, TheNewestFileRestsBeforeItIsOpened) {
+    FailingLogs logs;
+    const test::ScopedPlatform scope(logs);
+    put(0, fileOf("a"));
+    put(1, fileOf("b"));
+    logs.seconds = logs.now();
+    m_settleTime = 60;
+    EXPECT_EQ(drain(), whole("a ", 0)); // it has a successor
+    *logs.seconds += 61;
+    EXPECT_EQ(drain(), whole("a b ", 1));
+}
+
+TEST_F(LoaderReaderTest, ManySkippedRecordsAreFewLines) {
+    Block block;
+    for (int i = 0; i < 1000; ++i) {
+        const worldgen::PayloadFields fields{worldgen::listContent("h"), 1, 1, 5, {}};
+        block.add({worldgen::makePayload(fields), 10, {}, {}});
+    }
+    put(0, DatFile().add(block));
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(drain(), whole("", 0));
+    std::fflush(stdout);
+    const std::string lines = testing::internal::GetCapturedStdout();
+    EXPECT_LT(std::ranges::count(lines, '\n'), 10);
+    EXPECT_NE(lines.find(" net action invalid in 1000 records of file 0 of "), std::string::npos);
 }
 
 TEST_F(LoaderReaderTest, DamageGivesUpTheRestOfTheFileOnly) {

@@ -61,6 +61,16 @@ protected:
     test::TempDir m_dir;
 };
 
+TEST_F(PlatformTest, OneLocksAFile) {
+    std::unique_ptr<NamedEvent> first;
+    std::unique_ptr<NamedEvent> second;
+    ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
+    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::HeldByAnother);
+    EXPECT_EQ(first->close(), 0);
+    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::Locked);
+    EXPECT_EQ(p.lockFile(path("no/lock"), first), LockResult::Failed);
+}
+
 TEST_F(PlatformTest, EachModeOpensWhatItMay) {
     // Whether it makes a file, and what writing "ab" makes of "12345".
     const std::tuple<OpenMode, bool, std::string> cases[] = {
