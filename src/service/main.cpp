@@ -6,6 +6,7 @@
 #include "service/run_control.h"
 #include "service/start_up.h"
 #include "service/work_thread.h"
+#include "version.h"
 
 #include <array>
 #include <exception>
@@ -21,6 +22,7 @@ int main(int argc, char** argv) try {
     if (onlyOneInstance(&instance) != 0) {
         return LOG_FAIL("create instance fail");
     }
+    LOG_INFO("kestrine %s", g_version);
     LOG_INFO("urlstat start running ...");
     if (const char* const argument = findDebugArgument({argv, static_cast<size_t>(argc)})) {
         g_debugLevel = debugLevelOf(argument);
