@@ -1,6 +1,7 @@
 // The frame of the service: refusals, settings, arguments, log file and console.
 #include "service_world.h"
 
+#include "platform/platform.h"
 #include "version.h"
 #include "worldgen/install.h"
 
@@ -73,7 +74,7 @@ bool hasLineEndingIn(const Lines& lines, const std::string& end) {
 }
 
 // The service says why it does not start, so does its check, and both touch nothing.
-TEST(Frame, RefusesToStartWithBrokenSettings) {
+TEST(Frame, RefusesToStart) {
     ServiceWorld world;
     world.generate(tinyWorld(300));
     const std::string dataPathFile = world.dir() / "install/mysql_path.ini";
@@ -97,6 +98,11 @@ TEST(Frame, RefusesToStartWithBrokenSettings) {
         refuses(" refused");
     }
     world.configure({});
+    std::unique_ptr<NamedEvent> lock; // as an instance of another container holds it
+    fs::create_directory(world.statRoot());
+    ASSERT_EQ(platform().lockFile(world.statRoot() + "/.kestrine.lock", lock), LockResult::Locked);
+    refuses(" is running on " + world.statRoot());
+    lock.reset();
     worldgen::writeFile(dataPathFile, "[mysql]\n");
     refuses(" empty config in " + dataPathFile);
     fs::remove(dataPathFile);
