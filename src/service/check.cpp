@@ -114,9 +114,11 @@ void Check::line(std::string text) {
 }
 
 void Check::pathLine(const std::string& what, const std::string& path) {
-    const std::string resolved = platform().resolvedPath(path);
-    line("  " + what + ": " + path + (resolved.empty() || resolved == path ? "" : " -> ") +
-         (resolved == path ? "" : resolved) + (platform().exists(path) ? "" : " (not there)"));
+    std::string text = "  " + what + ": " + path;
+    if (const std::string resolved = platform().resolvedPath(path); resolved != path) {
+        text += " -> " + resolved;
+    }
+    line(text + (platform().exists(path) ? "" : " (not there)"));
 }
 
 // False when nothing more can be told.
@@ -133,9 +135,7 @@ bool Check::settings() {
 
 void Check::settingLines(const Configuration& configuration) {
     IniFile ini;
-    if (platform().exists(g_settingsFile) && ini.load(g_settingsFile) != 0) {
-        LOG_ERROR("%s cannot be read", g_settingsFile);
-    }
+    (void)ini.load(g_settingsFile); // not there, or just read by the configuration
     const auto written = [&ini](const char* key) {
         return ini.find(g_settingsSection, key).value_or(std::string_view());
     };
