@@ -6,9 +6,11 @@
 #include "service/run_control.h"
 #include "service/start_up.h"
 #include "service/work_thread.h"
+#include "version.h"
 
 #include <array>
 #include <exception>
+#include <optional>
 #include <span>
 
 using namespace kestrine;
@@ -17,12 +19,17 @@ using namespace kestrine;
 // right, as after a kill.
 int main(int argc, char** argv) try {
     platform().prepareConsole();
+    const std::span<char* const> arguments(argv, static_cast<size_t>(argc));
+    if (const std::optional<int> code = answerWithoutStart(arguments)) {
+        return *code;
+    }
     std::unique_ptr<NamedEvent> instance;
     if (onlyOneInstance(&instance) != 0) {
         return LOG_FAIL("create instance fail");
     }
+    LOG_INFO("kestrine %s", g_version);
     LOG_INFO("urlstat start running ...");
-    if (const char* const argument = findDebugArgument({argv, static_cast<size_t>(argc)})) {
+    if (const char* const argument = findDebugArgument(arguments)) {
         g_debugLevel = debugLevelOf(argument);
     }
     // Set before the handler stands, so that no request is ever overwritten.

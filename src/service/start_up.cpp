@@ -3,6 +3,8 @@
 #include "frame/ini_file.h"
 #include "frame/log.h"
 #include "frame/text.h"
+#include "service/check.h"
+#include "version.h"
 
 #include <cerrno>
 
@@ -12,9 +14,61 @@ namespace {
 
 constexpr std::string_view g_debugPrefix = "debug=";
 
+constexpr std::string_view g_help =
+    R"(kestrine: counts the visited hosts of network-access logs, per account, day, week and month.
+
+Started without an option it runs until signal 15 or 2 (Ctrl-C); one instance on a machine.
+
+  --check    say which settings hold, what the paths resolve to, which accounts there are and what
+             is wrong; changes nothing
+  --version  print the version
+  --help     print this
+  debug=N    accepted, changes nothing at present
+Any other argument is ignored.
+
+Files that it reads, PROGRAM being the directory of this program:
+  config/urlstat.ini               settings, in the working directory
+  PROGRAM/config/syncaccount.dat   accounts
+  mysql_path.ini                   where the log data lies, above the last "/ml" of PROGRAM
+  /etc/veltan/logconfig.ini        settings of the logging product
+Its log is PROGRAM/log/kestrine/kestrineYYYYMMDD.txt.
+
+Exit codes:
+  0         stopped in order; of --check: nothing is wrong
+  1         of --check: something is wrong, or the service is running
+  -1 (255)  another instance is running, or the start, a pass or the clean-up failed; see the log
+)";
+
+int answer(const std::string& text, int code) {
+    platform().writeConsole(text, false);
+    return code;
+}
+
+int answerCheck() {
+    std::string report;
+    const int result = checkSetup(report);
+    return answer(report, result);
+}
+
 } // namespace
 
 int32_t g_debugLevel = 0;
+
+std::optional<int> answerWithoutStart(std::span<char* const> arguments) {
+    for (size_t i = 1; i < arguments.size(); ++i) {
+        const std::string_view argument = arguments[i];
+        if (argument == "--help") {
+            return answer(std::string(g_help), 0);
+        }
+        if (argument == "--version") {
+            return answer(std::string("kestrine ") + g_version + "\n", 0);
+        }
+        if (argument == "--check") {
+            return answerCheck();
+        }
+    }
+    return std::nullopt;
+}
 
 int onlyOneInstance(std::unique_ptr<NamedEvent>* event) {
     std::unique_ptr<NamedEvent> created;

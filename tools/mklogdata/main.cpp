@@ -11,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "version.h"
 #include "worldgen/world.h"
 
 namespace {
@@ -155,6 +156,7 @@ void run(Arguments& arguments) {
 
 int main(int argc, char** argv) {
     CLI::App app("Makes sample log data: an install tree and a log-data tree in one directory.");
+    app.set_version_flag("--version", std::string("mklogdata ") + kestrine::g_version);
     Arguments arguments;
     app.add_option("ROOT", arguments.root, "Directory of the world")->required();
     defineContents(app, arguments);

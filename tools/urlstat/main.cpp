@@ -4,6 +4,7 @@
 // the output cannot be written, above 100 for a command line that is not understood.
 #include "commands.h"
 #include "frame/log.h"
+#include "version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -64,6 +65,7 @@ int run(const CLI::App& app, const Arguments& arguments) {
 int main(int argc, char** argv) {
     reportErrorsToStderr();
     CLI::App app("Shows what a statistics file or a top list holds, and whether it is good.");
+    app.set_version_flag("--version", std::string("urlstat ") + g_version);
     app.require_subcommand(1);
     Arguments arguments;
     CLI::App* const top = addCommand(app, "top", "Print the most visited hosts", arguments);

@@ -1,0 +1,271 @@
+// The report goes from the settings to what hangs on them:
+//   1. the settings, each with its source
+//   2. the paths
+//   3. the guards of the start, and whether the service runs
+//   4. the accounts
+//   5. what is wrong: the error lines that 1 to 4 gave rise to
+#include "service/check.h"
+
+#include "frame/configuration.h"
+#include "frame/data_path.h"
+#include "frame/ini_file.h"
+#include "frame/log.h"
+#include "frame/text.h"
+#include "input/abstract_new_data.h"
+#include "service/directory_guard.h"
+#include "service/dry_run_platform.h"
+#include "service/start_up.h"
+#include "tree/free_space.h"
+#include "tree/names.h"
+#include "version.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+namespace kestrine {
+
+namespace {
+
+constexpr const char* g_settingsFile = "config/urlstat.ini";
+constexpr const char* g_settingsSection = "urlstat";
+constexpr const char* g_lockName = ".kestrine.lock";
+
+struct ShownSetting {
+    const char* key;
+    const char* unit;
+    int64_t (*value)(const Configuration&);
+};
+
+constexpr ShownSetting g_shownSettings[] = {
+    {"maxHashMemory", "KiB", [](const Configuration& c) { return c.maxHashMemory() / 1024; }},
+    {"sleepTime", "s", [](const Configuration& c) { return int64_t{c.sleepTime()}; }},
+    {"daycrcsortInterval", "s",
+     [](const Configuration& c) { return int64_t{c.daycrcsortInterval()}; }},
+    {"weekmoncrcsortInterval", "s",
+     [](const Configuration& c) { return int64_t{c.weekmoncrcsortInterval()}; }},
+    {"exportPersent", "%", [](const Configuration& c) { return int64_t{c.exportPersent()}; }},
+    {"memoryDiskSize", "KiB", [](const Configuration& c) { return c.memoryDiskSize() / 1024; }},
+    {"settleTime", "s", [](const Configuration& c) { return int64_t{c.settleTime()}; }},
+};
+
+// Where a number comes from, by what stands in the file.
+std::string sourceOf(int64_t value, std::string_view written) {
+    const std::string quoted = "\"" + std::string(written) + "\"";
+    if (written.empty()) {
+        return "default";
+    }
+    if (leadingInteger(written) != value) {
+        return "default, since " + quoted + " is out of range";
+    }
+    return written == std::to_string(value) ? "set" : "set by " + quoted;
+}
+
+// Lists every node, read or not.
+class AllNodes final : public AbstractNewData {
+public:
+    [[nodiscard]] int haveNewData(const std::string&) override { return 1; }
+};
+
+class Check {
+public:
+    [[nodiscard]] int run(std::string& report);
+
+private:
+    void line(std::string text);
+    void pathLine(const std::string& what, const std::string& path);
+    [[nodiscard]] bool settings();
+    void settingLines(const Configuration& configuration);
+    [[nodiscard]] bool paths(const Configuration& configuration);
+    void directories(const Configuration& configuration);
+    void instance() const;
+    void guards() const;
+    void space();
+    void accounts();
+    void account(const std::string& path);
+    [[nodiscard]] int verdict();
+
+    DryRunPlatform m_platform;
+    std::string m_report;
+    std::string m_dataPath;
+    std::string m_urlStatRoot;
+    std::string m_memoryDisk;
+};
+
+int Check::run(std::string& report) {
+    line(std::string("kestrine ") + g_version);
+    const bool known = settings();
+    instance();
+    if (known) {
+        guards();
+        space();
+        accounts();
+    }
+    const int result = verdict();
+    report = m_report;
+    return result;
+}
+
+// Names come from outside: a control byte must not reach the terminal.
+void Check::line(std::string text) {
+    std::ranges::replace_if(
+        text, [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; }, '?');
+    m_report += text + "\n";
+}
+
+void Check::pathLine(const std::string& what, const std::string& path) {
+    std::string text = "  " + what + ": " + path;
+    if (const std::string resolved = platform().resolvedPath(path); resolved != path) {
+        text += " -> " + resolved;
+    }
+    line(text + (platform().exists(path) ? "" : " (not there)"));
+}
+
+// False when nothing more can be told.
+bool Check::settings() {
+    line("settings");
+    pathLine("file", g_settingsFile);
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        return false;
+    }
+    settingLines(*configuration);
+    return paths(*configuration);
+}
+
+void Check::settingLines(const Configuration& configuration) {
+    IniFile ini;
+    (void)ini.load(g_settingsFile); // not there, or just read by the configuration
+    const auto written = [&ini](const char* key) {
+        return ini.find(g_settingsSection, key).value_or(std::string_view());
+    };
+    for (const auto& [key, unit, valueOf] : g_shownSettings) {
+        const int64_t value = valueOf(configuration);
+        line(std::string("  ") + key + " = " + std::to_string(value) + " " + unit + " (" +
+             sourceOf(value, written(key)) + ")");
+    }
+    for (const char* const key : {"memoryDiskPath", "urlStatRoot"}) {
+        const std::string text(written(key));
+        line(std::string("  ") + key + " = " + (text.empty() ? "(default)" : text + " (set)"));
+    }
+}
+
+bool Check::paths(const Configuration& configuration) {
+    line("paths");
+    const std::string executable = platform().executablePath();
+    const std::string home = executable.substr(0, executable.find_last_of("/\\") + 1);
+    pathLine("program", executable);
+    pathLine("account file", home + "config/syncaccount.dat");
+    pathLine("log files", home + "log/kestrine");
+    if (getDataPath(m_dataPath) != 0) {
+        return false;
+    }
+    directories(configuration);
+    pathLine("log data", m_dataPath);
+    pathLine("statistics root", m_urlStatRoot);
+    pathLine("memory disk", m_memoryDisk);
+    return true;
+}
+
+// The defaults are those of `WorkThread::init`.
+void Check::directories(const Configuration& configuration) {
+    m_urlStatRoot = configuration.urlStatRoot();
+    if (m_urlStatRoot.empty()) {
+        m_urlStatRoot = m_dataPath + "/_urlstat";
+    }
+    m_memoryDisk = configuration.memoryDiskPath();
+    if (m_memoryDisk.empty()) {
+        m_memoryDisk = m_dataPath + "/_memdisk";
+    }
+}
+
+void Check::instance() const {
+    std::unique_ptr<NamedEvent> held;
+    if (platform().createNamedEvent(g_instanceName, held) == NamedEventResult::AlreadyExists) {
+        LOG_ERROR("the service is running");
+        return;
+    }
+    if (m_urlStatRoot.empty()) {
+        return;
+    }
+    const std::string lock = names::join(m_urlStatRoot, g_lockName);
+    const LockResult result = platform().lockFile(lock, held);
+    if (result == LockResult::HeldByAnother) {
+        LOG_ERROR("the service is running on %s", m_urlStatRoot.c_str());
+    } else if (result == LockResult::Failed) {
+        LOG_ERROR("lock %s fail, errno %d", lock.c_str(), errno);
+    }
+}
+
+void Check::guards() const {
+    FileInfo info;
+    if (platform().info(m_dataPath, info) != 0) {
+        LOG_ERROR("log data %s cannot be found, errno %d", m_dataPath.c_str(), errno);
+    } else if (!info.isDirectory) {
+        LOG_ERROR("log data %s is no directory", m_dataPath.c_str());
+    }
+    // All of them, whatever the first one says: each reports for itself.
+    (void)mayBeUrlStatRoot(m_urlStatRoot, m_dataPath);
+    (void)mayBeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot);
+    (void)leavesRoomForNames(m_memoryDisk, m_urlStatRoot);
+}
+
+void Check::space() {
+    uint32_t available = 0;
+    if (Util::getAvailableSpace(m_urlStatRoot, available) != 0) {
+        return;
+    }
+    line("  free for statistics: " + std::to_string(available) + " MiB");
+    if (available <= g_minFreeSpaceMiB) {
+        LOG_ERROR("space not enough, more than %u MiB must be free on the volume of %s",
+                  g_minFreeSpaceMiB, m_urlStatRoot.c_str());
+    }
+}
+
+void Check::accounts() {
+    std::vector<std::string> all;
+    if (AbstractNewData::getAllAccounts(all) != 0) {
+        return;
+    }
+    line("accounts: " + std::to_string(all.size()) +
+         (all.empty() ? ", the service waits for a first one" : ""));
+    std::ranges::for_each(all, [this](const std::string& path) { account(path); });
+}
+
+void Check::account(const std::string& path) {
+    AllNodes nodes;
+    std::vector<std::string> devices;
+    if (nodes.getAllDevice(path, &devices) != 0 || nodes.getAllNews(path) != 0) {
+        return;
+    }
+    std::set<std::string> dates;
+    for (const std::string& node : nodes.newNodes()) { // .../DATE/A
+        dates.emplace(names::lastComponent(names::parentOf(node)));
+    }
+    const std::string range = dates.empty() ? "" : ", " + *dates.begin() + " to " + *dates.rbegin();
+    line("  " + path + ": devices " + std::to_string(devices.size()) + ", dates " +
+         std::to_string(dates.size()) + range);
+}
+
+// "E:FUNCTION LINE TEXT" -> "TEXT"
+std::string withoutPlace(const std::string& error) {
+    const size_t text = error.find(' ', error.find(' ') + 1) + 1;
+    return error.substr(text, error.find_last_not_of('\n') + 1 - text);
+}
+
+int Check::verdict() {
+    const std::vector<std::string>& errors = m_platform.errors();
+    line(errors.empty() ? "nothing is wrong" : "wrong: " + std::to_string(errors.size()));
+    std::ranges::for_each(errors,
+                          [this](const std::string& error) { line("  " + withoutPlace(error)); });
+    return errors.empty() ? 0 : 1;
+}
+
+} // namespace
+
+int checkSetup(std::string& report) {
+    reportErrorsToStderr();
+    return Check().run(report);
+}
+
+} // namespace kestrine

@@ -1,0 +1,60 @@
+#include "service/dry_run_platform.h"
+
+namespace kestrine {
+
+namespace {
+
+// Takes what is written and keeps none of it.
+class NoFile final : public File {
+public:
+    int64_t read(std::span<uint8_t>) override { return 0; }
+    int64_t write(std::span<const uint8_t> data) override {
+        return static_cast<int64_t>(data.size());
+    }
+    int seek(int64_t) override { return 0; }
+    int64_t tell() override { return 0; }
+    int64_t size() override { return 0; }
+    int sync() override { return 0; }
+    int close() override { return 0; }
+};
+
+} // namespace
+
+DryRunPlatform::DryRunPlatform() : m_target(platform()), m_previous(setPlatform(this)) {}
+
+DryRunPlatform::~DryRunPlatform() {
+    setPlatform(m_previous);
+}
+
+std::unique_ptr<File> DryRunPlatform::open(const std::string& path, OpenMode mode) {
+    if (mode == OpenMode::Truncate || mode == OpenMode::Append) {
+        return std::make_unique<NoFile>();
+    }
+    return m_target.open(path, mode);
+}
+
+NamedEventResult DryRunPlatform::createNamedEvent(const std::string& name,
+                                                  std::unique_ptr<NamedEvent>& event) {
+    const NamedEventResult result = m_target.createNamedEvent(name, event);
+    event.reset();
+    return result;
+}
+
+LockResult DryRunPlatform::lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
+    if (!m_target.exists(path)) {
+        return LockResult::Locked;
+    }
+    const LockResult result = m_target.lockFile(path, lock);
+    lock.reset();
+    return result;
+}
+
+void DryRunPlatform::writeConsole(std::string_view text, bool toError) {
+    if (toError) {
+        m_errors.emplace_back(text);
+    } else {
+        m_target.writeConsole(text, toError);
+    }
+}
+
+} // namespace kestrine
