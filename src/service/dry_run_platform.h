@@ -58,6 +58,7 @@ public:
     int64_t now() override { return m_target.now(); }
     LocalTime localTime() override { return m_target.localTime(); }
     uint32_t tickCount() override { return m_target.tickCount(); }
+    int64_t bootTime() override { return m_target.bootTime(); }
     void sleep(uint32_t milliseconds) override { m_target.sleep(milliseconds); }
     std::string executablePath() override { return m_target.executablePath(); }
     void prepareConsole() override { m_target.prepareConsole(); }

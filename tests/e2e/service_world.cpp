@@ -163,7 +163,8 @@ testing::AssertionResult ServiceWorld::stop(ServiceProcess& service, StopRequest
     service.request(request);
     const int code = service.wait();
     const Lines lines = service.lines();
-    const std::string signal = "Recv signal:" + std::to_string(static_cast<int>(request)) + " ... ";
+    const std::string signal =
+        std::string("Recv signal:") + (request == StopRequest::Interrupt ? "2" : "15") + " ... ";
     if (code != 0) {
         return failure("exit code " + std::to_string(code) + " after a stop", service);
     }
