@@ -37,6 +37,14 @@ run_tests() {
         grep --line-buffered -vE '^ +Start +[0-9]+:|^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed '
 }
 
+# The layout of every source, and what the compilers do not warn of.
+lint() {
+    echo "== format, clang-tidy"
+    find src tools tests fuzz bench -name '*.h' -o -name '*.cpp' |
+        xargs clang-format-14 --dry-run -Werror
+    quietly run-clang-tidy-14 -p build/linux-clang -quiet -j "$(nproc)" "$PWD/(src|tools)/.*\\.cpp"
+}
+
 run_fuzz_targets() {
     echo "== linux-fuzz: build"
     quietly cmake --preset linux-fuzz
@@ -54,6 +62,7 @@ done
 if ((!quick)); then
     install_missing "${cross_packages[@]}"
     build linux-clang
+    lint
     build windows-release
     run_tests windows-release
     run_fuzz_targets

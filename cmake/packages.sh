@@ -3,7 +3,7 @@
 
 native_packages=(g++ cmake ninja-build zlib1g-dev libcli11-dev)
 test_packages=(googletest libbenchmark-dev tzdata)
-cross_packages=(clang-14 libclang-rt-14-dev g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64)
+cross_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64)
 
 # install_missing PACKAGE... : the network is asked only when a package is really missing.
 install_missing() {

@@ -1,7 +1,7 @@
 # Our own targets are made here, so that the warnings apply to all of them and to no other code.
 
 add_library(kestrine_settings INTERFACE)
-target_compile_options(kestrine_settings INTERFACE -Wall -Wextra -Wshadow -Werror)
+target_compile_options(kestrine_settings INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Werror)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC 12 reports overlaps in plain concatenations of std::string that cannot occur.
     target_compile_options(kestrine_settings INTERFACE -Wno-restrict)

@@ -44,13 +44,9 @@ void cleanUp(const std::string& directory, size_t filesToKeep) {
         step != FindStep::Close) {
         return;
     }
-    std::vector<std::string> names;
-    for (const FindEntry& entry : entries) {
-        names.push_back(entry.name);
-    }
-    std::sort(names.begin(), names.end());
-    for (size_t i = 0; i + filesToKeep < names.size(); ++i) {
-        (void)platform().removeFile(directory + names[i]);
+    std::ranges::sort(entries, {}, &FindEntry::name);
+    for (size_t i = 0; i + filesToKeep < entries.size(); ++i) {
+        (void)platform().removeFile(directory + entries[i].name);
     }
 }
 

@@ -14,7 +14,7 @@ namespace kestrine {
 
 namespace {
 
-constexpr size_t g_copyBlockSize = 256 * 1024; // bytes
+constexpr size_t g_copyBlockSize = size_t{256} * 1024; // bytes
 
 struct CloseStream {
     void operator()(DIR* stream) const { ::closedir(stream); }

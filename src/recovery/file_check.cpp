@@ -18,7 +18,8 @@ namespace kestrine {
 
 namespace {
 
-constexpr int64_t g_recent = 35 * 86400; // seconds; a month, and some days until it is complete
+constexpr int64_t g_recent =
+    int64_t{35} * 86400; // seconds; a month, and some days until it is complete
 constexpr std::string_view g_listEnding = ".top";
 
 constexpr int64_t g_clockDoubt = 3600;      // seconds by which a clock may have been set back

@@ -116,13 +116,10 @@ bool leavesRoomForNames(const std::string& memoryDisk, const std::string& urlSta
                     std::to_string(number) + "_weekcrcsort_backup"),
         names::tempOf(names::mergeRoundFile(names::diskTempDir(account, names::lastComponent(week)),
                                             number))};
-    for (const std::string& path : longest) {
-        if (path.size() > g_maxPath) {
-            return refuse("directory", memoryDisk + " or " + urlStatRoot,
-                          "too long for the names of the files below it");
-        }
-    }
-    return true;
+    const bool fit = std::ranges::all_of(
+        longest, [](const std::string& path) { return path.size() <= g_maxPath; });
+    return fit || refuse("directory", memoryDisk + " or " + urlStatRoot,
+                         "too long for the names of the files below it");
 }
 
 } // namespace kestrine

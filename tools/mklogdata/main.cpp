@@ -154,7 +154,7 @@ void run(Arguments& arguments) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     CLI::App app("Makes sample log data: an install tree and a log-data tree in one directory.");
     app.set_version_flag("--version", std::string("mklogdata ") + kestrine::g_version);
     Arguments arguments;
@@ -162,11 +162,9 @@ int main(int argc, char** argv) {
     defineContents(app, arguments);
     defineLayout(app, arguments);
     CLI11_PARSE(app, argc, argv);
-    try {
-        run(arguments);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "mklogdata: %s\n", error.what());
-        return 1;
-    }
+    run(arguments);
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "mklogdata: %s\n", error.what());
+    return 1;
 }

@@ -62,7 +62,7 @@ int run(const CLI::App& app, const Arguments& arguments) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     reportErrorsToStderr();
     CLI::App app("Shows what a statistics file or a top list holds, and whether it is good.");
     app.set_version_flag("--version", std::string("urlstat ") + g_version);
@@ -77,10 +77,8 @@ int main(int argc, char** argv) {
         addCommand(app, "dump", "Print every record: key, count, type, host", arguments);
     dump->add_flag("--blocks", arguments.blocks, "Print the header of each block too");
     CLI11_PARSE(app, argc, argv);
-    try {
-        return run(app, arguments);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "urlstat: %s\n", error.what());
-        return 1;
-    }
+    return run(app, arguments);
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "urlstat: %s\n", error.what());
+    return 1;
 }

@@ -76,7 +76,8 @@ std::vector<std::string> readAccounts(const std::filesystem::path& root) {
         bytes.compare(0, 4, magic) == 0 ? olderRecordBytes : currentRecordBytes;
     std::vector<std::string> names;
     for (std::size_t at = headerBytes; at + recordBytes <= bytes.size(); at += recordBytes) {
-        std::string name = bytes.substr(at + nameOffset, nameBytes).c_str();
+        std::string name = bytes.substr(at + nameOffset, nameBytes);
+        name.resize(std::min(name.find('\0'), name.size()));
         std::replace(name.begin(), name.end(), '\\', '/');
         names.push_back(name.substr(name.find_first_not_of('/')));
     }

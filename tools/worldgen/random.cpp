@@ -30,7 +30,7 @@ ZipfTable::ZipfTable(std::uint32_t size, double exponent) {
     if (size == 0 || size > maxSize || !(exponent >= 0.0 && exponent <= 4.0)) {
         throw std::invalid_argument("Zipf table: size 1 to 2^24, exponent 0 to 4");
     }
-    int sixteenths = static_cast<int>(exponent * 16.0 + 0.5);
+    int sixteenths = static_cast<int>(std::lround(exponent * 16.0));
     std::vector<std::uint64_t> share(size); // weight * size, compared with the total weight
     std::uint64_t total = 0;
     for (std::uint32_t i = 0; i < size; ++i) {
