@@ -6,21 +6,6 @@
 #include <algorithm>
 
 namespace kestrine {
-namespace {
-
-constexpr size_t g_offsetAt = 4; // behind the file number
-
-} // namespace
-
-void NodeEntry::store(uint8_t* bytes) const {
-    storeLittle(bytes, fileNumber);
-    storeLittle(bytes + g_offsetAt, offset);
-}
-
-void NodeEntry::load(const uint8_t* bytes) {
-    fileNumber = loadLittle<int32_t>(bytes);
-    offset = loadLittle<uint64_t>(bytes + g_offsetAt);
-}
 
 int DayStatus::storeHead(uint8_t* head) const {
     storeLittle(head, m_newCounter);

@@ -30,8 +30,14 @@ struct NodeEntry {
     int32_t fileNumber = -1; // last file reached, -1: none yet
     uint64_t offset = 0;     // position reached in it, informative
 
-    void store(uint8_t* bytes) const;
-    void load(const uint8_t* bytes);
+    void store(uint8_t* bytes) const {
+        storeLittle(bytes, fileNumber);
+        storeLittle(bytes + sizeof fileNumber, offset);
+    }
+    void load(const uint8_t* bytes) {
+        fileNumber = loadLittle<int32_t>(bytes);
+        offset = loadLittle<uint64_t>(bytes + sizeof fileNumber);
+    }
 };
 
 class DayStatus : public StatusRecord<DayStatus, NodeEntry> {

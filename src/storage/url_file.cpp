@@ -6,6 +6,7 @@
 #include "storage/reading.h"
 
 #include <array>
+#include <cassert>
 #include <cerrno>
 
 namespace kestrine {
@@ -124,6 +125,7 @@ int UrlFile::flush() {
 
 template <typename Status>
 int UrlFile::writeTrailer(const Status& status, const char* failure) {
+    assert(status.totalCount() == m_totalCount); // every reader of the whole file compares them
     if (flush() != 0) {
         return LOG_FAIL("flush fail");
     }

@@ -5,9 +5,9 @@
 //   status        12 + len  DayStatus or WeekMonStatus (status.h)
 //   end position  8         signed offset of the first status byte
 //
-// The status is found through the last 8 bytes, never by scanning. A file without a trailer is not
-// valid; every reader calls `readStatus` before its first block. Nothing read from a file is
-// trusted: what violates a bound marks the file broken. A call that fails does not.
+// The status is found through the last 8 bytes, never by scanning; a file without a trailer is not
+// valid. Nothing read from a file is trusted: what violates a bound marks the file broken. A call
+// that fails does not.
 #pragma once
 
 #include "platform/platform.h"
@@ -43,7 +43,7 @@ public:
     // Writes the current block out.
     [[nodiscard]] int writeUrlRecordBlocks();
     [[nodiscard]] int flush();
-    // Flushes, writes the status and the end position. The status' total is the caller's to set.
+    // Flushes, writes the status, whose total is `totalCount()`, and the end position.
     [[nodiscard]] int writeStatus(const DayStatus& status);
     [[nodiscard]] int writeStatus(const WeekMonStatus& status);
     // Whole blocks as they are.
@@ -54,9 +54,9 @@ public:
     [[nodiscard]] int64_t pendingSize() const;
 
     // ---- reading
-    // Reads the trailer (type 0xFF or 0xFFFF) and leaves the file at offset 0, before its first
-    // block. 0 or -1. A status that was read before stays as the owner has left it. Bytes between
-    // the status and the end position are tolerated.
+    // Reads the trailer (type 0xFF or 0xFFFF) and leaves the file before its first block; until
+    // then blocks are taken to end where the file ends. 0 or -1. A status that was read before
+    // stays as the owner has left it. Bytes between status and end position are tolerated.
     [[nodiscard]] int readStatus(uint32_t type);
     // Opens the file for reading and reads its status. 0; 1 when its bytes are wrong; -1.
     [[nodiscard]] int openToRead(const std::string& path, uint32_t type);

@@ -22,16 +22,6 @@ namespace {
     return 0;
 }
 
-void reportDamagedRecord(ByteView bytes) {
-    if (bytes.size() >= g_recordHeadSize) {
-        const auto urlLen = loadLittle<int32_t>(bytes.data() + recordAt::g_urlLen);
-        if (urlLen < 0 || urlLen > static_cast<int32_t>(g_maxHostText)) {
-            LOG_INFO("url len invalid %d", urlLen);
-        }
-    }
-    LOG_ERROR("record invalid, %d bytes left in the block", static_cast<int32_t>(bytes.size()));
-}
-
 } // namespace
 
 int UrlRecordBlock::init(int32_t capacity) {
@@ -146,8 +136,8 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     int result = cur < 0 ? LOG_FAIL("_ftelli64 fail, errno %d", errno)
                          : (checkBlockData(cur, endPos) == 0 ? 0 : g_damaged);
     if (result == 0) {
-        result =
-            readExactly(file, cur, m_buffer.span().first(static_cast<size_t>(m_header.blockSize)));
+        const auto size = static_cast<size_t>(m_header.blockSize);
+        result = readExactly(file, cur, m_buffer.span().first(size));
     }
     if (result != 0) {
         reset();
@@ -157,31 +147,24 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     return 0;
 }
 
-// The sizes in the header against the buffer and the end of the blocks. 0 or -1.
+// The sizes in the header, which agree with each other, against the buffer and the end of the
+// blocks. 0 or -1.
 int UrlRecordBlock::checkBlockData(int64_t cur, int64_t endPos) const {
     const bool compressed = m_header.flag == 1;
-    if (!compressed && !rawDataFits()) {
-        return -1;
-    }
-    if (endPos - cur < m_header.blockSize) {
+    const auto capacity = static_cast<int32_t>(m_buffer.size());
+    const bool fits = m_header.rawSize <= capacity;
+    if ((compressed || fits) && endPos - cur < m_header.blockSize) {
         return LOG_FAIL("have header but no content cur %lld, len %d, end %lld",
                         static_cast<long long>(cur), m_header.blockSize,
                         static_cast<long long>(endPos));
     }
-    const auto capacity = static_cast<int32_t>(m_buffer.size());
     if (compressed && m_header.blockSize > capacity) {
         return LOG_FAIL("size overflow blockSize %d realSize %d", m_header.blockSize, capacity);
     }
-    return compressed && !rawDataFits() ? -1 : 0;
-}
-
-bool UrlRecordBlock::rawDataFits() const {
-    const auto capacity = static_cast<int32_t>(m_buffer.size());
-    if (m_header.rawSize > capacity) {
-        LOG_ERROR("size overflow rawSize %d realSize %d", m_header.rawSize, capacity);
-        return false;
+    if (!fits) {
+        return LOG_FAIL("size overflow rawSize %d realSize %d", m_header.rawSize, capacity);
     }
-    return true;
+    return 0;
 }
 
 int UrlRecordBlock::unCompress() {
@@ -232,17 +215,19 @@ int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
         return LOG_FAIL("no current record, index %d count %d", m_recordIndex, m_header.count);
     }
     const ByteView rest = rawData().subspan(m_offset);
+    const bool hasHead = rest.size() >= g_recordHeadSize;
+    const auto urlLen = hasHead ? loadLittle<int32_t>(rest.data() + recordAt::g_urlLen) : 0;
+    if (urlLen < 0 || urlLen > static_cast<int32_t>(g_maxHostText)) {
+        LOG_INFO("url len invalid %d", urlLen); // 260 is the longest that is taken
+    }
     if (parseRecord(rest, record) != 0) {
-        reportDamagedRecord(rest);
-        return -1;
+        return LOG_FAIL("record invalid, %d bytes left in the block",
+                        static_cast<int32_t>(rest.size()));
     }
     // Merged or counted, it would make a block that cannot be written.
     if (!isCount(record.count)) {
         return LOG_FAIL("count of a record invalid %llu",
                         static_cast<unsigned long long>(record.count));
-    }
-    if (record.urlLen() > g_maxHostText) {
-        LOG_INFO("url len invalid %d", static_cast<int32_t>(record.urlLen()));
     }
     // A header whose count was damaged would silently drop records.
     const bool last = m_recordIndex + 1 == m_header.count;

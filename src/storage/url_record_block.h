@@ -70,7 +70,6 @@ private:
     };
 
     [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
-    [[nodiscard]] bool rawDataFits() const;
     [[nodiscard]] int decode();
 
     // While records are appended, `rawSize` counts their bytes.
