@@ -151,8 +151,9 @@ protected:
 
     TempDir m_directory;
     const std::string m_path = m_directory / "file";
+    const std::string m_longest = std::string(259, 'p'); // path
     const DayStatus m_status =
-        dayStatusOf({{"data/20240229", 3, 0x0102030405060708}, {"b", -1, 0}}, 5);
+        dayStatusOf({{"data/20240229", 3, 0x0102030405060708}, {m_longest, -1, 0}}, 5);
     static constexpr size_t g_second = 66; // offset of the second block
     static constexpr size_t g_third = 132;
     static constexpr size_t g_body = 16 + 2 * 272; // of the status
@@ -192,18 +193,18 @@ TEST_F(UrlFileTest, HasItsFormat) {
     put(body, {{5, 4}, {total, 8}, {2, 4}});
     putText(body, "data/20240229", 260);
     put(body, {{3, 4}, {0x0102030405060708, 8}});
-    putText(body, "b", 260);
+    putText(body, m_longest, 260);
     put(body, {{0xFFFFFFFF, 4}, {0, 8}});
     EXPECT_EQ(m_whole, withStatus(body));
     writeUrlFile(m_path, m_blocks, *readUrlFile(m_path).dayStatus);
     EXPECT_EQ(readBytes(m_path), m_whole);
 
-    writeUrlFile(m_path, m_blocks, weekMonStatusOf({{"r/20240229", 0x01020304}, {"q", -1}}));
+    writeUrlFile(m_path, m_blocks, weekMonStatusOf({{"r/20240229", 0x01020304}, {m_longest, -1}}));
     body.clear();
     put(body, {{total, 8}, {2, 4}});
     putText(body, "r/20240229", 260);
     put(body, {{0x01020304, 4}});
-    putText(body, "q", 260);
+    putText(body, m_longest, 260);
     put(body, {{0xFFFFFFFF, 4}});
     Bytes bytes = withStatus(body);
     EXPECT_EQ(readBytes(m_path), bytes);
