@@ -14,7 +14,6 @@
 
 #include "merge/merge_file_list.h"
 #include "storage/compress.h"
-#include "storage/status_frame.h"
 #include "storage/url_key.h"
 #include "storage/verify.h"
 
@@ -122,7 +121,8 @@ void putBlock(UrlFile& file, InputReader& input) {
     BlockHeader header = headerOf(taken);
     Bytes data(taken.begin(), taken.end());
     if ((control & 192) != 0 && data.size() >= g_recordHeadSize) {
-        storeLittle(data.data() + 8, (control & 64) != 0 ? uint64_t{0} : ~uint64_t{0});
+        storeLittle(data.data() + recordAt::g_count,
+                    (control & 64) != 0 ? uint64_t{0} : ~uint64_t{0});
     }
     Compress* compress = nullptr;
     ByteView packed;

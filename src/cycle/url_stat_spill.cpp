@@ -176,7 +176,7 @@ int UrlStat::openSpillFile(SpillPlace place) {
     }
     m_spillRecords = 0;
     m_spillTrailerSize = static_cast<int64_t>(m_dayStatus->writtenSize() + sizeof(int64_t));
-    m_spillFile = std::make_unique<UrlFile>();
+    m_spillFile = std::make_unique<UrlFile>(m_configuration->urlBlockSize());
     if (m_spillFile->open(path, OpenMode::Truncate) != 0) {
         return LOG_FAIL("open file %s fail", path.c_str());
     }

@@ -233,9 +233,9 @@ int MergeFileList::dealUnCompress(MergeEntry* entry, UrlFile& output, MergeHeap&
         return LOG_FAIL("keys of %s not ascending or not as in the header, set broken flag",
                         entry->file->path().c_str());
     }
-    entry->file->countRecordRead();
     if (m_pending && pendingRecord().key == record.key) {
-        storeLittle(m_pendingRecord.data() + 8, sumOfCounts(pendingRecord().count, record.count));
+        storeLittle(m_pendingRecord.data() + recordAt::g_count,
+                    sumOfCounts(pendingRecord().count, record.count));
     } else {
         if (m_pending && writePending(output) != 0) {
             return LOG_FAIL("write one record fail %s", output.path().c_str());
@@ -329,16 +329,15 @@ int MergeFileList::mergeMinKeyAndWriteOutBlock(MergeEntry* entry, UrlFile& outpu
         return LOG_FAIL("first key of %s not as in the header, set broken flag",
                         entry->file->path().c_str());
     }
-    const uint64_t pendingCount = pendingRecord().count;
-    const std::span<uint8_t> raw = block.rawData();
-    storeLittle(raw.data() + 8, sumOfCounts(first.count, pendingCount));
-    entry->header.totalCount += static_cast<int64_t>(pendingCount);
+    block.addToFirst(pendingRecord().count);
+    entry->header = block.header();
     m_pending = false;
 
     Compress* compress = nullptr;
     if (Compress::getInstance(&compress) != 0) {
         return LOG_FAIL("Compress::getInstance fail");
     }
+    const ByteView raw = block.rawData();
     ByteView data = raw;
     entry->header.flag = 0;
     if (compress->compress(raw.data(), static_cast<int32_t>(raw.size()), &data) == 0) {

@@ -2,7 +2,41 @@
 
 #include "frame/log.h"
 
+#include <algorithm>
+
 namespace kestrine {
+
+void BlockHeader::store(std::span<uint8_t, g_size> bytes) const {
+    storeLittle(bytes.data(), minKey);
+    storeLittle(bytes.data() + 8, maxKey);
+    storeLittle(bytes.data() + 16, totalCount);
+    storeLittle(bytes.data() + 24, blockSize);
+    storeLittle(bytes.data() + 28, rawSize);
+    storeLittle(bytes.data() + 32, flag);
+    storeLittle(bytes.data() + 36, count);
+}
+
+void BlockHeader::load(std::span<const uint8_t, g_size> bytes) {
+    minKey = loadLittle<uint64_t>(bytes.data());
+    maxKey = loadLittle<uint64_t>(bytes.data() + 8);
+    totalCount = loadLittle<int64_t>(bytes.data() + 16);
+    blockSize = loadLittle<int32_t>(bytes.data() + 24);
+    rawSize = loadLittle<int32_t>(bytes.data() + 28);
+    flag = loadLittle<uint32_t>(bytes.data() + 32);
+    count = loadLittle<int32_t>(bytes.data() + 36);
+}
+
+void BlockHeader::add(const UrlRecordView& record) {
+    minKey = std::min(minKey, record.key);
+    maxKey = std::max(maxKey, record.key);
+    totalCount = static_cast<int64_t>(static_cast<uint64_t>(totalCount) + record.count);
+    ++count;
+}
+
+bool BlockHeader::agrees(const BlockHeader& other) const {
+    return minKey == other.minKey && maxKey == other.maxKey && totalCount == other.totalCount &&
+           count == other.count;
+}
 
 int Util::validateBlockHeader(const BlockHeader* header) {
     if (header == nullptr) {

@@ -10,7 +10,7 @@
 //       36    4 count       records in the block, signed, above 0
 #pragma once
 
-#include "frame/bytes.h"
+#include "storage/url_record.h"
 
 namespace kestrine {
 
@@ -25,24 +25,14 @@ struct BlockHeader {
     uint32_t flag = 0;
     int32_t count = 0;
 
-    void store(std::span<uint8_t, g_size> bytes) const {
-        storeLittle(bytes.data(), minKey);
-        storeLittle(bytes.data() + 8, maxKey);
-        storeLittle(bytes.data() + 16, totalCount);
-        storeLittle(bytes.data() + 24, blockSize);
-        storeLittle(bytes.data() + 28, rawSize);
-        storeLittle(bytes.data() + 32, flag);
-        storeLittle(bytes.data() + 36, count);
-    }
-    void load(std::span<const uint8_t, g_size> bytes) {
-        minKey = loadLittle<uint64_t>(bytes.data());
-        maxKey = loadLittle<uint64_t>(bytes.data() + 8);
-        totalCount = loadLittle<int64_t>(bytes.data() + 16);
-        blockSize = loadLittle<int32_t>(bytes.data() + 24);
-        rawSize = loadLittle<int32_t>(bytes.data() + 28);
-        flag = loadLittle<uint32_t>(bytes.data() + 32);
-        count = loadLittle<int32_t>(bytes.data() + 36);
-    }
+    void store(std::span<uint8_t, g_size> bytes) const;
+    void load(std::span<const uint8_t, g_size> bytes);
+
+    // Takes a record into what the header says of all: keys, total, number. A total that is too
+    // large wraps.
+    void add(const UrlRecordView& record);
+    // Whether the other header says the same of its records.
+    [[nodiscard]] bool agrees(const BlockHeader& other) const;
 };
 
 namespace Util {

@@ -9,7 +9,7 @@
 namespace kestrine {
 namespace {
 
-constexpr uint32_t g_workBufferSize = 4194304;
+constexpr size_t g_workBufferSize = 4194304;
 constexpr int g_fastestLevel = 1;
 
 } // namespace
@@ -27,8 +27,7 @@ int Compress::getInstance(Compress** instance) {
 }
 
 int Compress::init() {
-    m_capacity = g_workBufferSize;
-    if (m_buffer.allocate(m_capacity) != 0) {
+    if (m_buffer.allocate(g_workBufferSize) != 0) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
     return 0;
@@ -38,7 +37,7 @@ int Compress::compress(const uint8_t* source, int32_t sourceLength, ByteView* da
     if (source == nullptr || sourceLength <= 0 || data == nullptr) {
         return LOG_FAIL("param invalid");
     }
-    uLongf destLength = m_capacity;
+    auto destLength = static_cast<uLongf>(m_buffer.size());
     const int result = compress2(m_buffer.data(), &destLength, source,
                                  static_cast<uLong>(sourceLength), g_fastestLevel);
     if (result != Z_OK) {
@@ -55,7 +54,7 @@ int Compress::unCompress(const uint8_t* source, int32_t sourceLength, ByteView* 
     if (source == nullptr || sourceLength <= 0 || data == nullptr) {
         return LOG_FAIL("param invalid");
     }
-    uLongf destLength = m_capacity;
+    auto destLength = static_cast<uLongf>(m_buffer.size());
     const int result =
         uncompress(m_buffer.data(), &destLength, source, static_cast<uLong>(sourceLength));
     if (result != Z_OK) {

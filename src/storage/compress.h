@@ -22,7 +22,6 @@ public:
     [[nodiscard]] int unCompress(const uint8_t* source, int32_t sourceLength, ByteView* data);
 
 private:
-    uint32_t m_capacity = 0;
     Buffer m_buffer;
 };
 

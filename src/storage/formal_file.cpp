@@ -25,12 +25,8 @@ bool belongsHere(UrlFile& file, const std::string& directory) {
 // 0; 1 when the bytes are wrong; -1.
 int openOnce(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>& file) {
     file = std::make_unique<UrlFile>();
-    if (file->open(files.formal, OpenMode::Read) != 0) {
-        return LOG_FAIL("open %s fail", files.formal.c_str());
-    }
-    if (file->readStatus(kindOf(period).statusType) != 0) {
-        LOG_ERROR("read status from %s fail", files.formal.c_str());
-        return file->broken() ? 1 : -1;
+    if (const int ret = file->openToRead(files.formal, kindOf(period).statusType); ret != 0) {
+        return ret;
     }
     if (!belongsHere(*file, files.directory)) {
         LOG_ERROR("status of %s is damaged or of another account or date", files.formal.c_str());

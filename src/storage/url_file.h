@@ -5,9 +5,9 @@
 //   status        12 + len  DayStatus or WeekMonStatus (status.h)
 //   end position  8         signed offset of the first status byte
 //
-// The status is found through the last 8 bytes, never by scanning. A file without a trailer is not
-// valid; every reader calls `readStatus` before its first block. Nothing read from a file is
-// trusted: what violates a bound marks the file broken. A call that fails does not.
+// The status is found through the last 8 bytes, never by scanning; a file without a trailer is not
+// valid. Nothing read from a file is trusted: what violates a bound marks the file broken. A call
+// that fails does not.
 #pragma once
 
 #include "platform/platform.h"
@@ -23,12 +23,14 @@ namespace kestrine {
 
 class UrlFile {
 public:
-    UrlFile() = default;
+    // Blocks of a file that is written grow to `blockCapacity` bytes of records; the default, which
+    // is the most, holds every block that is read.
+    explicit UrlFile(int32_t blockCapacity = g_blockCapacity) : m_blockCapacity(blockCapacity) {}
     ~UrlFile();
     UrlFile(const UrlFile&) = delete;
     UrlFile& operator=(const UrlFile&) = delete;
 
-    [[nodiscard]] int init();
+    [[nodiscard]] int init(); // allocates the block; `open` does where it was not done
     [[nodiscard]] int open(const std::string& path, OpenMode mode);
     // Closes the handle. Closing a closed file returns 0.
     [[nodiscard]] int close();
@@ -41,7 +43,7 @@ public:
     // Writes the current block out.
     [[nodiscard]] int writeUrlRecordBlocks();
     [[nodiscard]] int flush();
-    // Flushes, writes the status and the end position. The status' total is the caller's to set.
+    // Flushes, writes the status, whose total is `totalCount()`, and the end position.
     [[nodiscard]] int writeStatus(const DayStatus& status);
     [[nodiscard]] int writeStatus(const WeekMonStatus& status);
     // Whole blocks as they are.
@@ -52,9 +54,12 @@ public:
     [[nodiscard]] int64_t pendingSize() const;
 
     // ---- reading
-    // Reads the trailer (type 0xFF or 0xFFFF) and leaves the file at offset 0. 0 or -1. A status
-    // that was read before stays as the owner has left it.
+    // Reads the trailer (type 0xFF or 0xFFFF) and leaves the file before its first block; until
+    // then blocks are taken to end where the file ends. 0 or -1. A status that was read before
+    // stays as the owner has left it. Bytes between status and end position are tolerated.
     [[nodiscard]] int readStatus(uint32_t type);
+    // Opens the file for reading and reads its status. 0; 1 when its bytes are wrong; -1.
+    [[nodiscard]] int openToRead(const std::string& path, uint32_t type);
     // The current record, not consumed. 0, 1 (end of file) or -1. Valid until the next read.
     [[nodiscard]] int getTopRecord(UrlRecordView& record);
     // The same, and moves past it.
@@ -71,38 +76,35 @@ public:
     // Its bytes were found wrong.
     [[nodiscard]] bool broken() const { return m_broken; }
     void setBroken() { m_broken = true; }
-    // Written: sum of the counts of everything written. Read: records read.
+    // Sum of the counts of everything written.
     [[nodiscard]] uint64_t totalCount() const { return m_totalCount; }
-    void countRecordRead() { ++m_totalCount; }
     // Read by readStatus; null before, or of the other kind.
     [[nodiscard]] DayStatus* dayStatus() { return std::get_if<DayStatus>(&m_status); }
     [[nodiscard]] WeekMonStatus* weekMonStatus() { return std::get_if<WeekMonStatus>(&m_status); }
     // The total that the status read names; 0 without one.
     [[nodiscard]] uint64_t statusTotal() const;
-    [[nodiscard]] UrlRecordBlock& block() { return *m_block; }
+    [[nodiscard]] UrlRecordBlock& block() { return m_block; }
 
 private:
     void startOver(const std::string& path);
     [[nodiscard]] int findSize();
     [[nodiscard]] int append(ByteView data);
+    template <typename Status>
+    [[nodiscard]] int writeTrailer(const Status& status, const char* failure);
     [[nodiscard]] int readNextHeader();
-    [[nodiscard]] int readEndPosition(int64_t size);
-    [[nodiscard]] int readStatusRecord(int64_t size, uint32_t type);
-    [[nodiscard]] int readDayStatus(int64_t end);
-    [[nodiscard]] int readWeekMonStatus(int64_t end);
-    [[nodiscard]] int writeEndPosition();
-    int breakFile(); // sets broken, reports it, returns -1
+    [[nodiscard]] int readStatusRecord(int64_t end, uint32_t type);
+    template <typename Status>
+    [[nodiscard]] int readInto(int64_t end, const char* failure);
     int failedRead(int result, const char* what);
 
+    const int32_t m_blockCapacity;
     std::string m_path;
     std::unique_ptr<File> m_file;
     uint64_t m_totalCount = 0;
     int64_t m_endPos = 0;
-    std::unique_ptr<UrlRecordBlock> m_block;
-    uint32_t m_type = 0;
+    UrlRecordBlock m_block;
     std::variant<std::monostate, DayStatus, WeekMonStatus> m_status;
     bool m_broken = false;
-    bool m_headerPending = false;
     bool m_eof = false;
 };
 

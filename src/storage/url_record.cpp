@@ -7,11 +7,11 @@
 namespace kestrine {
 
 void UrlRecordView::store(uint8_t* bytes) const {
-    storeLittle(bytes, key);
-    storeLittle(bytes + 8, count);
-    storeLittle(bytes + 16, type);
-    storeLittle(bytes + 20, urlLen());
-    uint8_t* text = bytes + g_recordHeadSize;
+    storeLittle(bytes + recordAt::g_key, key);
+    storeLittle(bytes + recordAt::g_count, count);
+    storeLittle(bytes + recordAt::g_type, type);
+    storeLittle(bytes + recordAt::g_urlLen, urlLen());
+    uint8_t* text = bytes + recordAt::g_url;
     std::copy(url.begin(), url.end(), text);
     text[url.size()] = 0;
 }

@@ -1,11 +1,4 @@
 // One host with its visits, in memory and inside a block.
-//
-//   offset size field
-//        0    8 key      key of the whole host text
-//        8    8 count    visits, 1 to 2^63 - 1 (the sum of a block's counts is signed)
-//       16    4 type     type word of the log record that came first
-//       20    4 urlLen   length of the text with its terminating zero, 1 to 260
-//       24    n url      host text (at most 259 bytes) and a zero
 #pragma once
 
 #include "frame/bytes.h"
@@ -16,10 +9,24 @@
 
 namespace kestrine {
 
-constexpr size_t g_recordHeadSize = 24;
+// Where the fields of a record stand.
+namespace recordAt {
+constexpr size_t g_key = 0;     // 8 bytes: key of the whole host text
+constexpr size_t g_count = 8;   // 8: visits, 1 to 2^63 - 1 (the sum of a block's counts is signed)
+constexpr size_t g_type = 16;   // 4: type word of the log record that came first
+constexpr size_t g_urlLen = 20; // 4: length of the text with its terminating zero, 1 to 260
+constexpr size_t g_url = 24;    // host text (at most 259 bytes) and a zero
+} // namespace recordAt
+
+constexpr size_t g_recordHeadSize = recordAt::g_url;
 constexpr size_t g_maxHostText = 259; // longer hosts keep their first 259 bytes
 constexpr uint64_t g_maxCount = INT64_MAX;
 constexpr size_t g_maxRecordSize = g_recordHeadSize + g_maxHostText + 1;
+
+// What a record may count, wherever it is read or written.
+[[nodiscard]] constexpr bool isCount(uint64_t count) {
+    return count > 0 && count <= g_maxCount;
+}
 
 // A record that lies elsewhere; `url` is the text without its zero.
 struct UrlRecordView {
@@ -41,14 +48,14 @@ struct UrlRecordView {
         return -1;
     }
     const ByteView text = bytes.subspan(g_recordHeadSize);
-    const auto urlLen = loadLittle<uint32_t>(bytes.data() + 20);
+    const auto urlLen = loadLittle<uint32_t>(bytes.data() + recordAt::g_urlLen);
     if (urlLen == 0 || urlLen > g_maxHostText + 1 || urlLen > text.size() ||
         text[urlLen - 1] != 0) {
         return -1;
     }
-    record.key = loadLittle<uint64_t>(bytes.data());
-    record.count = loadLittle<uint64_t>(bytes.data() + 8);
-    record.type = loadLittle<uint32_t>(bytes.data() + 16);
+    record.key = loadLittle<uint64_t>(bytes.data() + recordAt::g_key);
+    record.count = loadLittle<uint64_t>(bytes.data() + recordAt::g_count);
+    record.type = loadLittle<uint32_t>(bytes.data() + recordAt::g_type);
     record.url = asText(text.first(urlLen - 1));
     return 0;
 }

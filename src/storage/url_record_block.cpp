@@ -1,12 +1,12 @@
 #include "storage/url_record_block.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "storage/compress.h"
 #include "storage/reading.h"
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
 
@@ -22,29 +22,17 @@ namespace {
     return 0;
 }
 
-void reportDamagedRecord(ByteView bytes) {
-    if (bytes.size() >= g_recordHeadSize) {
-        const auto urlLen = loadLittle<int32_t>(bytes.data() + 20);
-        if (urlLen < 0 || urlLen > static_cast<int32_t>(g_maxHostText)) {
-            LOG_INFO("url len invalid %d", urlLen);
-        }
-    }
-    LOG_ERROR("record invalid, %d bytes left in the block", static_cast<int32_t>(bytes.size()));
-}
-
 } // namespace
 
-int UrlRecordBlock::init() {
-    if (!m_buffer.empty()) {
+int UrlRecordBlock::init(int32_t capacity) {
+    if (isInitialised()) {
         return LOG_FAIL("call twice! will lead to memory leak!");
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
+    if (capacity <= 0 || capacity > g_blockCapacity) {
+        return LOG_FAIL("param invalid");
     }
-    m_capacity = configuration->urlBlockSize();
-    if (m_buffer.allocate(static_cast<size_t>(m_capacity)) != 0) {
-        return LOG_FAIL("malloc fail %d errno %d", m_capacity, errno);
+    if (m_buffer.allocate(static_cast<size_t>(capacity)) != 0) {
+        return LOG_FAIL("malloc fail %d errno %d", capacity, errno);
     }
     reset();
     return 0;
@@ -52,29 +40,31 @@ int UrlRecordBlock::init() {
 
 void UrlRecordBlock::reset() {
     m_header = {};
-    m_used = 0;
+    m_state = State::Records;
     m_recordIndex = 0;
     m_offset = 0;
+}
+
+size_t UrlRecordBlock::used() const {
+    return m_state == State::Records ? static_cast<size_t>(m_header.rawSize) : 0;
 }
 
 // ---- writing
 
 bool UrlRecordBlock::hasRoomFor(const UrlRecordView& record) const {
-    return static_cast<int64_t>(record.size()) < int64_t{m_capacity} - m_used &&
+    return used() + record.size() < m_buffer.size() &&
            record.count <= g_maxCount - static_cast<uint64_t>(m_header.totalCount);
 }
 
 void UrlRecordBlock::append(const UrlRecordView& record) {
-    record.store(m_buffer.data() + m_used);
-    m_used += static_cast<int32_t>(record.size());
-    ++m_header.count;
-    m_header.totalCount += static_cast<int64_t>(record.count);
-    m_header.minKey = std::min(m_header.minKey, record.key);
-    m_header.maxKey = std::max(m_header.maxKey, record.key);
+    assert(m_state == State::Records && hasRoomFor(record));
+    record.store(m_buffer.data() + used());
+    m_header.add(record);
+    m_header.rawSize += static_cast<int32_t>(record.size());
 }
 
 int UrlRecordBlock::writeOneBlock(File& file) {
-    if (m_used == 0 || m_header.count == 0) {
+    if (used() == 0 || m_header.count == 0) {
         return 0;
     }
     Compress* compressor = nullptr;
@@ -82,12 +72,11 @@ int UrlRecordBlock::writeOneBlock(File& file) {
         return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data;
-    m_header.flag = compressor->compress(m_buffer.data(), m_used, &data) == 0 ? 1 : 0;
+    m_header.flag = compressor->compress(m_buffer.data(), m_header.rawSize, &data) == 0 ? 1 : 0;
     if (m_header.flag == 0) {
-        data = m_buffer.span().first(used());
+        data = rawData();
     }
     m_header.blockSize = static_cast<int32_t>(data.size());
-    m_header.rawSize = m_used;
     if (Util::validateBlockHeader(&m_header) != 0) {
         return LOG_FAIL("validateBlockHeader fail");
     }
@@ -135,58 +124,58 @@ int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
         reset();
         return g_damaged;
     }
-    m_used = m_recordIndex = m_offset = g_notDecoded;
+    m_state = State::Header;
     return 0;
 }
 
 int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
+    if (!awaitsData()) {
+        return LOG_FAIL("ERROR");
+    }
     const int64_t cur = file.tell();
     int result = cur < 0 ? LOG_FAIL("_ftelli64 fail, errno %d", errno)
                          : (checkBlockData(cur, endPos) == 0 ? 0 : g_damaged);
     if (result == 0) {
-        result =
-            readExactly(file, cur, m_buffer.span().first(static_cast<size_t>(m_header.blockSize)));
+        const auto size = static_cast<size_t>(m_header.blockSize);
+        result = readExactly(file, cur, m_buffer.span().first(size));
     }
     if (result != 0) {
         reset();
+        return result;
     }
-    return result;
+    m_state = State::Stored;
+    return 0;
 }
 
-// The sizes in the header against the buffer and the end of the blocks. 0 or -1.
+// The sizes in the header, which agree with each other, against the buffer and the end of the
+// blocks. 0 or -1.
 int UrlRecordBlock::checkBlockData(int64_t cur, int64_t endPos) const {
     const bool compressed = m_header.flag == 1;
-    if (!compressed && !rawDataFits()) {
-        return -1;
-    }
-    if (endPos - cur < m_header.blockSize) {
+    const auto capacity = static_cast<int32_t>(m_buffer.size());
+    const bool fits = m_header.rawSize <= capacity;
+    if ((compressed || fits) && endPos - cur < m_header.blockSize) {
         return LOG_FAIL("have header but no content cur %lld, len %d, end %lld",
                         static_cast<long long>(cur), m_header.blockSize,
                         static_cast<long long>(endPos));
     }
-    if (compressed && m_header.blockSize > m_capacity) {
-        return LOG_FAIL("size overflow blockSize %d realSize %d", m_header.blockSize, m_capacity);
+    if (compressed && m_header.blockSize > capacity) {
+        return LOG_FAIL("size overflow blockSize %d realSize %d", m_header.blockSize, capacity);
     }
-    return compressed && !rawDataFits() ? -1 : 0;
-}
-
-bool UrlRecordBlock::rawDataFits() const {
-    if (m_header.rawSize > m_capacity) {
-        LOG_ERROR("size overflow rawSize %d realSize %d", m_header.rawSize, m_capacity);
-        return false;
+    if (!fits) {
+        return LOG_FAIL("size overflow rawSize %d realSize %d", m_header.rawSize, capacity);
     }
-    return true;
+    return 0;
 }
 
 int UrlRecordBlock::unCompress() {
-    if (m_used != g_notDecoded || m_header.flag > 1) {
+    if (m_state != State::Stored) {
         return LOG_FAIL("ERROR");
     }
     if (const int result = m_header.flag == 1 ? decode() : 0; result != 0) {
         reset();
         return result;
     }
-    m_used = m_header.rawSize;
+    m_state = State::Records;
     m_recordIndex = 0;
     m_offset = 0;
     return 0;
@@ -213,48 +202,54 @@ int UrlRecordBlock::decode() {
 }
 
 ByteView UrlRecordBlock::storedData() const {
-    return m_buffer.span().first(
-        std::min(static_cast<size_t>(m_header.blockSize), m_buffer.size()));
-}
-
-std::span<uint8_t> UrlRecordBlock::rawData() {
-    return m_buffer.span().first(m_used == g_notDecoded ? 0 : used());
+    assert(m_state == State::Stored);
+    return m_buffer.span().first(static_cast<size_t>(m_header.blockSize));
 }
 
 bool UrlRecordBlock::hasCurrent() const {
-    return m_used != g_notDecoded && m_recordIndex < m_header.count;
+    return m_state == State::Records && m_recordIndex < m_header.count;
 }
 
 int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
     if (!hasCurrent()) {
         return LOG_FAIL("no current record, index %d count %d", m_recordIndex, m_header.count);
     }
-    const ByteView rest = m_buffer.span().subspan(static_cast<size_t>(m_offset),
-                                                  static_cast<size_t>(m_used - m_offset));
+    const ByteView rest = rawData().subspan(m_offset);
+    const bool hasHead = rest.size() >= g_recordHeadSize;
+    const auto urlLen = hasHead ? loadLittle<int32_t>(rest.data() + recordAt::g_urlLen) : 0;
+    if (urlLen < 0 || urlLen > static_cast<int32_t>(g_maxHostText)) {
+        LOG_INFO("url len invalid %d", urlLen); // 260 is the longest that is taken
+    }
     if (parseRecord(rest, record) != 0) {
-        reportDamagedRecord(rest);
-        return -1;
+        return LOG_FAIL("record invalid, %d bytes left in the block",
+                        static_cast<int32_t>(rest.size()));
     }
     // Merged or counted, it would make a block that cannot be written.
-    if (record.count == 0 || record.count > g_maxCount) {
+    if (!isCount(record.count)) {
         return LOG_FAIL("count of a record invalid %llu",
                         static_cast<unsigned long long>(record.count));
-    }
-    if (record.urlLen() > g_maxHostText) {
-        LOG_INFO("url len invalid %d", static_cast<int32_t>(record.urlLen()));
     }
     // A header whose count was damaged would silently drop records.
     const bool last = m_recordIndex + 1 == m_header.count;
     if (last && record.size() != rest.size()) {
         return LOG_FAIL("last record ends at %d, raw %d",
-                        m_offset + static_cast<int32_t>(record.size()), m_used);
+                        static_cast<int32_t>(m_offset + record.size()), m_header.rawSize);
     }
     return 0;
 }
 
 void UrlRecordBlock::advance(const UrlRecordView& record) {
+    assert(hasCurrent() && record.size() <= used() - m_offset);
     ++m_recordIndex;
-    m_offset += static_cast<int32_t>(record.size());
+    m_offset += record.size();
+}
+
+void UrlRecordBlock::addToFirst(uint64_t count) {
+    assert(hasCurrent() && m_recordIndex == 0 && used() >= g_recordHeadSize &&
+           count <= g_maxCount - static_cast<uint64_t>(m_header.totalCount));
+    uint8_t* const field = m_buffer.data() + recordAt::g_count;
+    storeLittle(field, std::min(loadLittle<uint64_t>(field) + count, g_maxCount));
+    m_header.totalCount += static_cast<int64_t>(count);
 }
 
 } // namespace kestrine

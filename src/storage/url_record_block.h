@@ -13,9 +13,14 @@
 
 namespace kestrine {
 
+// Room for a block's records, in bytes. Nothing larger is written, nothing larger is read.
+constexpr int32_t g_blockCapacity = 2048 * 1024;
+
 class UrlRecordBlock {
 public:
-    [[nodiscard]] int init();
+    // Allocates the buffer, of g_blockCapacity bytes at most. 0 or -1.
+    [[nodiscard]] int init(int32_t capacity);
+    [[nodiscard]] bool isInitialised() const { return !m_buffer.empty(); }
     // Back to the empty state, the buffer is kept.
     void reset();
 
@@ -23,12 +28,12 @@ public:
     // True when the record fits, at least one byte stays free and the sum of the counts does not
     // overflow.
     [[nodiscard]] bool hasRoomFor(const UrlRecordView& record) const;
-    // Appends; the caller has made sure of the room and of the ascending order.
+    // Appends a record for which there is room.
     void append(const UrlRecordView& record);
     // Writes header and data; nothing when the block is empty. 0 or -1.
     [[nodiscard]] int writeOneBlock(File& file);
     // Bytes of records in the buffer.
-    [[nodiscard]] size_t used() const { return m_used; }
+    [[nodiscard]] size_t used() const;
 
     // ---- reading; `endPos` is where the blocks of the file end.
     // Next block, decoded. 0; 1: no further block before `endPos`; g_damaged (reading.h): its bytes
@@ -38,10 +43,12 @@ public:
     [[nodiscard]] int readBlockHeader(File& file, int64_t endPos);
     [[nodiscard]] int readBlockData(File& file, int64_t endPos);
     [[nodiscard]] int unCompress();
+    // A header was read, its data not yet.
+    [[nodiscard]] bool awaitsData() const { return m_state == State::Header; }
     // The data as stored, between readBlockData and unCompress.
     [[nodiscard]] ByteView storedData() const;
-    // The records' bytes of a decoded block; writable, so that a count can be folded in.
-    [[nodiscard]] std::span<uint8_t> rawData();
+    // The records' bytes of a decoded block.
+    [[nodiscard]] ByteView rawData() const { return m_buffer.span().first(used()); }
 
     [[nodiscard]] const BlockHeader& header() const { return m_header; }
     // True while a decoded block has a record at the cursor.
@@ -51,22 +58,26 @@ public:
     [[nodiscard]] int getCurrentUrlRecord(UrlRecordView& record) const;
     // Moves past `record`, which is the one at the cursor.
     void advance(const UrlRecordView& record);
+    // Adds visits to the first record, which is at the cursor and was read, and to the header's
+    // total, which has room for them. The record's count stops at the largest.
+    void addToFirst(uint64_t count);
 
 private:
-    // Stands in m_used, m_recordIndex and m_offset while a header has been read and its data not
-    // been decoded.
-    static constexpr int32_t g_notDecoded = 0x0FFFFFFF;
+    enum class State {
+        Records, // the buffer holds records
+        Header,  // a header was read
+        Stored,  // and its data, not decoded
+    };
 
     [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
-    [[nodiscard]] bool rawDataFits() const;
     [[nodiscard]] int decode();
 
+    // While records are appended, `rawSize` counts their bytes.
     BlockHeader m_header;
-    int32_t m_capacity = 0;
-    int32_t m_used = 0;
     Buffer m_buffer;
+    State m_state = State::Records;
     int32_t m_recordIndex = 0;
-    int32_t m_offset = 0;
+    size_t m_offset = 0; // of the record at the cursor
 };
 
 } // namespace kestrine

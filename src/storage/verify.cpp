@@ -3,9 +3,18 @@
 #include "frame/log.h"
 #include "frame/run_flag.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace kestrine {
+
+bool OrderCheck::next(const UrlRecordView& record) {
+    const bool byCount = m_order == RecordOrder::Count && record.count != m_lastCount;
+    const bool follows = m_first || (byCount ? record.count < m_lastCount : record.key > m_lastKey);
+    m_first = false;
+    m_lastKey = record.key;
+    m_lastCount = record.count;
+    return follows;
+}
 
 int VerifyingReader::readOneRecord(UrlRecordView& record) {
     const int ret = m_file.readOneRecord(record);
@@ -17,45 +26,18 @@ int VerifyingReader::readOneRecord(UrlRecordView& record) {
                    ? 1
                    : breakFile("total of the status does not fit the records");
     }
-    if (!follows(record)) {
+    if (!m_order.next(record)) {
         return breakFile("records not in order");
     }
-    add(record);
-    if (!m_file.block().hasCurrent() && !fitsHeader()) {
-        return breakFile("header of a block does not fit its records");
-    }
-    return 0;
-}
-
-bool VerifyingReader::follows(const UrlRecordView& record) const {
-    if (m_records == 0) {
-        return true;
-    }
-    if (m_order == RecordOrder::Count && record.count != m_lastCount) {
-        return record.count < m_lastCount;
-    }
-    return record.key > m_lastKey;
-}
-
-// Sums wrap, as those of the writer do.
-void VerifyingReader::add(const UrlRecordView& record) {
-    m_lastKey = record.key;
-    m_lastCount = record.count;
     ++m_records;
     m_total += record.count;
-    m_block.minKey = std::min(m_block.minKey, record.key);
-    m_block.maxKey = std::max(m_block.maxKey, record.key);
-    m_block.totalCount =
-        static_cast<int64_t>(static_cast<uint64_t>(m_block.totalCount) + record.count);
-}
-
-// At the end of a block.
-bool VerifyingReader::fitsHeader() {
-    const BlockHeader& header = m_file.block().header();
-    const bool fits = header.minKey == m_block.minKey && header.maxKey == m_block.maxKey &&
-                      header.totalCount == m_block.totalCount;
-    m_block = {};
-    return fits;
+    m_block.add(record);
+    if (m_file.block().hasCurrent()) {
+        return 0;
+    }
+    return std::exchange(m_block, {}).agrees(m_file.block().header())
+               ? 0
+               : breakFile("header of a block does not fit its records");
 }
 
 int VerifyingReader::breakFile(const char* what) {
@@ -66,11 +48,8 @@ int VerifyingReader::breakFile(const char* what) {
 
 int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
     UrlFile file;
-    if (file.open(path, OpenMode::Read) != 0) {
-        return LOG_FAIL("open %s fail", path.c_str());
-    }
-    if (file.readStatus(statusType) != 0) {
-        return file.broken() ? 1 : LOG_FAIL("read status from %s fail", path.c_str());
+    if (const int ret = file.openToRead(path, statusType); ret != 0) {
+        return ret;
     }
     VerifyingReader reader(file, order);
     UrlRecordView record;
@@ -100,11 +79,8 @@ int verifyTwice(const std::string& path, uint32_t statusType, RecordOrder order,
 
 int readTotal(const std::string& path, uint32_t statusType, uint64_t& total) {
     UrlFile file;
-    if (file.open(path, OpenMode::Read) != 0) {
-        return LOG_FAIL("open %s fail", path.c_str());
-    }
-    if (file.readStatus(statusType) != 0) {
-        return file.broken() ? 1 : LOG_FAIL("read status from %s fail", path.c_str());
+    if (const int ret = file.openToRead(path, statusType); ret != 0) {
+        return ret;
     }
     total = file.statusTotal();
     return file.close();

@@ -13,6 +13,20 @@ namespace kestrine {
 // count and of equal counts by ascending key.
 enum class RecordOrder { Key, Count };
 
+// Looks at the records of a file one after another.
+class OrderCheck {
+public:
+    explicit OrderCheck(RecordOrder order) : m_order(order) {}
+    // Whether the record may follow the one before.
+    [[nodiscard]] bool next(const UrlRecordView& record);
+
+private:
+    RecordOrder m_order;
+    bool m_first = true;
+    uint64_t m_lastKey = 0;
+    uint64_t m_lastCount = 0;
+};
+
 // Reads the records of an open file whose status was read, and compares what no record shows alone:
 // their order, each block with its header, and the sum of the counts with the status' total.
 class VerifyingReader {
@@ -26,18 +40,13 @@ public:
     [[nodiscard]] uint64_t total() const { return m_total; } // of the counts read
 
 private:
-    [[nodiscard]] bool follows(const UrlRecordView& record) const;
-    void add(const UrlRecordView& record);
-    [[nodiscard]] bool fitsHeader();
     int breakFile(const char* what);
 
     UrlFile& m_file;
-    RecordOrder m_order;
-    BlockHeader m_block; // keys and total of the block's records so far
-    uint64_t m_lastKey = 0;
-    uint64_t m_lastCount = 0;
+    OrderCheck m_order;
+    BlockHeader m_block; // of the block's records so far
     uint64_t m_records = 0;
-    uint64_t m_total = 0;
+    uint64_t m_total = 0; // wraps, as the writer's does
 };
 
 // What a file holds.

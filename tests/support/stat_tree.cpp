@@ -87,7 +87,7 @@ void expectPeriodFile(const std::string& path, uint32_t type, const TestRecords&
     if (content.dayStatus) {
         EXPECT_EQ(content.dayStatus->totalCount(), total) << path;
     } else if (content.weekMonStatus) {
-        EXPECT_EQ(content.weekMonStatus->totalCount(), static_cast<int64_t>(total)) << path;
+        EXPECT_EQ(content.weekMonStatus->totalCount(), total) << path;
     }
     expectTopLists(std::string(names::parentOf(path)), records);
 }

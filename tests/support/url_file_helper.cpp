@@ -12,8 +12,9 @@ namespace kestrine::test {
 namespace {
 
 template <typename Status>
-void writeFile(const std::string& path, const std::vector<TestRecords>& blocks, Status status) {
-    UrlFile file;
+void writeFile(const std::string& path, const std::vector<TestRecords>& blocks, Status status,
+               int32_t capacity) {
+    UrlFile file(capacity);
     ASSERT_EQ(file.open(path, OpenMode::Truncate), 0) << path;
     for (const TestRecords& block : blocks) {
         for (const TestRecord& record : block) {
@@ -24,23 +25,6 @@ void writeFile(const std::string& path, const std::vector<TestRecords>& blocks, 
     status.setTotalCount(static_cast<int64_t>(file.totalCount()));
     ASSERT_EQ(file.writeStatus(status), 0) << path;
     ASSERT_EQ(file.close(), 0) << path;
-}
-
-bool readAll(UrlFile& file, UrlFileContent& content, uint32_t type) {
-    if (file.readStatus(type) != 0) {
-        return false;
-    }
-    if (file.dayStatus() != nullptr) {
-        content.dayStatus = *file.dayStatus();
-    } else {
-        content.weekMonStatus = *file.weekMonStatus();
-    }
-    UrlRecordView record;
-    int result = 0;
-    while ((result = file.readOneRecord(record)) == 0) {
-        content.records.push_back({record.key, record.count, record.type, std::string(record.url)});
-    }
-    return result == 1;
 }
 
 } // namespace
@@ -89,21 +73,31 @@ WeekMonStatus weekMonStatusOf(std::vector<DateEntry> entries) {
     return status;
 }
 
-void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
-                  DayStatus status) {
-    writeFile(path, blocks, std::move(status));
+void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks, DayStatus status,
+                  int32_t capacity) {
+    writeFile(path, blocks, std::move(status), capacity);
 }
 
 void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
                   WeekMonStatus status) {
-    writeFile(path, blocks, std::move(status));
+    writeFile(path, blocks, std::move(status), g_blockCapacity);
 }
 
 UrlFileContent readUrlFile(const std::string& path, uint32_t type) {
     UrlFile file;
     UrlFileContent content;
-    content.whole = file.open(path, OpenMode::Read) == 0 && readAll(file, content, type);
+    int result = file.openToRead(path, type);
+    if (result == 0 && type == g_dayStatusType) {
+        content.dayStatus = *file.dayStatus();
+    } else if (result == 0) {
+        content.weekMonStatus = *file.weekMonStatus();
+    }
+    UrlRecordView record;
+    while (result == 0 && (result = file.readOneRecord(record)) == 0) {
+        content.records.push_back({record.key, record.count, record.type, std::string(record.url)});
+    }
     content.broken = file.broken();
+    content.whole = result == 1 && !content.broken;
     return content;
 }
 

@@ -37,9 +37,9 @@ using TestRecords = std::vector<TestRecord>;
 
 // Writes a finished file. The records, in key order, stand in the given blocks; an empty list of
 // blocks gives a file with a status alone. The status' total is set to the sum of the counts.
-// Reports a failure to the test.
-void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
-                  DayStatus status);
+// Blocks are split where they exceed the capacity. Reports a failure to the test.
+void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks, DayStatus status,
+                  int32_t capacity = g_blockCapacity);
 void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
                   WeekMonStatus status);
 

@@ -1,5 +1,4 @@
-// Records, block headers, the compressor, status records and the key of a host by themselves, then
-// whole files.
+// Records, status records and the key of a host by themselves, then whole files.
 #include "storage/compress.h"
 #include "storage/reading.h"
 #include "storage/url_key.h"
@@ -16,50 +15,19 @@ namespace {
 using namespace test;
 using Bytes = std::vector<uint8_t>;
 
+// The longest text is kept whole, a longer one is cut, and a longer one is no record.
 TEST(UrlRecord, BoundsOfItsText) {
+    Bytes bytes(g_recordHeadSize + 400); // zeros: a terminator everywhere
     UrlRecordView parsed;
     for (const auto& [urlLen, result] :
          {std::pair(0U, -1), {1, 0}, {260, 0}, {261, -1}, {~0U, -1}}) {
-        Bytes bytes(g_recordHeadSize + 400); // zeros: a terminator everywhere
-        storeLittle(bytes.data() + 20, urlLen);
+        storeLittle(bytes.data() + recordAt::g_urlLen, urlLen);
         EXPECT_EQ(parseRecord(bytes, parsed), result) << urlLen;
     }
-    Bytes bytes(25);
-    bytes[20] = 1;
-    EXPECT_EQ(parseRecord(bytes, parsed), 0);
-    bytes[24] = 'x';
-    EXPECT_EQ(parseRecord(bytes, parsed), -1); // no terminator
     for (const size_t length : {258U, 259U, 260U, 1000U}) {
         const UrlRecordPtr record = makeUrlRecord({7, 8, 9, std::string(length, 'h')});
         EXPECT_EQ(record->url().size(), std::min<size_t>(length, 259));
     }
-}
-
-TEST(BlockHeader, Bounds) {
-    const std::tuple<uint32_t, int32_t, int64_t, int32_t, int32_t, int> table[] = {
-        {1, 1, 1, 5, 5, 0},  {1, 1, INT64_MAX, 1, 5, 0}, {1, 1, 1, 6, 5, -1}, {0, 1, 1, 5, 5, 0},
-        {0, 1, 1, 4, 5, -1}, {0, 1, 1, 6, 5, -1},        {2, 1, 1, 5, 5, -1}, {1, 0, 1, 5, 5, -1},
-        {1, 1, 0, 5, 5, -1}, {1, 1, -1, 5, 5, -1},       {1, 1, 1, 0, 5, -1}, {0, 1, 1, 0, 0, -1}};
-    for (const auto& [flag, count, total, blockSize, rawSize, result] : table) {
-        const BlockHeader header{1, 2, total, blockSize, rawSize, flag, count};
-        EXPECT_EQ(Util::validateBlockHeader(&header), result);
-    }
-}
-
-// A compressed form exactly as long as the source is taken, a longer one is not.
-TEST(Compress, Bounds) {
-    Compress* compress = nullptr;
-    ASSERT_EQ(Compress::getInstance(&compress), 0);
-    Bytes source = {3, 24, 171, 176, 211, 200, 123, 96, 163, 120, 75, 16, 115, 40, 27, 192};
-    ByteView data;
-    int32_t size = 16;
-    for (; compress->compress(source.data(), size, &data) != 0; ++size) {
-        source.push_back('x');
-    }
-    const Bytes stored(data.begin(), data.end());
-    EXPECT_EQ(stored.size(), source.size());
-    ASSERT_EQ(compress->unCompress(stored.data(), size, &data), 0);
-    EXPECT_EQ(Bytes(data.begin(), data.end()), source);
 }
 
 class StatusTest : public testing::Test {
@@ -102,20 +70,6 @@ TEST_F(StatusTest, LengthsOnRead) {
     }
 }
 
-// One more than the counter, the next number, must be a number too.
-TEST_F(StatusTest, CountersOfDaysHaveBounds) {
-    for (const auto& [counter, result] : {std::pair(-2, g_damaged),
-                                          {-1, 0},
-                                          {INT32_MAX - 1, 0},
-                                          {INT32_MAX, g_damaged},
-                                          {INT32_MIN, g_damaged}}) {
-        Bytes body(16);
-        storeLittle(body.data(), counter);
-        DayStatus day;
-        EXPECT_EQ(read(day, body, body.size()), result) << counter;
-    }
-}
-
 TEST_F(StatusTest, WhatCannotBeReadBackIsNotWritten) {
     std::vector<NodeEntry> nodes((g_most - 16) / 272, {std::string(259, 'p'), 1, 0});
     std::vector<DateEntry> dates((g_most - 12) / 264, {std::string(259, 'p'), 1});
@@ -131,6 +85,18 @@ TEST_F(StatusTest, WhatCannotBeReadBackIsNotWritten) {
     EXPECT_EQ(write(weekMonStatusOf({{tooLong, 0}})), -1);
     EXPECT_EQ(write(DayStatus()), -1);
     EXPECT_EQ(write(WeekMonStatus()), -1);
+    // One more than the counter, the next number, must be a number too.
+    for (const auto& [counter, good] : {std::pair(-2, false),
+                                        {-1, true},
+                                        {INT32_MAX - 1, true},
+                                        {INT32_MAX, false},
+                                        {INT32_MIN, false}}) {
+        EXPECT_EQ(write(dayStatusOf({{"n", 1, 0}}, counter)), good ? 0 : -1) << counter;
+        Bytes body(16);
+        storeLittle(body.data(), counter);
+        DayStatus day;
+        EXPECT_EQ(read(day, body, body.size()), good ? 0 : g_damaged) << counter;
+    }
 }
 
 // A published result; and all keys of 0 to 64 bytes, folded, the number being that of an
@@ -149,8 +115,6 @@ TEST(UrlKey, EqualsOtherImplementations) {
         EXPECT_EQ(folded, 0xba08caac8c5c1b0U) << offset;
     }
 }
-
-constexpr size_t g_capacity = 2048 * 1024; // bytes of a block's buffer
 
 void put(Bytes& bytes, std::initializer_list<std::pair<uint64_t, int>> fields) { // value, width
     for (const auto& [value, width] : fields) {
@@ -187,8 +151,9 @@ protected:
 
     TempDir m_directory;
     const std::string m_path = m_directory / "file";
+    const std::string m_longest = std::string(259, 'p'); // path
     const DayStatus m_status =
-        dayStatusOf({{"data/20240229", 3, 0x0102030405060708}, {"b", -1, 0}}, 5);
+        dayStatusOf({{"data/20240229", 3, 0x0102030405060708}, {m_longest, -1, 0}}, 5);
     static constexpr size_t g_second = 66; // offset of the second block
     static constexpr size_t g_third = 132;
     static constexpr size_t g_body = 16 + 2 * 272; // of the status
@@ -228,18 +193,18 @@ TEST_F(UrlFileTest, HasItsFormat) {
     put(body, {{5, 4}, {total, 8}, {2, 4}});
     putText(body, "data/20240229", 260);
     put(body, {{3, 4}, {0x0102030405060708, 8}});
-    putText(body, "b", 260);
+    putText(body, m_longest, 260);
     put(body, {{0xFFFFFFFF, 4}, {0, 8}});
     EXPECT_EQ(m_whole, withStatus(body));
     writeUrlFile(m_path, m_blocks, *readUrlFile(m_path).dayStatus);
     EXPECT_EQ(readBytes(m_path), m_whole);
 
-    writeUrlFile(m_path, m_blocks, weekMonStatusOf({{"r/20240229", 0x01020304}, {"q", -1}}));
+    writeUrlFile(m_path, m_blocks, weekMonStatusOf({{"r/20240229", 0x01020304}, {m_longest, -1}}));
     body.clear();
     put(body, {{total, 8}, {2, 4}});
     putText(body, "r/20240229", 260);
     put(body, {{0x01020304, 4}});
-    putText(body, "q", 260);
+    putText(body, m_longest, 260);
     put(body, {{0xFFFFFFFF, 4}});
     Bytes bytes = withStatus(body);
     EXPECT_EQ(readBytes(m_path), bytes);
@@ -259,22 +224,39 @@ TEST_F(UrlFileTest, HasItsFormat) {
 // whose size decides, since one byte of the buffer stays free.
 TEST_F(UrlFileTest, ReturnsWhatWasWritten) {
     std::mt19937_64 random(1);
+    constexpr int32_t capacity = 4096;
+    constexpr size_t filled = capacity - 192;
     std::vector<TestRecords> cases = {{}, randomRecords(random, 1), randomRecords(random, 30000)};
-    constexpr size_t filled = g_capacity - 192;
     for (const size_t lastSize : {191U, 192U}) {
         TestRecords& records = cases.emplace_back();
         for (uint64_t key = 1; 64 * key <= filled; ++key) {
             records.push_back({key, 1, 0, std::string(64 - 25, 'a')});
         }
-        records.push_back({1U << 21, 1, 0, std::string(lastSize - 25, 'c')});
+        records.push_back({capacity, 1, 0, std::string(lastSize - 25, 'c')});
+        writeUrlFile(m_path, {records}, m_status, capacity);
+        EXPECT_EQ(loadLittle<uint32_t>(readBytes(m_path).data() + 28),
+                  lastSize == 191 ? filled + 191 : filled);
+        EXPECT_EQ(readUrlFile(m_path).records, records);
     }
     for (const TestRecords& records : cases) {
         writeUrlFile(m_path, {records}, m_status);
         EXPECT_TRUE(readUrlFile(m_path).records == records); // not printed: too many
-        if (records.size() > 30000) {
-            EXPECT_EQ(loadLittle<uint32_t>(readBytes(m_path).data() + 28),
-                      records.back().url.size() == 191 - 25 ? filled + 191 : filled);
-        }
+    }
+}
+
+TEST_F(UrlFileTest, WhatCannotBeReadBackIsNotWritten) {
+    const std::string longest(g_maxHostText, 'a');
+    for (const auto& [count, url, result] : {std::tuple(uint64_t{1}, longest, 0),
+                                             {uint64_t{INT64_MAX}, "", 0},
+                                             {0, "", -1},
+                                             {uint64_t{1} << 63, "", -1},
+                                             {1, longest + "a", -1}}) {
+        UrlFile file;
+        ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
+        EXPECT_EQ(file.writeOneRecord({1, count, 0, url}), result) << count << url;
+    }
+    for (const int32_t capacity : {-1, 0, g_blockCapacity + 1}) {
+        EXPECT_EQ(UrlFile(capacity).open(m_path, OpenMode::Truncate), -1) << capacity;
     }
 }
 
@@ -297,7 +279,7 @@ TEST_F(UrlFileTest, DamageFieldByField) {
         {g_second + 36, 4, {2}, 2},
         // header of the compressed third block, zlib's own header and the last byte of its data
         {g_third + 24, 4, {1, INT32_MAX}, 2},
-        {g_third + 28, 4, {269, 271, g_capacity, g_capacity + 1, INT32_MAX}, 2},
+        {g_third + 28, 4, {269, 271, g_blockCapacity, g_blockCapacity + 1, INT32_MAX}, 2},
         {g_third + 32, 4, {0}, 2},
         {g_third + 36, 4, {5}, 6},
         {g_third + 36, 4, {7}, 8},
@@ -330,11 +312,11 @@ TEST_F(UrlFileTest, DamageFieldByField) {
 // Blocks whose sizes are at odds with the buffer or the end of the blocks, where the status would
 // be taken for data, in files that are otherwise right: not even the undecoded data is handed out.
 TEST_F(UrlFileTest, ABlockThatDoesNotFitIsRefused) {
-    for (const auto& [flag, rawSize, missing] : {std::tuple(0U, g_capacity, 0),
-                                                 {0, g_capacity + 1, 0},
+    for (const auto& [flag, rawSize, missing] : {std::tuple(0U, g_blockCapacity, 0),
+                                                 {0, g_blockCapacity + 1, 0},
                                                  {0, 100, 1},
-                                                 {1, g_capacity, 0},
-                                                 {1, g_capacity + 1, 0},
+                                                 {1, g_blockCapacity, 0},
+                                                 {1, g_blockCapacity + 1, 0},
                                                  {1, 100, 1}}) {
         Bytes data(rawSize);
         data = flag == 1 ? compressed(data) : data;
@@ -345,13 +327,14 @@ TEST_F(UrlFileTest, ABlockThatDoesNotFitIsRefused) {
         ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
         ASSERT_EQ(file.writeBlockHeader(header), 0);
         ASSERT_EQ(file.writeBlockData(data), 0);
-        ASSERT_EQ(file.writeStatus(m_status), 0);
+        DayStatus status = m_status;
+        status.setTotalCount(1);
+        ASSERT_EQ(file.writeStatus(status), 0);
         ASSERT_EQ(file.close(), 0);
-        ASSERT_EQ(file.open(m_path, OpenMode::Read), 0);
-        ASSERT_EQ(file.readStatus(g_dayStatusType), 0);
+        ASSERT_EQ(file.openToRead(m_path, g_dayStatusType), 0);
         ASSERT_EQ(file.readBlockHeader(header), 0);
         ByteView view;
-        const bool fits = rawSize == g_capacity;
+        const bool fits = rawSize == g_blockCapacity;
         EXPECT_EQ(file.readBlockData(view), fits ? 0 : -1) << flag << " " << rawSize;
         EXPECT_EQ(file.broken(), !fits) << flag << " " << rawSize;
     }

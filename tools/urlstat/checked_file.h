@@ -1,7 +1,7 @@
 // A statistics file or top list that is read from end to end and checked on the way.
 #pragma once
 
-#include "storage/url_file.h"
+#include "storage/verify.h"
 
 #include <cstdint>
 #include <functional>
@@ -49,7 +49,7 @@ public:
 
 private:
     [[nodiscard]] int readBlock(const OnRecord& onRecord);
-    void checkStatusRecord();
+    void checkStatus();
     void checkRecord(const UrlRecordView& record);
     void checkTotal();
     void fault(const std::string& text);
@@ -57,12 +57,11 @@ private:
     std::string m_path;
     FileKind m_kind = FileKind::Day;
     UrlFile m_file;
+    OrderCheck m_order{RecordOrder::Key};
     bool m_statusFits = false;
     uint64_t m_blocks = 0;
     uint64_t m_records = 0;
     uint64_t m_visits = 0;
-    uint64_t m_lastKey = 0; // of the record before
-    uint64_t m_lastCount = 0;
     uint64_t m_faults = 0;
 };
 

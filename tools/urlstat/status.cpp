@@ -19,7 +19,7 @@ void printDay(const DayStatus& status) {
 }
 
 void printWeekMonth(const WeekMonStatus& status) {
-    std::printf("total count  %" PRId64 "\n", status.totalCount());
+    std::printf("total count  %" PRIu64 "\n", status.totalCount());
     std::printf("entries      %zu\n", status.entries().size());
     std::printf("%11s  new-day files of\n", "counter");
     for (const DateEntry& entry : status.entries()) {
