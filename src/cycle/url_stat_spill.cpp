@@ -78,16 +78,22 @@ int UrlStat::reserveByPercent(size_t keep, UrlHashMap& map, std::vector<KeyedRec
         return LOG_FAIL("MinHeap::init fail");
     }
     size_t written = 0;
-    for (size_t i = 0; i < total; ++i) {
+    int pushed = 0;
+    for (size_t i = 0; i < total && pushed >= 0; ++i) {
         UrlRecord* dropped = nullptr;
-        UrlRecord* const record = records[i].record.release();
-        if (queue.push(record, dropped) == 1) {
+        pushed = queue.push(records[i].record.get(), dropped);
+        if (pushed >= 0) {
+            (void)records[i].record.release(); // the queue's, or `dropped`
+        }
+        if (pushed == 1) {
             records[written++] = {dropped->key, UrlRecordPtr(dropped)};
         }
     }
-    while (queue.size() > 0) {
+    for (; queue.size() > 0; queue.pop()) {
         map.insert(UrlRecordPtr(queue.top()));
-        queue.pop();
+    }
+    if (pushed < 0) {
+        return LOG_FAIL("malloc fail, errno %d", errno);
     }
     records.resize(written);
     sortByKey(records);

@@ -8,6 +8,7 @@
 #include "tree/quarantine.h"
 
 #include <cerrno>
+#include <new>
 #include <vector>
 
 namespace kestrine {
@@ -105,11 +106,16 @@ int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
 
 int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
                                     const UrlRecordView& record) {
-    const auto [place, added] = queues.try_emplace(record.type);
-    if (added && place->second.init(g_listLength, lessByCountAndKey) != 0) {
+    Queue* queue = nullptr;
+    try {
+        queue = &queues[record.type];
+    } catch (const std::bad_alloc&) {
+        return LOG_FAIL("new fail, errno %d", errno);
+    }
+    if (queue->size() == 0 && queue->init(g_listLength, lessByCountAndKey) != 0) {
         return LOG_FAIL("init heap fail");
     }
-    if (insertHeap(record, place->second) != 0) {
+    if (insertHeap(record, *queue) != 0) {
         return LOG_FAIL("insert heap fail");
     }
     return 0;

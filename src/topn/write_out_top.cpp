@@ -4,7 +4,10 @@
 //  2. Every list is written into it and synced, then the directory.
 //  3. A left-over "topn.temp" is deleted; "topn.temp.temp" is renamed to it: the set is complete.
 //  4. "topn" is deleted; "topn.temp" is renamed to it.
+// A stop between two lists deletes what step 2 has written so far. The start-up check makes lists
+// that are missing.
 #include "frame/log.h"
+#include "frame/run_flag.h"
 #include "platform/platform.h"
 #include "topn/top_url_record.h"
 #include "tree/directories.h"
@@ -12,6 +15,7 @@
 #include "tree/top_list_dirs.h"
 
 #include <cerrno>
+#include <new>
 #include <vector>
 
 namespace kestrine {
@@ -54,7 +58,10 @@ int TopUrlRecord::writeOutTop(const std::string& directory) {
     if (Util::createDir(incomplete + "/", Durable::No) != 0) {
         return LOG_FAIL("create dir %s fail", incomplete.c_str());
     }
-    if (writeAllLists(incomplete) != 0 || syncOneDirectory(incomplete) != 0) {
+    if (const int written = writeAllLists(incomplete); written != 0) {
+        return written < 0 ? -1 : deleteIfThere(incomplete);
+    }
+    if (syncOneDirectory(incomplete) != 0) {
         return -1;
     }
     if (platform().exists(complete)) {
@@ -72,6 +79,10 @@ int TopUrlRecord::writeOutTop(const std::string& directory) {
 
 int TopUrlRecord::writeAllLists(const std::string& directory) {
     for (auto& [type, queue] : m_types) {
+        if (stopRequested()) {
+            LOG_DEBUG("find g_isRunning 0, stop");
+            return 1;
+        }
         const std::string path = names::topFile(directory, type);
         if (path.size() > g_maxPath) {
             return LOG_FAIL("sprintf_n fail, errno %d", errno);
@@ -107,7 +118,11 @@ int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
 // Empties the queue, whose smallest record comes first, and writes it from the end.
 int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
     std::vector<UrlRecordPtr> records;
-    records.reserve(queue.size());
+    try {
+        records.reserve(queue.size());
+    } catch (const std::bad_alloc&) {
+        return LOG_FAIL("malloc fail, errno %d", errno);
+    }
     while (queue.size() > 0) {
         records.emplace_back(queue.top());
         queue.pop();

@@ -33,6 +33,23 @@ Ranks heldOf(const std::vector<uint64_t>& counts, uint32_t capacity) {
     return held;
 }
 
+// Of equal counts the one pushed first stays; the new one is handed back.
+TEST(PriorityQueue, ByCountAloneATieIsRefused) {
+    UrlRecord records[] = {{9, 2, 0, 1}, {8, 3, 0, 1}, {7, 2, 0, 1}, {6, 3, 0, 1}};
+    CPriorityQueue<UrlRecord*> queue;
+    UrlRecord* dropped = nullptr;
+    EXPECT_EQ(queue.init(0), -1);
+    EXPECT_EQ(queue.push(&records[0], dropped), -1);
+    ASSERT_EQ(queue.init(2), 0);
+    EXPECT_EQ(queue.push(nullptr, dropped), -1);
+    for (const auto& [index, result, left, smallest] :
+         {std::tuple(0, 0, -1, 0), {1, 0, -1, 0}, {2, 1, 2, 0}, {3, 1, 0, 1}, {2, 1, 2, 1}}) {
+        EXPECT_EQ(queue.push(&records[index], dropped), result);
+        EXPECT_EQ(dropped, left < 0 ? nullptr : &records[left]);
+        EXPECT_EQ(queue.top()->count, records[smallest].count);
+    }
+}
+
 // Every stream of up to six counts out of four, one of them negative as a signed number.
 TEST(PriorityQueue, HoldsTheLargestOfEveryStream) {
     const uint64_t values[] = {1, 2, 3, ~uint64_t{0}};

@@ -270,6 +270,9 @@ TEST_F(CycleTest, AStopAnywhereLosesNothing) {
         run();
         EXPECT_TRUE(left <= 0 || n > 150);
         stopped = std::exchange(left, 0) <= 0;
+        for (const auto& [path, bytes] : m_disk.files) {
+            EXPECT_EQ(path.find("/topn.temp"), std::string::npos) << path;
+        }
         restart();
         run();
         expectAll();
