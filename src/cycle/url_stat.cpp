@@ -33,10 +33,7 @@ UrlStat::~UrlStat() {
 }
 
 int UrlStat::init() {
-    if (Configuration::getInstance(&m_configuration) != 0) {
-        return LOG_FAIL("getConfiguration fail");
-    }
-    m_hashMemory = static_cast<uint64_t>(m_configuration->maxHashMemory());
+    m_hashMemory = static_cast<uint64_t>(m_configuration.maxHashMemory());
     const LoggerSettings settings;
     m_bufferSize = settings.defaultBlockSize;
     for (Buffer& buffer : m_buffers) {
@@ -62,7 +59,7 @@ int UrlStat::run(const std::string& account) {
     }
     const uint32_t now = platform().tickCount();
     const uint32_t elapsed = elapsedTicks(m_lastWeekMonth, now);
-    const int32_t interval = m_configuration->weekmoncrcsortInterval();
+    const int32_t interval = m_configuration.weekmoncrcsortInterval();
     if (!intervalPassed(m_lastWeekMonth, elapsed, interval)) {
         LOG_DEBUG("time diff %us, interval %ds, not go on weekcrcsort and moncrcsort",
                   elapsed / 1000, interval);
@@ -88,7 +85,7 @@ int UrlStat::daycrcsort(const std::string& account) {
     if (settleGaps() != 0) {
         return LOG_FAIL("settle new-day files of %s fail", account.c_str());
     }
-    UrlFileNewData newData;
+    UrlFileNewData newData(m_configuration);
     std::vector<DayStatus> days;
     if (newData.getDayStatusHaveNewData(account, days) != 0) {
         return LOG_FAIL("getDayStatusHaveNewData fail %s", account.c_str());
@@ -148,7 +145,7 @@ int UrlStat::daycrcsortnew(const std::string& account) {
     }
     const uint32_t now = platform().tickCount();
     const uint32_t elapsed = elapsedTicks(m_lastDayMerge, now);
-    const int32_t interval = m_configuration->daycrcsortInterval();
+    const int32_t interval = m_configuration.daycrcsortInterval();
     if (!intervalPassed(m_lastDayMerge, elapsed, interval)) {
         LOG_DEBUG("daycrcsort time diff %us, interval %ds", elapsed / 1000, interval);
         return 0;
@@ -179,7 +176,7 @@ int UrlStat::moncrcsort(const std::string& account) {
 }
 
 std::string UrlStat::accountDirectory() const {
-    return names::accountDir(m_configuration->urlStatRoot(), names::accountOf(m_account));
+    return names::accountDir(m_configuration.urlStatRoot(), names::accountOf(m_account));
 }
 
 } // namespace kestrine

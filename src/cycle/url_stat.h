@@ -33,7 +33,9 @@ namespace kestrine {
 
 class UrlStat {
 public:
-    UrlStat() = default;
+    // The settings outlive the object, the roots in them fixed.
+    explicit UrlStat(const Configuration& configuration)
+        : m_configuration(configuration), m_diskTempFileList(configuration) {}
     ~UrlStat();
     UrlStat(const UrlStat&) = delete;
     UrlStat& operator=(const UrlStat&) = delete;
@@ -102,6 +104,7 @@ private:
     [[nodiscard]] int settleGaps();
     [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
 
+    const Configuration& m_configuration;
     bool m_weeksCompared = false; // with all day files, by this process
     bool m_monthsCompared = false;
     uint32_t m_lastDayMerge = 0;     // tick of the last day merge, 0: never
@@ -111,7 +114,6 @@ private:
     MemFileList m_memFileList;
     DiskTempFileList m_diskTempFileList;
     uint64_t m_hashMemory = 0; // budget of the map in bytes
-    Configuration* m_configuration = nullptr;
 
     std::string m_account; // path of the account that is run
     UrlHashMap m_map;

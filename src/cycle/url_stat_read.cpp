@@ -21,8 +21,8 @@
 namespace kestrine {
 
 int UrlStat::createTempFile(DayStatus& status) {
-    if (m_reader.init(m_buffers[0].span(), m_buffers[1].span(),
-                      m_configuration->settleTime()) != 0) {
+    if (m_reader.init(m_buffers[0].span(), m_buffers[1].span(), m_configuration.settleTime()) !=
+        0) {
         LOG_ERROR("param invalid");
     }
     m_dayStatus = &status;

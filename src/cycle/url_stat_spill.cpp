@@ -11,7 +11,6 @@
 // disk and the file is written again.
 #include "aggregate/priority_queue.h"
 #include "cycle/url_stat.h"
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "platform/platform.h"
@@ -44,7 +43,7 @@ int UrlStat::writeHashMap(int writeAll) {
     if (m_map.empty()) {
         return 0;
     }
-    const std::string& root = m_configuration->urlStatRoot();
+    const std::string& root = m_configuration.urlStatRoot();
     if (Util::sleepWhileNoSpace(root) != 0) {
         return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
     }
@@ -57,7 +56,7 @@ int UrlStat::writeHashMap(int writeAll) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
     sortByKey(records);
-    const auto percent = static_cast<uint64_t>(m_configuration->exportPersent());
+    const auto percent = static_cast<uint64_t>(m_configuration.exportPersent());
     const size_t keep =
         writeAll != 0 ? 0 : static_cast<size_t>((100 - percent) * records.size() / 100);
     if (keep > 0 && reserveByPercent(keep, m_map, records, records.size()) != 0) {
@@ -231,7 +230,7 @@ int64_t UrlStat::memoryDiskBytes(const UrlRecord& record) const {
 }
 
 int64_t UrlStat::usableMemoryDisk() const {
-    return m_configuration->memoryDiskSize() - g_memoryDiskReserve;
+    return m_configuration.memoryDiskSize() - g_memoryDiskReserve;
 }
 
 // The budget would be crossed and there is something to be done about it: files that can be moved,
@@ -265,11 +264,7 @@ int UrlStat::moveMemoryDiskToDisk(MemFileList& memFileList) {
 }
 
 int UrlStat::createMemDiskDirAndGetFilePath(std::string& path) {
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    path = names::memoryDiskFile(configuration->memoryDiskPath(), names::accountOf(m_account),
+    path = names::memoryDiskFile(m_configuration.memoryDiskPath(), names::accountOf(m_account),
                                  m_dayStatus->date(), m_memFileList.nextMemoryDiskNumber());
     if (path.size() > g_maxPath) {
         return LOG_FAIL("sprintf_n fail, errno %d", errno);
@@ -282,7 +277,7 @@ int UrlStat::createMemDiskDirAndGetFilePath(std::string& path) {
 
 // For a spill that finds no room on the memory disk.
 int UrlStat::createDiskTempDirAndGetFilePath(std::string& path) {
-    path = names::diskTempFile(m_configuration->urlStatRoot(), names::accountOf(m_account),
+    path = names::diskTempFile(m_configuration.urlStatRoot(), names::accountOf(m_account),
                                m_dayStatus->date(), m_memFileList.nextDiskTempNumber());
     if (path.size() > g_maxPath) {
         return LOG_FAIL("sprintf_n fail errno %d", errno);
@@ -303,7 +298,7 @@ int UrlStat::setDayStatusAndPathForMemdiskFile(MemFileList& memFileList, const D
         return 0;
     }
     const std::string output =
-        names::diskTempFile(m_configuration->urlStatRoot(), names::accountOf(accountPath),
+        names::diskTempFile(m_configuration.urlStatRoot(), names::accountOf(accountPath),
                             status.date(), memFileList.nextDiskTempNumber());
     if (output.size() > g_maxPath) {
         return LOG_FAIL("sprintf_n fail errno %d", errno);

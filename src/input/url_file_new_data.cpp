@@ -5,7 +5,6 @@
 //  3. The nodes whose next file exists are the answer.
 #include "input/url_file_new_data.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "input/log_file_due.h"
 #include "platform/platform.h"
@@ -107,11 +106,7 @@ int UrlFileNewData::haveNewData(const std::string& nodePath, int32_t fileNumber)
     if (fileNumber == std::numeric_limits<int32_t>::max()) {
         return 0;
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    return isLogFileDue(names::typeDir(nodePath), fileNumber + 1, configuration->settleTime());
+    return isLogFileDue(names::typeDir(nodePath), fileNumber + 1, m_configuration.settleTime());
 }
 
 int UrlFileNewData::addNewNode(const std::string& datePath) {
@@ -157,11 +152,7 @@ int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& 
     if (account.empty() || date.empty()) {
         return LOG_FAIL("%s invalid", datePath.c_str());
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    const std::string accountDir = names::accountDir(configuration->urlStatRoot(), account);
+    const std::string accountDir = names::accountDir(m_configuration.urlStatRoot(), account);
     path = names::formalFile(names::dayDir(accountDir, date), Period::Day);
     return 0;
 }

@@ -1,5 +1,4 @@
 #include "cycle/url_stat.h"
-#include "frame/configuration.h"
 #include "recovery/exception_check.h"
 #include "support/stat_tree.h"
 #include "tree/calendar.h"
@@ -95,7 +94,7 @@ protected:
         }
         return hosts;
     }
-    void run(UrlStat&& stat = UrlStat()) { run(stat); }
+    void run(UrlStat&& stat = UrlStat(settings())) { run(stat); }
     void run(UrlStat& stat) {
         ASSERT_EQ(stat.init(), 0);
         ASSERT_EQ(stat.run(g_account), 0);
@@ -106,7 +105,7 @@ protected:
         g_isRunning = 1;
         EXPECT_EQ(platform().removeTree("", g_memoryDisk), 0);
         EXPECT_EQ(platform().removeTree("", names::diskTempTree(g_accountDir)), 0);
-        EXPECT_EQ(ExceptionCheck().check(g_account), 0);
+        EXPECT_EQ(ExceptionCheck(settings()).check(g_account), 0);
     }
     // Every day, week and month file and its lists hold exactly the logs; nothing temporary is
     // left.
@@ -164,7 +163,7 @@ TEST_F(CycleTest, EveryBudgetCountsTheSame) {
             }
             most = std::max(most, bytes);
         };
-        UrlStat stat;
+        UrlStat stat(settings());
         for (int round = 0; round < 2; ++round) {
             unsigned seed = 1;
             for (const char* const date : {"20120229", "20120301", "20120304"}) {
@@ -222,7 +221,7 @@ TEST_F(CycleTest, SpillKeepsTheMostVisited) {
 // where one is lost; the week stage merges the day file too.
 TEST_F(CycleTest, IntervalsAreMeasuredAcrossTheWrap) {
     startOver(1000, 512000);
-    UrlStat stat;
+    UrlStat stat(settings());
     int number = 0;
     const std::string week = std::string(g_accountDir) + "/week20120226_20120303/weekcrcsort";
     for (const auto& [at, dayMerge, weekMonth] : {std::tuple(0U, true, true),
@@ -290,7 +289,7 @@ TEST_F(CycleTest, AFailingNodeDropsItsDate) {
             putLog(date, 2, 1, manyHosts(3, 10));
         }
         m_hooked.unseekable = counted ? "devid_2/20120303/A/0/1.dat" : "devid_2/20120303/A/0/0.dat";
-        UrlStat stat;
+        UrlStat stat(settings());
         for (int pass = 0; pass < 2; ++pass) { // nothing piles up
             run(stat);
             EXPECT_EQ(m_disk.exists(dayFile("20120303")), !counted);

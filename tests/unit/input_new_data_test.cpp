@@ -19,10 +19,9 @@ const std::string g_new = "stat/acc/new/20120303/";
 class NewDataTest : public testing::Test, protected test::MemoryDisk {
 protected:
     NewDataTest() {
-        Configuration* configuration = nullptr;
-        EXPECT_EQ(Configuration::getInstance(&configuration), 0);
-        configuration->setUrlStatRoot("stat");
-        configuration->setMemoryDiskPath("mem");
+        EXPECT_EQ(Configuration::getInstance(&m_configuration), 0);
+        m_configuration->setUrlStatRoot("stat");
+        m_configuration->setMemoryDiskPath("mem");
     }
     ~NewDataTest() override { Configuration::resetInstance(); }
 
@@ -47,8 +46,8 @@ protected:
         test::writeUrlFile(path, {{test::recordOf("host")}}, test::dayStatusOf(nodes, counter));
     }
     // "devid_1/20120303 -1 0" for each node that is due, or "failed".
-    static Lines due() {
-        UrlFileNewData detector;
+    Lines due() {
+        UrlFileNewData detector(*m_configuration);
         std::vector<DayStatus> days(1);
         if (detector.getDayStatusHaveNewData(g_account, days) != 0) {
             return {days.empty() ? "failed" : "left over"};
@@ -64,6 +63,7 @@ protected:
         return lines;
     }
 
+    Configuration* m_configuration = nullptr;
     test::ScopedPlatform m_scope{*this};
     std::string m_failOn; // the end of a pattern
     FindStep m_failAt = FindStep::First;
