@@ -142,6 +142,11 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
         LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
         return 0;
     }
+    if (status.writtenSize() > g_statusFrameSize + g_maxStatusLength) {
+        LOG_ERROR("%zu devices of date %s do not fit into a status, it is left out",
+                  status.entries().size(), datePath.c_str());
+        return 0;
+    }
     m_dayList.push_back(std::move(status));
     return 0;
 }

@@ -20,7 +20,8 @@ public:
     explicit UrlFileNewData(const Configuration& configuration) : m_configuration(configuration) {}
 
     // One status per date with due nodes, dates ascending: the due nodes, ascending by path, with
-    // their stored positions (-1, 0 for a new one). 0, or -1 with an empty `out`. A day file
+    // their stored positions (-1, 0 for a new one). A date with more devices than a status
+    // can name is left out, with an error line. 0, or -1 with an empty `out`. A day file
     // that is found damaged gives way to its backup; a damaged new-day file is moved aside, and the
     // call fails.
     [[nodiscard]] int getDayStatusHaveNewData(const std::string& accountPath,

@@ -174,6 +174,16 @@ TEST_F(NewDataTest, PathsAtTheLimit) {
     writeStatus(g_day, 0, {{longest, 9, 1}, {"devid_1", 8, 1}}); // "10.dat" would be too long
     put({"devid_1/20120303/A/0/9.dat"});
     EXPECT_EQ(due(), Lines{"devid_1/20120303 8 1"}); // the date's other nodes go on
+    files.clear();
+    std::vector<NodeEntry> nodes(15420, {"", 0, 1}); // as many as a status can name
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        nodes[i].path = "devid_" + std::to_string(i);
+    }
+    writeStatus(g_day, 0, nodes);
+    put({"devid_9/20120303/A/0/1.dat", "devid_9/20120304/A/0/0.dat"});
+    EXPECT_EQ(due(), (Lines{"devid_9/20120303 0 1", "devid_9/20120304 -1 0"}));
+    put({"devid_15420/20120303/A/0/0.dat"});
+    EXPECT_EQ(due(), Lines{"devid_9/20120304 -1 0"}); // the other dates go on
 }
 
 } // namespace
