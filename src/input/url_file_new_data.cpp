@@ -143,8 +143,8 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
         return 0;
     }
     if (status.writtenSize() > g_statusFrameSize + g_maxStatusLength) {
-        LOG_ERROR("%zu devices of date %s do not fit into a status, it is left out",
-                  status.entries().size(), datePath.c_str());
+        LOG_ERROR("%d devices of date %s do not fit into a status, it is left out",
+                  static_cast<int>(status.entries().size()), datePath.c_str());
         return 0;
     }
     m_dayList.push_back(std::move(status));
