@@ -78,7 +78,7 @@ void ingest(benchmark::State& state) {
     const LogNode& node = logNode(static_cast<uint32_t>(state.range(0)), state.range(1) != 0);
     Buffers buffers;
     for (auto _ : state) {
-        UrlStat stat;
+        UrlStat stat(loadedSettings());
         require(stat.init() == 0, "prepare the counting");
         readNode(node, buffers, [&stat](ByteView stream) {
             require(stat.dealOneUserBuffer(stream) == 0, "count");

@@ -50,7 +50,7 @@ void dayStage(benchmark::State& state) {
     const LogNode& node = logNode(500000, true);
     const ScopedSettings settings("maxHashMemory=" + std::to_string(state.range(0)) + "\n");
     for (auto _ : state) {
-        UrlStat stat;
+        UrlStat stat(loadedSettings());
         require(stat.init() == 0 && stat.daycrcsort(node.account) == 0, "run the day stage");
         state.PauseTiming();
         ScopedSettings::clear();

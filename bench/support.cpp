@@ -1,6 +1,5 @@
 #include "support.h"
 
-#include "frame/configuration.h"
 #include "storage/url_file.h"
 #include "storage/url_key.h"
 #include "worldgen/dat_file.h"
@@ -150,6 +149,12 @@ ScopedSettings::ScopedSettings(const std::string& lines)
 ScopedSettings::~ScopedSettings() {
     std::filesystem::current_path(m_workingDirectory);
     Configuration::resetInstance();
+}
+
+const Configuration& loadedSettings() {
+    Configuration* configuration = nullptr;
+    require(Configuration::getInstance(&configuration) == 0, "load the settings");
+    return *configuration;
 }
 
 void ScopedSettings::clear() {

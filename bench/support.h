@@ -3,6 +3,7 @@
 // TMPDIR chooses the volume. Rates are bytes of records before compression, and records.
 #pragma once
 
+#include "frame/configuration.h"
 #include "storage/status.h"
 #include "storage/url_record.h"
 
@@ -63,6 +64,9 @@ public:
 private:
     std::filesystem::path m_workingDirectory;
 };
+
+// The settings, loaded if they are not.
+[[nodiscard]] const Configuration& loadedSettings();
 
 // Ends the program: a benchmark of something that fails would measure nothing.
 void require(bool good, const char* what);

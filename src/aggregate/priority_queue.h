@@ -3,6 +3,7 @@
 
 #include "storage/url_record.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 #include <utility>
@@ -36,35 +37,38 @@ public:
     CPriorityQueue(const CPriorityQueue&) = delete;
     CPriorityQueue& operator=(const CPriorityQueue&) = delete;
 
-    // A queue of at most `capacity` elements, which it does not own. 0, or -1 for a capacity of 0
-    // and when there is no memory for all of them.
+    // A queue of at most `capacity` elements, which it does not own; it takes memory as it fills.
+    // 0, or -1 for a capacity of 0 and when there is no memory to begin with.
     [[nodiscard]] int init(uint32_t capacity, Less less = lessByCount) {
         if (capacity == 0) {
             return -1;
         }
         clear();
-        try {
-            m_array.reserve(size_t{capacity} + 1);
-        } catch (const std::bad_alloc&) {
-            return -1;
-        }
-        m_array.assign(1, T{});
         m_capacity = capacity;
         m_less = less;
         m_free = nullptr;
+        if (reserve(g_firstSlots) != 0) {
+            m_capacity = 0;
+            return -1;
+        }
+        m_array.assign(1, T{});
         return 0;
     }
     // From now on the queue frees what it drops and what it holds when it is cleared.
     void ownElements(Free free) { m_free = free; }
 
     // 0: added, nothing dropped; 1: the queue was full and `dropped` left it, which may be the new
-    // element itself; -1: no element given. An element equal to the smallest held is refused.
+    // element itself; -1: no element given, or no memory for it, and nothing has changed. An
+    // element equal to the smallest held is refused.
     [[nodiscard]] int push(T element, T& dropped) {
         dropped = T{};
         if (element == T{} || m_capacity == 0) {
             return -1;
         }
         if (size() < m_capacity) {
+            if (m_array.size() == m_array.capacity() && reserve(2 * m_array.size()) != 0) {
+                return -1;
+            }
             m_array.push_back(element);
             siftUp(size(), element);
             return 0;
@@ -104,6 +108,17 @@ public:
     [[nodiscard]] bool full() const { return size() == m_capacity; }
 
 private:
+    static constexpr size_t g_firstSlots = 16;
+
+    // Room for `slots`, but for no more than the queue can ever use. 0 or -1.
+    [[nodiscard]] int reserve(size_t slots) {
+        try {
+            m_array.reserve(std::min(slots, size_t{m_capacity} + 1));
+        } catch (const std::bad_alloc&) {
+            return -1;
+        }
+        return 0;
+    }
     void siftUp(size_t slot, T element) {
         while (slot > 1 && m_less(element, m_array[slot / 2]) != 0) {
             m_array[slot] = m_array[slot / 2];

@@ -1,6 +1,5 @@
 #include "cycle/publish.h"
 
-#include "cycle/url_stat.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "platform/platform.h"
@@ -15,6 +14,9 @@
 namespace kestrine {
 
 namespace {
+
+constexpr int g_dirStatTries = 5;
+constexpr uint32_t g_dirStatPause = 1000; // ms
 
 int deleteNewDayFiles(const std::vector<std::string>& files) {
     for (const std::string& path : files) {
@@ -38,12 +40,26 @@ void setAsideDamaged(const std::string& path, uint32_t statusType) {
 
 } // namespace
 
+int deleteDirStat(const std::string& directory) {
+    const std::string path = names::dirStatFile(directory);
+    if (!platform().exists(path)) {
+        return 0;
+    }
+    for (int i = 0; i < g_dirStatTries; ++i) {
+        if (platform().removeFile(path) == 0 || !platform().exists(path)) {
+            return 0;
+        }
+        platform().sleep(g_dirStatPause);
+    }
+    return LOG_FAIL("unlink %s fail, errno %d", path.c_str(), errno);
+}
+
 int publish(const PeriodFiles& files, Period period, const std::vector<std::string>& inputs,
             const std::vector<std::string>& deleted) {
     if (stopRequested()) {
         return 0;
     }
-    if (UrlStat::deleteDirStat(files.directory) != 0) {
+    if (deleteDirStat(files.directory) != 0) {
         return LOG_FAIL("deleteDirStat %s fail", files.directory.c_str());
     }
     if (Util::replaceFile(files.temp, files.formal) != 0) {

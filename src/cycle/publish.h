@@ -8,6 +8,9 @@
 
 namespace kestrine {
 
+// Removes the cached statistics file of a directory, trying five times. 0 or -1.
+[[nodiscard]] int deleteDirStat(const std::string& directory);
+
 // Replaces the formal file of the directory by the finished output beside it:
 //
 //  1. The cached "dirstat" is removed, so that it never describes a directory whose file changed.

@@ -7,24 +7,32 @@
 // only when their intervals have passed. A visit counts from the moment at which its new-day file
 // has its final name; what is lost before that (a stop, a kill) is read from the logs again.
 //
-// The members stand in files by stage: url_stat.cpp (run and clocks), url_stat_read.cpp (logs to
-// hash map), url_stat_spill.cpp (hash map to files), url_stat_day.cpp; weeks and
-// months in period_stage.h.
+// The logs of one date into the hash map, and the map into sorted files:
+//
+//  1. Every due node of the date is read from the file after the one that its entry names to the
+//     end of the newest file; its entry then takes the position reached.
+//  2. When the map's budget is reached its records are sorted by key, the most visited
+//     (100 - exportPersent) per cent go back into it, so that hot hosts keep being counted in
+//     memory, and the rest is written (spill_writer.h).
+//  3. A node that fails after some of its records were counted keeps its old position: those
+//     records will be read again, so the whole date hands nothing on in this pass. The same holds
+//     when no node moved forward, when a spill fails, and after a stop.
+//  4. What remains in the map is spilled, so that no record stays for the next date, and the date's
+//     group of files is closed with its status.
 #pragma once
 
 #include "aggregate/url_hash_map.h"
+#include "cycle/spill_writer.h"
 #include "frame/buffer.h"
 #include "frame/configuration.h"
 #include "input/loader_reader.h"
 #include "merge/disk_temp_file_list.h"
 #include "merge/mem_file_list.h"
 #include "storage/status.h"
-#include "storage/url_file.h"
 #include "tree/period.h"
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,7 +41,9 @@ namespace kestrine {
 
 class UrlStat {
 public:
-    UrlStat() = default;
+    // The settings outlive the object, the roots in them fixed.
+    explicit UrlStat(const Configuration& configuration)
+        : m_configuration(configuration), m_diskTempFileList(configuration) {}
     ~UrlStat();
     UrlStat(const UrlStat&) = delete;
     UrlStat& operator=(const UrlStat&) = delete;
@@ -60,48 +70,23 @@ public:
     // Counts the visits of a delivered record stream. 0 or -1.
     [[nodiscard]] int dealOneUserBuffer(ByteView stream);
 
-    // Removes the cached statistics file of a directory, trying five times. 0 or -1.
-    [[nodiscard]] static int deleteDirStat(const std::string& directory);
-
 private:
-    enum class SpillPlace { MemoryDisk, Disk };
+    [[nodiscard]] std::string accountDirectory() const;
+    [[nodiscard]] int runPeriods(Period period, bool& compared) const;
 
-    // ---- reading a date's logs (url_stat_read.cpp)
+    // ---- a date's logs
     [[nodiscard]] int createTempFile(DayStatus& status);
     [[nodiscard]] int readNodes(DayStatus& status, bool& moved);
     [[nodiscard]] int dealOneDevice(DayStatus& status, size_t index);
     [[nodiscard]] int dealAllDatFile(LoaderReader& reader);
     void dropDate();
 
-    // ---- spilling the map (url_stat_spill.cpp)
+    // ---- the map
     [[nodiscard]] int writeHashMap(int writeAll);
     [[nodiscard]] static int reserveByPercent(size_t keep, UrlHashMap& map,
                                               std::vector<KeyedRecord>& records, size_t total);
-    [[nodiscard]] int writeRecords(std::vector<KeyedRecord>& records);
-    [[nodiscard]] int writeSpillFile(std::vector<KeyedRecord>& records, size_t from, size_t& to,
-                                     SpillPlace place);
-    [[nodiscard]] int writeSpillRecord(const UrlRecord& record);
-    [[nodiscard]] int openSpillFile(SpillPlace place);
-    [[nodiscard]] int finishSpillFile(SpillPlace place);
-    void dropSpillFile();
-    [[nodiscard]] int64_t memoryDiskBytes(const UrlRecord& record) const;
-    [[nodiscard]] int64_t usableMemoryDisk() const;
-    [[nodiscard]] bool crossesMemoryDisk(const UrlRecord& record) const;
-    [[nodiscard]] int checkWriteMemDiskTempToDiskTemp(const UrlRecord& record,
-                                                      MemFileList& memFileList);
-    [[nodiscard]] int makeRoom(const UrlRecord& record);
-    [[nodiscard]] int moveMemoryDiskToDisk(MemFileList& memFileList);
-    [[nodiscard]] int createMemDiskDirAndGetFilePath(std::string& path);
-    [[nodiscard]] int createDiskTempDirAndGetFilePath(std::string& path);
-    [[nodiscard]] int setDayStatusAndPathForMemdiskFile(MemFileList& memFileList,
-                                                        const DayStatus& status,
-                                                        const std::string& accountPath);
 
-    // ---- merging into day, week and month files
-    [[nodiscard]] std::string accountDirectory() const;
-    [[nodiscard]] int settleGaps();
-    [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory);
-
+    const Configuration& m_configuration;
     bool m_weeksCompared = false; // with all day files, by this process
     bool m_monthsCompared = false;
     uint32_t m_lastDayMerge = 0;     // tick of the last day merge, 0: never
@@ -111,17 +96,14 @@ private:
     MemFileList m_memFileList;
     DiskTempFileList m_diskTempFileList;
     uint64_t m_hashMemory = 0; // budget of the map in bytes
-    Configuration* m_configuration = nullptr;
 
     std::string m_account; // path of the account that is run
     UrlHashMap m_map;
     LoaderReader m_reader;
-    DayStatus* m_dayStatus = nullptr;     // of the date being read
-    uint64_t m_visits = 0;                // counted since the date was begun
-    bool m_spillFailed = false;           // the date has lost records and hands nothing on
-    std::unique_ptr<UrlFile> m_spillFile; // being written
-    uint64_t m_spillRecords = 0;          // in it
-    int64_t m_spillTrailerSize = 0;
+    DayStatus* m_dayStatus = nullptr; // of the date being read
+    uint64_t m_visits = 0;            // counted since the date was begun
+    bool m_spillFailed = false;       // the date has lost records and hands nothing on
+    SpillWriter m_spill{m_configuration, m_memFileList, m_diskTempFileList};
 };
 
 } // namespace kestrine

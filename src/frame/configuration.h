@@ -10,7 +10,8 @@ namespace kestrine {
 // once per process; a changed file takes effect at the next start.
 class Configuration {
 public:
-    // Stores the instance; the first call loads the file. 0, or -1.
+    // Stores the instance; the first call loads the file. 0, or -1. The process entry asks for it,
+    // and hands it down by reference.
     [[nodiscard]] static int getInstance(Configuration** instance);
     // Forgets the instance, so that the next `getInstance` reads the file again.
     static void resetInstance();

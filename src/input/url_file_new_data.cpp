@@ -5,7 +5,6 @@
 //  3. The nodes whose next file exists are the answer.
 #include "input/url_file_new_data.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "input/log_file_due.h"
 #include "platform/platform.h"
@@ -107,11 +106,7 @@ int UrlFileNewData::haveNewData(const std::string& nodePath, int32_t fileNumber)
     if (fileNumber == std::numeric_limits<int32_t>::max()) {
         return 0;
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    return isLogFileDue(names::typeDir(nodePath), fileNumber + 1, configuration->settleTime());
+    return isLogFileDue(names::typeDir(nodePath), fileNumber + 1, m_configuration.settleTime());
 }
 
 int UrlFileNewData::addNewNode(const std::string& datePath) {
@@ -147,6 +142,11 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
         LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
         return 0;
     }
+    if (status.writtenSize() > g_statusFrameSize + g_maxStatusLength) {
+        LOG_ERROR("%d devices of date %s do not fit into a status, it is left out",
+                  static_cast<int>(status.entries().size()), datePath.c_str());
+        return 0;
+    }
     m_dayList.push_back(std::move(status));
     return 0;
 }
@@ -157,11 +157,7 @@ int UrlFileNewData::getDaycrcsortPath(const std::string& datePath, std::string& 
     if (account.empty() || date.empty()) {
         return LOG_FAIL("%s invalid", datePath.c_str());
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    const std::string accountDir = names::accountDir(configuration->urlStatRoot(), account);
+    const std::string accountDir = names::accountDir(m_configuration.urlStatRoot(), account);
     path = names::formalFile(names::dayDir(accountDir, date), Period::Day);
     return 0;
 }

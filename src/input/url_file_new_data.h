@@ -1,6 +1,7 @@
 // Which nodes of an account have log files that are not counted yet.
 #pragma once
 
+#include "frame/configuration.h"
 #include "input/abstract_new_data.h"
 #include "storage/status.h"
 
@@ -16,8 +17,11 @@ namespace kestrine {
 // merged into it say; a node that neither knows is due when its file 0 exists.
 class UrlFileNewData : public AbstractNewData {
 public:
+    explicit UrlFileNewData(const Configuration& configuration) : m_configuration(configuration) {}
+
     // One status per date with due nodes, dates ascending: the due nodes, ascending by path, with
-    // their stored positions (-1, 0 for a new one). 0, or -1 with an empty `out`. A day file
+    // their stored positions (-1, 0 for a new one). A date with more devices than a status
+    // can name is left out, with an error line. 0, or -1 with an empty `out`. A day file
     // that is found damaged gives way to its backup; a damaged new-day file is moved aside, and the
     // call fails.
     [[nodiscard]] int getDayStatusHaveNewData(const std::string& accountPath,
@@ -45,6 +49,7 @@ private:
     [[nodiscard]] int updateFromDatFile(const std::string& datePath, DayStatus& status) const;
     [[nodiscard]] int selectDueNodes(const DayStatus& status, DayStatus& due) const;
 
+    const Configuration& m_configuration;
     std::vector<DayStatus> m_dayList;          // in the order in which dates were met
     std::unordered_set<int32_t> m_datesInList; // dates looked at, listed or found empty
 };

@@ -1,6 +1,5 @@
 #include "merge/disk_temp_file_list.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "merge/date_ledger.h"
@@ -99,16 +98,12 @@ int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t us
 }
 
 // ROOT/ACCOUNT/new/DATE of the item's nodes.
-int DiskTempFileList::getCrcsortPath(const Item* item, std::string& directory) {
+int DiskTempFileList::getCrcsortPath(const Item* item, std::string& directory) const {
     if (item == nullptr || item->status.entries().empty()) {
         return LOG_FAIL("param null");
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
     const std::string account = names::accountOfNode(item->status.entries().front().path);
-    directory = names::newDayDir(names::accountDir(configuration->urlStatRoot(), account),
+    directory = names::newDayDir(names::accountDir(m_configuration.urlStatRoot(), account),
                                  names::dateText(item->status.date()));
     return 0;
 }

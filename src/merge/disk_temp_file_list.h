@@ -2,6 +2,7 @@
 // numbered new-day files.
 #pragma once
 
+#include "frame/configuration.h"
 #include "storage/status.h"
 
 #include <cstdint>
@@ -12,6 +13,9 @@ namespace kestrine {
 
 class DiskTempFileList {
 public:
+    explicit DiskTempFileList(const Configuration& configuration)
+        : m_configuration(configuration) {}
+
     // Adds a file to its date's item; an empty path stands for a date whose logs held no URL. The
     // new counter of the date's first status is the highest new-day number used so far. A date has
     // one item, whatever comes in between: its files must become one new-day file, since a part of
@@ -42,9 +46,10 @@ private:
     };
 
     [[nodiscard]] int mergeItem(Item& item);
-    [[nodiscard]] static int getCrcsortPath(const Item* item, std::string& directory);
+    [[nodiscard]] int getCrcsortPath(const Item* item, std::string& directory) const;
     [[nodiscard]] static int removeAllDiskTempFIles(const Item& item);
 
+    const Configuration& m_configuration;
     std::vector<Item> m_items;
 };
 

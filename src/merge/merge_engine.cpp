@@ -16,7 +16,6 @@
 // Keys of an input must ascend; one that does not marks its file broken, so that damage can never
 // lead to a key that stands twice in an output.
 #include "frame/buffer.h"
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "frame/ticks.h"
@@ -24,6 +23,7 @@
 #include "platform/platform.h"
 #include "storage/compress.h"
 #include "tree/free_space.h"
+#include "tree/names.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -58,7 +58,7 @@ int MergeFileList::commonMergeProcess(UrlFile* output, const std::vector<UrlFile
     while (!heap.empty()) {
         MergeEntry* const entry = heap.pop();
         bool stop = false;
-        if (checkSpaceAndStop(stop) != 0) {
+        if (checkSpaceAndStop(output->path(), stop) != 0) {
             return -1;
         }
         if (stop) {
@@ -134,20 +134,16 @@ int MergeFileList::isSmallerThanOthers(const MergeEntry* top) const {
     return 1;
 }
 
-int MergeFileList::checkSpaceAndStop(bool& stop) {
+int MergeFileList::checkSpaceAndStop(const std::string& output, bool& stop) {
     const uint32_t now = platform().tickCount();
     if (m_checkedBefore && elapsedTicks(m_lastCheck, now) < g_checkInterval) {
         return 0;
     }
     m_checkedBefore = true;
     m_lastCheck = now;
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("getInstance fail");
-    }
-    const std::string& root = configuration->urlStatRoot();
-    if (Util::sleepWhileNoSpace(root) != 0) {
-        return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
+    const std::string directory(names::parentOf(output)); // on the volume that is written to
+    if (Util::sleepWhileNoSpace(directory) != 0) {
+        return LOG_FAIL("sleepWhileNoSpace fail %s", directory.c_str());
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");

@@ -62,7 +62,7 @@ private:
     [[nodiscard]] int initMergeMinHeap(const std::vector<UrlFile*>& inputs, MergeHeap& heap);
     [[nodiscard]] int isSmallerThanOthers(const MergeEntry* top) const;
     [[nodiscard]] bool foldFits(const MergeEntry& entry) const;
-    [[nodiscard]] int checkSpaceAndStop(bool& stop);
+    [[nodiscard]] int checkSpaceAndStop(const std::string& output, bool& stop);
     [[nodiscard]] int mergeStep(MergeEntry* entry, UrlFile& output, MergeHeap& heap);
     [[nodiscard]] int copyBlock(MergeEntry* entry, UrlFile& output, MergeHeap& heap);
     [[nodiscard]] int decompressBlock(MergeEntry* entry);

@@ -14,7 +14,6 @@
 //     directory, and, as that may show damage, step 3.
 #include "recovery/exception_check.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "platform/platform.h"
 #include "recovery/file_check.h"
@@ -68,12 +67,8 @@ int deleteList(const std::string& directory) {
 } // namespace
 
 int ExceptionCheck::check(const std::string& accountPath) {
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
     const std::string directory =
-        names::accountDir(configuration->urlStatRoot(), names::accountOf(accountPath));
+        names::accountDir(m_configuration.urlStatRoot(), names::accountOf(accountPath));
     const std::string newTree = names::newTree(directory);
     for (const std::string& path : {directory, newTree, names::diskTempTree(directory)}) {
         if (settleKind(path, true) < 0) {

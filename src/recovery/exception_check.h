@@ -2,6 +2,7 @@
 // state, whatever an interruption left. It may itself be interrupted anywhere and done again.
 #pragma once
 
+#include "frame/configuration.h"
 #include "storage/verify.h"
 #include "tree/period.h"
 
@@ -13,6 +14,8 @@ namespace kestrine {
 
 class ExceptionCheck {
 public:
+    explicit ExceptionCheck(const Configuration& configuration) : m_configuration(configuration) {}
+
     // Settles interrupted replacements and removals, sets damaged files aside (file_check.h), gives
     // files without their top lists new ones, and then sets aside what the other files contradict
     // (period_check.h). 0 or -1.
@@ -39,6 +42,8 @@ private:
     [[nodiscard]] int settleTopLists(const std::string& directory, Period period);
     [[nodiscard]] int makeMissingLists(const PeriodFiles& files, Period period,
                                        const std::optional<FileSums>& sums);
+
+    const Configuration& m_configuration;
 };
 
 } // namespace kestrine

@@ -42,7 +42,7 @@ int main(int argc, char** argv) try {
     if (Configuration::getInstance(&configuration) != 0) {
         return LOG_FAIL("Configuration::getInstance fail");
     }
-    WorkThread workThread;
+    WorkThread workThread(*configuration);
     if (workThread.init() != 0) {
         return LOG_FAIL("init work thread fail");
     }

@@ -1,6 +1,5 @@
 #include "service/work_thread.h"
 
-#include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "frame/ticks.h"
@@ -29,11 +28,6 @@ int WorkThread::run() {
         return LOG_FAIL("removeTempFiles fail");
     }
     checkAccounts(m_accounts);
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    m_sleepTime = configuration->sleepTime();
     const int result = runLoop();
     if (removeTempFiles() != 0) {
         return LOG_FAIL("removeTempFiles fail");
@@ -44,7 +38,7 @@ int WorkThread::run() {
 // The start-up check: nothing is merged over a tree that could not be repaired.
 void WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
     for (const std::string& account : accounts) {
-        ExceptionCheck exceptionCheck;
+        ExceptionCheck exceptionCheck(m_configuration);
         if (exceptionCheck.check(account) != 0) {
             LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
             m_failed.insert(account);
@@ -112,7 +106,8 @@ int WorkThread::runAccounts() {
 }
 
 void WorkThread::pause() {
-    for (int64_t counter = 0; counter <= int64_t{m_sleepTime} * 1000 && !stopRequested();
+    for (int64_t counter = 0;
+         counter <= int64_t{m_configuration.sleepTime()} * 1000 && !stopRequested();
          counter += g_pauseStep) {
         if (counter % g_pauseReport == 0) {
             LOG_DEBUG("%ds elapsed, wait to find new data", static_cast<int>(counter / 1000));
@@ -150,7 +145,7 @@ int WorkThread::reinit() {
         return 0;
     }
     for (const std::string& account : m_accounts) {
-        m_urlStats.emplace_back(new (std::nothrow) UrlStat());
+        m_urlStats.emplace_back(new (std::nothrow) UrlStat(m_configuration));
         if (!m_urlStats.back()) {
             return LOG_FAIL("new UrlStat [] fail errno %d", errno);
         }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cycle/url_stat.h"
+#include "frame/configuration.h"
 #include "platform/platform.h"
 
 #include <cstdint>
@@ -14,6 +15,9 @@ namespace kestrine {
 
 class WorkThread {
 public:
+    // Gives the settings the default roots where they name none.
+    explicit WorkThread(Configuration& configuration) : m_configuration(configuration) {}
+
     // Fixes the data path, the memory-disk directory and the statistics root, which it locks
     // against other instances, and reads the account list, waiting until there is an account. 0,
     // also after a stop request, or -1.
@@ -43,6 +47,7 @@ private:
     [[nodiscard]] int runAccounts();
     void pause();
 
+    Configuration& m_configuration;
     std::vector<std::string> m_accounts; // account paths, as last read
     std::vector<std::unique_ptr<UrlStat>> m_urlStats;
     std::set<std::string> m_failed; // accounts whose tree could not be checked
@@ -52,7 +57,6 @@ private:
     std::string m_memoryDisk;
     bool m_checkedBefore = false;
     uint32_t m_lastCheck = 0; // tick of the last account check
-    int32_t m_sleepTime = 0;  // seconds
 };
 
 } // namespace kestrine

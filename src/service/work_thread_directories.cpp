@@ -1,5 +1,4 @@
 // The directories that the service works in: fixed at start, swept and cleared while it runs.
-#include "frame/configuration.h"
 #include "frame/data_path.h"
 #include "frame/log.h"
 #include "platform/platform.h"
@@ -59,19 +58,15 @@ int WorkThread::init() {
     if (getDataPath(m_dataPath) != 0) {
         return LOG_FAIL("getDataPath fail");
     }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    m_memoryDisk = configuration->memoryDiskPath();
+    m_memoryDisk = m_configuration.memoryDiskPath();
     if (m_memoryDisk.empty()) {
         m_memoryDisk = m_dataPath + "/_memdisk";
-        configuration->setMemoryDiskPath(m_memoryDisk);
+        m_configuration.setMemoryDiskPath(m_memoryDisk);
     }
-    m_urlStatRoot = configuration->urlStatRoot();
+    m_urlStatRoot = m_configuration.urlStatRoot();
     if (m_urlStatRoot.empty()) {
         m_urlStatRoot = m_dataPath + "/_urlstat";
-        configuration->setUrlStatRoot(m_urlStatRoot);
+        m_configuration.setUrlStatRoot(m_urlStatRoot);
     }
     if (!mayBeUrlStatRoot(m_urlStatRoot, m_dataPath) ||
         !mayBeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot) ||
@@ -121,11 +116,7 @@ int WorkThread::lockRoot() {
 }
 
 int WorkThread::removeTempFiles() {
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    if (configuration->memoryDiskPath().empty()) {
+    if (m_configuration.memoryDiskPath().empty()) {
         LOG_INFO("empty memory disk path, return");
         return 0;
     }
@@ -138,8 +129,8 @@ int WorkThread::removeTempFiles() {
         logMessage(level, KESTRINE_HERE, "system %s fail, errno %d", command.c_str(), errno);
         return -1;
     };
-    if (!holdsOnlySpillFiles(configuration->memoryDiskPath()) ||
-        remove(configuration->memoryDiskPath(), LogLevel::Error) != 0) {
+    if (!holdsOnlySpillFiles(m_configuration.memoryDiskPath()) ||
+        remove(m_configuration.memoryDiskPath(), LogLevel::Error) != 0) {
         return -1;
     }
     for (const std::string& account : m_accounts) {

@@ -1,16 +1,44 @@
 #include "topn/top_url_record.h"
 
-#include "frame/buffer.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "platform/platform.h"
 #include "storage/verify.h"
+#include "tree/directories.h"
+#include "tree/names.h"
 #include "tree/quarantine.h"
+#include "tree/top_list_dirs.h"
 
 #include <cerrno>
+#include <new>
 #include <vector>
 
 namespace kestrine {
+
+namespace {
+
+int deleteIfThere(const std::string& directory) {
+    if (Util::deleteListDirectory(directory) != 0) {
+        return LOG_FAIL("delete dir %s fail", directory.c_str());
+    }
+    return 0;
+}
+
+int renameDirectory(const std::string& from, const std::string& to) {
+    if (platform().rename(from, to) != 0) {
+        return LOG_FAIL("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
+    }
+    return 0;
+}
+
+int syncOneDirectory(const std::string& directory) {
+    if (platform().syncDirectory(directory) != 0) {
+        return LOG_FAIL("sync directory %s fail, errno %d", directory.c_str(), errno);
+    }
+    return 0;
+}
+
+} // namespace
 
 TopUrlRecord::~TopUrlRecord() {
     const auto drain = [this](Queue& queue) {
@@ -105,11 +133,16 @@ int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
 
 int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
                                     const UrlRecordView& record) {
-    const auto [place, added] = queues.try_emplace(record.type);
-    if (added && place->second.init(g_listLength, lessByCountAndKey) != 0) {
+    Queue* queue = nullptr;
+    try {
+        queue = &queues[record.type];
+    } catch (const std::bad_alloc&) {
+        return LOG_FAIL("new fail, errno %d", errno);
+    }
+    if (queue->size() == 0 && queue->init(g_listLength, lessByCountAndKey) != 0) {
         return LOG_FAIL("init heap fail");
     }
-    if (insertHeap(record, place->second) != 0) {
+    if (insertHeap(record, *queue) != 0) {
         return LOG_FAIL("insert heap fail");
     }
     return 0;
@@ -117,6 +150,122 @@ int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
 
 int TopUrlRecord::setAside(const std::string& path) {
     return Util::setAside(path);
+}
+
+//  1. A left-over "topn.temp.temp" is deleted, so that no stale list is promoted, and made anew.
+//  2. Every list is written into it and synced, then the directory.
+//  3. A left-over "topn.temp" is deleted; "topn.temp.temp" is renamed to it: the set is complete.
+//  4. "topn" is deleted; "topn.temp" is renamed to it.
+// A stop between two lists deletes what step 2 has written so far. The start-up check makes lists
+// that are missing.
+int TopUrlRecord::writeOutTop(const std::string& directory) {
+    const std::string incomplete = names::topTempTempDir(directory);
+    const std::string complete = names::topTempDir(directory);
+    const std::string current = names::topDir(directory);
+    if (platform().exists(incomplete)) {
+        LOG_ERROR("%s should not exist", incomplete.c_str());
+        if (deleteIfThere(incomplete) != 0) {
+            return -1;
+        }
+    }
+    if (Util::createDir(incomplete + "/", Durable::No) != 0) {
+        return LOG_FAIL("create dir %s fail", incomplete.c_str());
+    }
+    if (const int written = writeAllLists(incomplete); written != 0) {
+        return written < 0 ? -1 : deleteIfThere(incomplete);
+    }
+    if (syncOneDirectory(incomplete) != 0) {
+        return -1;
+    }
+    if (platform().exists(complete)) {
+        LOG_ERROR("%s should not exist", complete.c_str());
+        if (deleteIfThere(complete) != 0) {
+            return -1;
+        }
+    }
+    if (renameDirectory(incomplete, complete) != 0 || syncOneDirectory(directory) != 0 ||
+        deleteIfThere(current) != 0 || renameDirectory(complete, current) != 0) {
+        return -1;
+    }
+    return syncOneDirectory(directory);
+}
+
+int TopUrlRecord::writeAllLists(const std::string& directory) {
+    for (auto& [type, queue] : m_types) {
+        if (stopRequested()) {
+            LOG_DEBUG("find g_isRunning 0, stop");
+            return 1;
+        }
+        const std::string path = names::topFile(directory, type);
+        if (path.size() > g_maxPath) {
+            return LOG_FAIL("sprintf_n fail, errno %d", errno);
+        }
+        if (writeOutOneHeap(queue, path) != 0) {
+            return LOG_FAIL("write out one heap to %s fail", path.c_str());
+        }
+    }
+    const std::string path = names::topAllFile(directory);
+    if (writeOutOneHeap(m_all, path) != 0) {
+        return LOG_FAIL("write out one heap to %s fail", path.c_str());
+    }
+    return 0;
+}
+
+int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
+    const std::string work = names::tempOf(path);
+    if (writeList(queue, work) != 0) {
+        return -1;
+    }
+    if (platform().exists(path)) {
+        LOG_INFO("%s exist, remove", path.c_str());
+        if (platform().removeFile(path) != 0) {
+            return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
+        }
+    }
+    if (platform().rename(work, path) != 0) {
+        return LOG_FAIL("rename from %s to %s fail, errno %d", work.c_str(), path.c_str(), errno);
+    }
+    return 0;
+}
+
+// Empties the queue, whose smallest record comes first, and writes it from the end.
+int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
+    std::vector<UrlRecordPtr> records;
+    try {
+        records.reserve(queue.size());
+    } catch (const std::bad_alloc&) {
+        return LOG_FAIL("malloc fail, errno %d", errno);
+    }
+    while (queue.size() > 0) {
+        records.emplace_back(queue.top());
+        queue.pop();
+        --m_copies;
+    }
+    UrlFile file;
+    if (file.open(path, OpenMode::Truncate) != 0) {
+        return LOG_FAIL("open %s fail", path.c_str());
+    }
+    for (auto record = records.rbegin(); record != records.rend(); ++record) {
+        if (file.writeOneRecord((*record)->view()) != 0) {
+            return LOG_FAIL("write one record to %s fail", path.c_str());
+        }
+    }
+    if (file.flush() != 0) {
+        return LOG_FAIL("flush %s fail", path.c_str());
+    }
+    DayStatus status;
+    status.entries().push_back({"just for test", -1, 0});
+    status.setTotalCount(file.totalCount());
+    if (file.writeStatus(status) != 0) {
+        return LOG_FAIL("write status to %s fail", path.c_str());
+    }
+    if (file.sync() != 0) {
+        return LOG_FAIL("sync %s fail", path.c_str());
+    }
+    if (file.close() != 0) {
+        return LOG_FAIL("close %s fail", path.c_str());
+    }
+    return 0;
 }
 
 } // namespace kestrine

@@ -28,8 +28,9 @@ public:
     TopUrlRecord& operator=(const TopUrlRecord&) = delete;
 
     // Reads the file of the given status type and writes its lists into `directory`. 0 (also after
-    // a stop, without lists) or -1; a file found damaged is set aside and its backup brought back.
-    // A kill leaves the old set, the complete new set, or none; the start-up check settles it.
+    // a stop, without new lists) or -1; a file found damaged is set aside and its backup brought
+    // back. A kill leaves the old set, the complete new set, or none; the start-up check settles
+    // it.
     [[nodiscard]] int createTop(uint32_t statusType, const std::string& directory,
                                 const std::string& path);
 
@@ -41,6 +42,7 @@ private:
     [[nodiscard]] int insertTypeHashMap(std::map<uint32_t, Queue>& queues,
                                         const UrlRecordView& record);
     [[nodiscard]] int writeOutTop(const std::string& directory);
+    // 0; 1 after a stop, with a part of the lists; -1.
     [[nodiscard]] int writeAllLists(const std::string& directory);
     [[nodiscard]] int writeOutOneHeap(Queue& queue, const std::string& path);
     [[nodiscard]] int writeList(Queue& queue, const std::string& path);

@@ -1,7 +1,5 @@
 #include "support/stat_tree.h"
 
-#include "frame/configuration.h"
-
 #include "storage/verify.h"
 
 #include <algorithm>
@@ -93,13 +91,17 @@ void expectPeriodFile(const std::string& path, uint32_t type, const TestRecords&
 }
 
 StatTree::StatTree() {
-    Configuration* configuration = nullptr;
-    EXPECT_EQ(Configuration::getInstance(&configuration), 0);
-    configuration->setUrlStatRoot(g_root);
-    configuration->setMemoryDiskPath(g_memoryDisk);
+    settings().setUrlStatRoot(g_root);
+    settings().setMemoryDiskPath(g_memoryDisk);
     m_clock.freeBytes = uint64_t{1} << 40;
     m_clock.seconds = 1330732800;
     g_isRunning = 1;
+}
+
+Configuration& StatTree::settings() {
+    Configuration* configuration = nullptr;
+    EXPECT_EQ(Configuration::getInstance(&configuration), 0);
+    return *configuration;
 }
 
 StatTree::~StatTree() {

@@ -2,6 +2,7 @@
 // flag set.
 #pragma once
 
+#include "frame/configuration.h"
 #include "frame/run_flag.h"
 #include "support/memory_disk.h"
 #include "support/url_file_helper.h"
@@ -32,6 +33,8 @@ class StatTree : public testing::Test {
 protected:
     StatTree();
     ~StatTree() override;
+    // Loaded when they are not.
+    static Configuration& settings();
 
     static constexpr const char* g_root = "/t/stat";
     static constexpr const char* g_accountDir = "/t/stat/acc";

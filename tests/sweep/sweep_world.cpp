@@ -279,7 +279,11 @@ int SweepWorld::serve(int place, const Run& run) const noexcept {
     };
     setPlatform(&disk);
     Configuration::resetInstance();
-    WorkThread workThread;
+    Configuration* configuration = nullptr;
+    if (Configuration::getInstance(&configuration) != 0) {
+        return 1;
+    }
+    WorkThread workThread(*configuration);
     if (workThread.init() != 0) {
         return 1;
     }

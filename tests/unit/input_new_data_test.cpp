@@ -19,10 +19,9 @@ const std::string g_new = "stat/acc/new/20120303/";
 class NewDataTest : public testing::Test, protected test::MemoryDisk {
 protected:
     NewDataTest() {
-        Configuration* configuration = nullptr;
-        EXPECT_EQ(Configuration::getInstance(&configuration), 0);
-        configuration->setUrlStatRoot("stat");
-        configuration->setMemoryDiskPath("mem");
+        EXPECT_EQ(Configuration::getInstance(&m_configuration), 0);
+        m_configuration->setUrlStatRoot("stat");
+        m_configuration->setMemoryDiskPath("mem");
     }
     ~NewDataTest() override { Configuration::resetInstance(); }
 
@@ -47,8 +46,8 @@ protected:
         test::writeUrlFile(path, {{test::recordOf("host")}}, test::dayStatusOf(nodes, counter));
     }
     // "devid_1/20120303 -1 0" for each node that is due, or "failed".
-    static Lines due() {
-        UrlFileNewData detector;
+    Lines due() {
+        UrlFileNewData detector(*m_configuration);
         std::vector<DayStatus> days(1);
         if (detector.getDayStatusHaveNewData(g_account, days) != 0) {
             return {days.empty() ? "failed" : "left over"};
@@ -64,6 +63,7 @@ protected:
         return lines;
     }
 
+    Configuration* m_configuration = nullptr;
     test::ScopedPlatform m_scope{*this};
     std::string m_failOn; // the end of a pattern
     FindStep m_failAt = FindStep::First;
@@ -174,6 +174,16 @@ TEST_F(NewDataTest, PathsAtTheLimit) {
     writeStatus(g_day, 0, {{longest, 9, 1}, {"devid_1", 8, 1}}); // "10.dat" would be too long
     put({"devid_1/20120303/A/0/9.dat"});
     EXPECT_EQ(due(), Lines{"devid_1/20120303 8 1"}); // the date's other nodes go on
+    files.clear();
+    std::vector<NodeEntry> nodes(15420, {"", 0, 1}); // as many as a status can name
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        nodes[i].path = "devid_" + std::to_string(i);
+    }
+    writeStatus(g_day, 0, nodes);
+    put({"devid_9/20120303/A/0/1.dat", "devid_9/20120304/A/0/0.dat"});
+    EXPECT_EQ(due(), (Lines{"devid_9/20120303 0 1", "devid_9/20120304 -1 0"}));
+    put({"devid_15420/20120303/A/0/0.dat"});
+    EXPECT_EQ(due(), Lines{"devid_9/20120304 -1 0"}); // the other dates go on
 }
 
 } // namespace

@@ -201,7 +201,7 @@ public:
 
     uint32_t tickCount() override { return std::exchange(*ticks, *ticks + step); }
     int freeSpace(const std::string& path, uint64_t& bytes) override {
-        EXPECT_TRUE(path.ends_with("/stat")); // the volume of the statistics root
+        EXPECT_TRUE(path.ends_with("/20120303")) << path; // where the output lies
         g_isRunning = ++checks == stopAt ? 0 : 1;
         return FakeClockPlatform::freeSpace(path, bytes);
     }

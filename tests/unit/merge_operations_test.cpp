@@ -95,7 +95,7 @@ TEST_F(MergeOperationsTest, MemoryDiskFilesAreCounted) {
 // Empty and real paths side by side. A date that comes back after another one stays one file: a
 // part of it would not hold what its positions say.
 TEST_F(MergeOperationsTest, DiskTempsBecomeOneNewDayFileForEachDate) {
-    DiskTempFileList list;
+    DiskTempFileList list(settings());
     const auto add = [&](const std::string& date, int32_t file, int32_t records) {
         const DayStatus status = dayStatusOf({{node(date), file, 28}});
         list.add(records == 0

@@ -41,7 +41,7 @@ protected:
             putHeld(path, std::stoi(state));
         }
     }
-    void check() { ASSERT_EQ(ExceptionCheck().check(g_account), 0); }
+    void check() { ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0); }
 };
 
 // Every set of formal file, backup, temporary and list directories, beside names not touched.
@@ -95,7 +95,7 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
         }
         m_disk.files[account + "new/20120304/7.daycrcsortnew.temp"] = {};
         SCOPED_TRACE(testing::PrintToString(m_disk.names(directory)));
-        ASSERT_EQ(ExceptionCheck().check(g_account), 0);
+        ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0);
         for (const std::string& name : kept) {
             ASSERT_TRUE(m_disk.files.contains(account + name));
         }
@@ -118,7 +118,7 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
                              upTo(hasFormal ? 1 : 0, g_date));
         }
         const auto settled = m_disk.files;
-        ASSERT_EQ(ExceptionCheck().check(g_account), 0);
+        ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0);
         ASSERT_EQ(difference(m_disk.files, settled), "");
     } while (choices.next() && !HasFailure());
 }

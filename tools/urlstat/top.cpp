@@ -30,7 +30,10 @@ public:
             throw std::bad_alloc();
         }
         UrlRecord* dropped = nullptr;
-        (void)m_queue.push(copy.release(), dropped);
+        if (m_queue.push(copy.get(), dropped) < 0) {
+            throw std::bad_alloc();
+        }
+        (void)copy.release(); // the queue's, which may have freed it already
     }
 
     // Empties the queue, the most visited record first.

@@ -1,0 +1,77 @@
+#include "cycle/day_stage.h"
+
+#include "cycle/publish.h"
+#include "frame/log.h"
+#include "frame/run_flag.h"
+#include "merge/date_ledger.h"
+#include "merge/merge_file_list.h"
+#include "tree/directories.h"
+#include "tree/listing.h"
+#include "tree/names.h"
+
+#include <cerrno>
+#include <vector>
+
+namespace kestrine {
+
+int DayStage::settleGaps() const {
+    std::vector<std::string> dates;
+    if (Util::getDateInNewDirectory(m_accountDir, dates) != 0) {
+        return -1;
+    }
+    for (const std::string& date : dates) {
+        std::vector<std::string> files;
+        if (Util::getDaycrcsortNews(date, files) != 0) {
+            return -1;
+        }
+        DateLedger ledger;
+        if (!files.empty() &&
+            (ledger.read(m_accountDir, std::string(names::lastComponent(date))) != 0 ||
+             ledger.settleGap() != 0)) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int DayStage::run() const {
+    std::vector<std::string> dates;
+    if (Util::getDateInNewDirectory(m_accountDir, dates) != 0) {
+        return LOG_FAIL("getDateInNewDirectory for %s fail", m_account.c_str());
+    }
+    for (const std::string& date : dates) {
+        if (mergeOneDate(date) != 0) {
+            return -1;
+        }
+        if (stopRequested()) {
+            LOG_DEBUG("find g_isRunning 0, stop");
+            return 0;
+        }
+    }
+    return 0;
+}
+
+int DayStage::mergeOneDate(const std::string& newDayDirectory) const {
+    DateLedger ledger;
+    const std::string date(names::lastComponent(newDayDirectory));
+    if (ledger.read(m_accountDir, date) != 0 || ledger.settleGap() != 0) {
+        return LOG_FAIL("getDaycrcsortNews from %s fail", newDayDirectory.c_str());
+    }
+    const std::vector<std::string> files = ledger.dueFiles();
+    if (files.empty()) {
+        return 0;
+    }
+    const PeriodFiles day = periodFiles(names::dayDir(m_accountDir, date), Period::Day);
+    if (Util::createDir(day.directory + "/") != 0) {
+        return LOG_FAIL("create dir %s fail, errno %d", day.directory.c_str(), errno);
+    }
+    LOG_DEBUG("daycrcsort %s", day.temp.c_str());
+    MergeFileList merge;
+    const int ret = merge.mergeNew2Day(files, day.temp);
+    if (ret < 0) {
+        return LOG_FAIL("mergeNew2Day fail");
+    }
+    return ret == 1 ? 0 : publish(day, Period::Day, files, {});
+}
+
+} // namespace kestrine
