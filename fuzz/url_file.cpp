@@ -42,7 +42,7 @@ void closeWithStatus(UrlFile& file, bool weekly = false) {
     day.setTotalCount(file.totalCount());
     WeekMonStatus weekMon;
     weekMon.entries() = {{"stat/acc/new/20120303", 5}, {"stat/acc/new/20120304", -1}};
-    weekMon.setTotalCount(static_cast<int64_t>(file.totalCount()));
+    weekMon.setTotalCount(file.totalCount());
     require((weekly ? file.writeStatus(weekMon) : file.writeStatus(day)) == 0, "writes a status");
     require(file.close() == 0, "closes");
 }

@@ -121,7 +121,7 @@ int MergeFileList::mergeNew2WeekMon(const std::vector<std::string>& newFiles,
     if (stopRequested()) {
         return stopAndReturn(work);
     }
-    m_weekMonStatus.setTotalCount(static_cast<int64_t>(m_output->totalCount()));
+    m_weekMonStatus.setTotalCount(m_output->totalCount());
     validateTotalCount(m_output->totalCount());
     if (m_output->writeStatus(m_weekMonStatus) != 0) {
         LOG_ERROR("write status fail %s", work.c_str());

@@ -65,11 +65,11 @@ int32_t DayStatus::date() const {
     return m_entries.empty() ? 0 : names::getDateOfPath(m_entries.front().path);
 }
 
-void WeekMonStatus::setTotalCount(int64_t count) {
-    if (count < 0) {
+void WeekMonStatus::setTotalCount(uint64_t count) {
+    if (count > INT64_MAX) {
         LOG_INFO("error counter %d", static_cast<int32_t>(count));
     }
-    m_totalCount = static_cast<uint64_t>(count);
+    m_totalCount = count;
 }
 
 bool WeekMonStatus::atEnd() const {

@@ -80,7 +80,7 @@ struct DateEntry {
 
 class WeekMonStatus : public StatusRecord<WeekMonStatus, DateEntry> {
 public:
-    void setTotalCount(int64_t count);
+    void setTotalCount(uint64_t count); // at most INT64_MAX
 
     // Cursor over the entries.
     void moveFirst() { m_index = 0; }

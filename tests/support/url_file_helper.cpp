@@ -22,7 +22,7 @@ void writeFile(const std::string& path, const std::vector<TestRecords>& blocks, 
         }
         ASSERT_EQ(file.writeUrlRecordBlocks(), 0) << path;
     }
-    status.setTotalCount(static_cast<int64_t>(file.totalCount()));
+    status.setTotalCount(file.totalCount());
     ASSERT_EQ(file.writeStatus(status), 0) << path;
     ASSERT_EQ(file.close(), 0) << path;
 }

@@ -266,7 +266,7 @@ TEST_F(Damaged, FilesTogether) {
     const auto spoil = [](Bytes& bytes) { bytes[bytes.size() / 3] ^= 0x10; };
     const auto rubbish = [](Bytes& bytes) { bytes.assign(3000, 0x5A); };
     std::vector<Case> cases;
-    for (const size_t tree : {1, 2, 3}) {
+    for (const size_t tree : {1U, 2U, 3U}) {
         const std::string account = accountOf(rootOf(tree));
         const auto add = [&](const std::string& name, const std::vector<Edit>& edits) {
             cases.push_back({tree, Moment::Start, name, edits});

@@ -172,7 +172,9 @@ TEST_F(CycleTest, SpillKeepsTheMostVisited) {
         TestRecords records;
         for (int i = 0; i < 32; ++i) {
             hosts.emplace_back("host-" + std::to_string(10 + i), i == 31 ? 1 : 1 + i % 5);
-            records.push_back(recordOf(hosts[i].first, static_cast<uint64_t>(hosts[i].second), 1));
+            records.push_back(recordOf(hosts[static_cast<size_t>(i)].first,
+                                       static_cast<uint64_t>(hosts[static_cast<size_t>(i)].second),
+                                       1));
         }
         std::ranges::sort(records, [](const TestRecord& a, const TestRecord& b) {
             return a.count != b.count ? a.count < b.count : a.key > b.key;

@@ -291,9 +291,9 @@ TEST_F(LoaderReaderTest, SmallBufferLosesNothingAndVisitsAloneAreDelivered) {
     for (int file = 0; file < worldgen::skipKindCount; ++file) {
         Block block;
         block.compressed = random() % 2 == 0;
-        for (uint32_t variant = random() % 5; variant > 0; --variant) {
+        for (auto variant = static_cast<uint32_t>(random() % 5); variant > 0; --variant) {
             const std::string host(1 + random() % 40, 'h');
-            const uint32_t action = 2 + random() % 3;
+            const auto action = static_cast<uint32_t>(2 + random() % 3);
             const worldgen::PayloadFields fields{worldgen::listContent(host), 1, 1, action, {}};
             block.add({worldgen::makePayload(fields), 10, {}, {}});
             block.add(makeSkipped(worldgen::SkipKind(file), "skipped", 1, variant));

@@ -57,7 +57,7 @@ TEST(UserBuffer, FindsHostInBothForms) {
     EXPECT_EQ(hostIn({host, 1, 31, 2, {}}), "none");               // the kind
     EXPECT_EQ(hostIn({host, 1, 1, 2, 10}), "none");
     EXPECT_EQ(hostIn({xml + "d</_f>", 1, 1, 2, 16}), "none");
-    for (const size_t size : {0, 76, 365, 370, 371, 374}) {
+    for (const size_t size : {0U, 76U, 365U, 370U, 371U, 374U}) {
         EXPECT_EQ(hostIn({host, 1, 1, 2, {}}, size), "none") << size;
     }
 }

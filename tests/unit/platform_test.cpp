@@ -159,7 +159,9 @@ TEST_F(PlatformTest, InfoExistsAndFind) {
     uint64_t bytes = 0;
     for (const char* name : {"", "no/such//place/", "7.day/below"}) { // the nearest parent
         EXPECT_EQ(p.freeSpace(path(name), bytes), 0) << name;
-        EXPECT_NEAR(bytes / 1e9, fs::space(m_dir.path()).available / 1e9, 1) << name;
+        EXPECT_NEAR(static_cast<double>(bytes),
+                    static_cast<double>(fs::space(m_dir.path()).available), 1e9)
+            << name;
     }
 }
 

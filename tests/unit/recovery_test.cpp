@@ -75,12 +75,12 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
             m_disk.files[formal + ".temp.temp"] = {1, 2};
             m_disk.files[directory + "/other.temp.temp/file"] = {1};
         }
-        for (const uint8_t i : {0, 1, 2}) {
+        for (const size_t i : {0U, 1U, 2U}) {
             hasList[i] = choices.flip();
             if (hasList[i]) {
                 static constexpr const char* endings[] = {"", ".temp", ".temp.temp"};
                 const std::string lists = directory + "/topn" + endings[i];
-                m_disk.files[lists + "/all.top"] = {i};
+                m_disk.files[lists + "/all.top"] = {static_cast<uint8_t>(i)};
                 m_disk.files[lists + "/.dot"] = {};
             }
         }

@@ -318,7 +318,7 @@ TEST_F(UrlFileTest, ABlockThatDoesNotFitIsRefused) {
                                                  {1, g_blockCapacity, 0},
                                                  {1, g_blockCapacity + 1, 0},
                                                  {1, 100, 1}}) {
-        Bytes data(rawSize);
+        Bytes data(static_cast<size_t>(rawSize));
         data = flag == 1 ? compressed(data) : data;
         BlockHeader header{
             1, 1, 1, static_cast<int32_t>(data.size()), static_cast<int32_t>(rawSize), flag, 1};
