@@ -10,12 +10,20 @@ namespace kestrine::Util {
 
 int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
                 const CodePlace& where) {
-    entries.clear();
     FindStep step{};
-    if (triedAgain([&] { return platform().find(pattern, entries, step); }) == 0) {
+    uint32_t error = 0;
+    const auto find = [&] {
+        entries.clear();
+        if (platform().find(pattern, entries, step) == 0) {
+            return 0;
+        }
+        error = platform().lastError();
+        const bool nothing = error == g_errorFileNotFound || error == g_errorPathNotFound;
+        return step == FindStep::First && nothing ? 0 : -1;
+    };
+    if (triedAgain(find) == 0) {
         return 0;
     }
-    const uint32_t error = platform().lastError();
     if (step == FindStep::Close) {
         logMessage(LogLevel::Error, where, "FindClose fail, errcode %d", error);
         return 0;
@@ -24,9 +32,6 @@ int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
     if (step == FindStep::Next) {
         logMessage(LogLevel::Error, where, "FindNextFile fail, errcode %d", error);
         return -1;
-    }
-    if (error == g_errorFileNotFound || error == g_errorPathNotFound) {
-        return 0;
     }
     logMessage(LogLevel::Error, where, "FindFirstFile for %s fail, errcode %d", pattern.c_str(),
                error);
