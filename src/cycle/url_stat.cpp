@@ -12,6 +12,7 @@
 #include "input/user_buffer.h"
 #include "platform/platform.h"
 #include "storage/url_key.h"
+#include "tree/directories.h"
 #include "tree/free_space.h"
 #include "tree/names.h"
 
@@ -106,6 +107,9 @@ int UrlStat::daycrcsort(const std::string& account) {
     for (const DayStatus& day : days) {
         day.print();
     }
+    if (!days.empty() && makeDirectoriesDurable() != 0) {
+        return LOG_FAIL("make directories of %s durable fail", account.c_str());
+    }
     for (DayStatus& day : days) {
         if (createTempFile(day) != 0) {
             return LOG_FAIL("create temp file fail %s", account.c_str());
@@ -116,6 +120,14 @@ int UrlStat::daycrcsort(const std::string& account) {
         }
     }
     return daycrcsortnew(account);
+}
+
+// Before anything below them is: temporary files make their directories without syncing, and a kill
+// may have come between the making of a directory and its sync.
+int UrlStat::makeDirectoriesDurable() const {
+    const std::string directory = accountDirectory();
+    return Util::createDir(directory + "/") == 0 ? Util::makeDurable(names::newTree(directory))
+                                                 : -1;
 }
 
 int UrlStat::daycrcsortnew(const std::string& account) {

@@ -72,6 +72,7 @@ public:
 
 private:
     [[nodiscard]] std::string accountDirectory() const;
+    [[nodiscard]] int makeDirectoriesDurable() const;
     [[nodiscard]] int runPeriods(Period period, bool& compared) const;
 
     // ---- a date's logs
