@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -106,6 +107,33 @@ int addList(const std::string& path, Lists& lists) {
     return 0;
 }
 
+// Adds the lists of the directory that are wanted. 0 or -1.
+int addLists(const std::string& directory, Lists& lists,
+             const std::function<bool(const std::string&)>& wanted) {
+    if (Util::tranverse(directory, [&](const std::string& path, uint32_t attributes) {
+            const bool list =
+                (attributes & g_attributeDirectory) == 0 && path.ends_with(g_listEnding);
+            return list && wanted(path) ? addList(path, lists) : 0;
+        }) != 0) {
+        return LOG_FAIL("tranverse %s fail", directory.c_str());
+    }
+    return 0;
+}
+
+// Lists are not synced, so those that were made anew for an old file may be torn. As checkTopLists.
+int checkTornLists(const std::string& directory) {
+    const int64_t now = platform().now();
+    const int64_t boot = platform().bootTime();
+    Lists lists;
+    lists.oldest = 0; // of the file nothing is known here
+    const auto mayBeTorn = [&](const std::string& path) {
+        FileInfo info;
+        return platform().info(path, info) == 0 && now - info.modified < g_recent &&
+               (boot > now || info.modified < boot + g_clockDoubt);
+    };
+    return addLists(directory, lists, mayBeTorn) == 0 ? (lists.stale ? 1 : 0) : -1;
+}
+
 } // namespace
 
 int checkFile(const std::string& path, uint32_t statusType, Reading reading, FileSums* sums) {
@@ -121,8 +149,11 @@ int checkFile(const std::string& path, uint32_t statusType, Reading reading, Fil
 
 int checkTopLists(const std::string& directory, const std::string& formal, const FileSums* sums) {
     const std::string listDirectory = names::topDir(directory);
-    if (sums == nullptr || stopRequested()) {
-        return platform().exists(names::topAllFile(listDirectory)) ? 0 : 1;
+    if (stopRequested() || !platform().exists(names::topAllFile(listDirectory))) {
+        return stopRequested() ? 0 : 1;
+    }
+    if (sums == nullptr) {
+        return checkTornLists(listDirectory);
     }
     FileInfo info;
     if (platform().info(formal, info) != 0) {
@@ -130,12 +161,8 @@ int checkTopLists(const std::string& directory, const std::string& formal, const
     }
     Lists lists;
     lists.oldest = info.modified;
-    if (Util::tranverse(listDirectory, [&](const std::string& path, uint32_t attributes) {
-            const bool list =
-                (attributes & g_attributeDirectory) == 0 && path.ends_with(g_listEnding);
-            return list ? addList(path, lists) : 0;
-        }) != 0) {
-        return LOG_FAIL("tranverse %s fail", listDirectory.c_str());
+    if (addLists(listDirectory, lists, [](const std::string&) { return true; }) != 0) {
+        return -1;
     }
     return stopRequested() || lists.fit(*sums) ? 0 : 1;
 }

@@ -31,13 +31,6 @@ int renameDirectory(const std::string& from, const std::string& to) {
     return 0;
 }
 
-int syncOneDirectory(const std::string& directory) {
-    if (platform().syncDirectory(directory) != 0) {
-        return LOG_FAIL("sync directory %s fail, errno %d", directory.c_str(), errno);
-    }
-    return 0;
-}
-
 } // namespace
 
 TopUrlRecord::~TopUrlRecord() {
@@ -153,11 +146,12 @@ int TopUrlRecord::setAside(const std::string& path) {
 }
 
 //  1. A left-over "topn.temp.temp" is deleted, so that no stale list is promoted, and made anew.
-//  2. Every list is written into it and synced, then the directory.
+//  2. Every list is written into it.
 //  3. A left-over "topn.temp" is deleted; "topn.temp.temp" is renamed to it: the set is complete.
 //  4. "topn" is deleted; "topn.temp" is renamed to it.
-// A stop between two lists deletes what step 2 has written so far. The start-up check makes lists
-// that are missing.
+// A stop between two lists deletes what step 2 has written so far. Nothing is synced: lists are
+// made from the file beside them, and the start-up check makes those again that are missing or
+// torn.
 int TopUrlRecord::writeOutTop(const std::string& directory) {
     const std::string incomplete = names::topTempTempDir(directory);
     const std::string complete = names::topTempDir(directory);
@@ -174,20 +168,15 @@ int TopUrlRecord::writeOutTop(const std::string& directory) {
     if (const int written = writeAllLists(incomplete); written != 0) {
         return written < 0 ? -1 : deleteIfThere(incomplete);
     }
-    if (syncOneDirectory(incomplete) != 0) {
-        return -1;
-    }
     if (platform().exists(complete)) {
         LOG_ERROR("%s should not exist", complete.c_str());
         if (deleteIfThere(complete) != 0) {
             return -1;
         }
     }
-    if (renameDirectory(incomplete, complete) != 0 || syncOneDirectory(directory) != 0 ||
-        deleteIfThere(current) != 0 || renameDirectory(complete, current) != 0) {
-        return -1;
-    }
-    return syncOneDirectory(directory);
+    return renameDirectory(incomplete, complete) == 0 && deleteIfThere(current) == 0
+               ? renameDirectory(complete, current)
+               : -1;
 }
 
 int TopUrlRecord::writeAllLists(const std::string& directory) {
@@ -258,9 +247,6 @@ int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
     status.setTotalCount(file.totalCount());
     if (file.writeStatus(status) != 0) {
         return LOG_FAIL("write status to %s fail", path.c_str());
-    }
-    if (file.sync() != 0) {
-        return LOG_FAIL("sync %s fail", path.c_str());
     }
     if (file.close() != 0) {
         return LOG_FAIL("close %s fail", path.c_str());
