@@ -1,10 +1,6 @@
-// Which new-day files a merge leaves out because its target holds them already.
-//
-// New-day files stay on disk until the month stage deletes them, and after a kill any of them may
-// still be there. What a day, week or month file holds of a date is recorded in its status as one
-// number, the highest new-day number folded in; files up to that number never take part again.
+#include "merge/merge_pruning.h"
+
 #include "frame/log.h"
-#include "merge/merge_file_list.h"
 #include "tree/names.h"
 
 #include <algorithm>
@@ -39,6 +35,17 @@ int updateDayNewCounter(const std::vector<std::string>& newFiles, DayStatus& sta
         if (number > status.newCounter()) {
             status.setNewCounter(number);
         }
+    }
+    return 0;
+}
+
+int updateWeekMonStatus(const std::vector<std::string>& newFiles, WeekMonStatus& status) {
+    for (const std::string& path : newFiles) {
+        const int32_t number = names::newDayNumber(path);
+        if (number < 0) {
+            return LOG_FAIL("path %s invalid", path.c_str());
+        }
+        updateWeekMonStatusIFNewer(status, std::string(names::parentOf(path)), number);
     }
     return 0;
 }
