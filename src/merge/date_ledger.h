@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <map>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,13 @@ public:
     [[nodiscard]] int settleGap();
 
 private:
-    [[nodiscard]] int readPeriods(const std::string& accountDir, const std::string& date,
-                                  bool* fellBack);
+    // What waits above the day file's counter.
+    [[nodiscard]] auto due() const {
+        return std::ranges::subrange(m_waiting.upper_bound(m_dayStatus.newCounter()),
+                                     m_waiting.end());
+    }
+    [[nodiscard]] int readPeriod(const PeriodKind& kind, const std::string& accountDir,
+                                 const std::string& date, bool* fellBack);
     [[nodiscard]] int32_t lastBeforeGap() const;
     [[nodiscard]] int logsRemain(int32_t before, bool& remain) const;
     [[nodiscard]] int addStatus(const std::string& path, DayStatus& status) const;

@@ -50,12 +50,8 @@ int MergeEngine::commonMergeProcess(const std::vector<UrlFile*>& inputs) {
     }
     while (!m_heap.empty()) {
         MergeEntry& entry = *m_heap.pop();
-        bool stop = false;
-        if (checkSpaceAndStop(stop) != 0) {
-            return -1;
-        }
-        if (stop) {
-            return 0;
+        if (const int ret = checkSpaceAndStop(); ret != 0) {
+            return ret > 0 ? 0 : -1;
         }
         if (mergeStep(entry) != 0) {
             return -1;
@@ -67,10 +63,7 @@ int MergeEngine::commonMergeProcess(const std::vector<UrlFile*>& inputs) {
     if (writePending() != 0) {
         return LOG_FAIL("write once record %s fail", m_output.path().c_str());
     }
-    if (m_output.flush() != 0) {
-        return LOG_FAIL("flush %s fail", m_output.path().c_str());
-    }
-    return 0;
+    return m_output.flush() == 0 ? 0 : LOG_FAIL("flush %s fail", m_output.path().c_str());
 }
 
 int MergeEngine::tryAllocMemory(size_t count) {
@@ -105,7 +98,8 @@ int MergeEngine::initMergeMinHeap(const std::vector<UrlFile*>& inputs) {
     return 0;
 }
 
-int MergeEngine::checkSpaceAndStop(bool& stop) {
+// Once a minute, not for every record. 0; 1 when a stop was requested; -1.
+int MergeEngine::checkSpaceAndStop() {
     const uint32_t now = platform().tickCount();
     if (m_lastCheck && elapsedTicks(*m_lastCheck, now) < g_checkInterval) {
         return 0;
@@ -119,22 +113,20 @@ int MergeEngine::checkSpaceAndStop(bool& stop) {
     if (Util::sleepWhileNoSpace(root) != 0) {
         return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
     }
-    if (stopRequested()) {
-        LOG_DEBUG("find g_isRunning 0, stop");
-        stop = true;
+    if (!stopRequested()) {
+        return 0;
     }
-    return 0;
+    LOG_DEBUG("find g_isRunning 0, stop");
+    return 1;
 }
 
 int MergeEngine::mergeStep(MergeEntry& entry) {
     assert(entry.active);
     const char* const out = m_output.path().c_str();
     if (entry.decompressed) {
-        if (dealUnCompress(entry) != 0) {
-            return LOG_FAIL("deal with uncompress data fail %s %s", out,
-                            entry.file->path().c_str());
-        }
-        return 0;
+        return dealUnCompress(entry) == 0 ? 0
+                                          : LOG_FAIL("deal with uncompress data fail %s %s", out,
+                                                     entry.file->path().c_str());
     }
     if (isSmallerThanOthers(entry) && foldFits(entry)) {
         return copyBlock(entry);
@@ -143,10 +135,7 @@ int MergeEngine::mergeStep(MergeEntry& entry) {
         return -1;
     }
     entry.decompressed = true;
-    if (dealUnCompress(entry) != 0) {
-        return LOG_FAIL("deal with uncompress data fail %s ", out);
-    }
-    return 0;
+    return dealUnCompress(entry) == 0 ? 0 : LOG_FAIL("deal with uncompress data fail %s ", out);
 }
 
 // An equal key blocks the copy too: the two records must be summed.
@@ -168,10 +157,9 @@ int MergeEngine::copyBlock(MergeEntry& entry) {
     const char* const out = m_output.path().c_str();
     const char* const in = entry.file->path().c_str();
     if (m_pending.holds(entry.currentKey)) {
-        if (mergeMinKeyAndWriteOutBlock(entry) != 0) {
-            return LOG_FAIL("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
-        }
-        return 0;
+        return mergeMinKeyAndWriteOutBlock(entry) == 0
+                   ? 0
+                   : LOG_FAIL("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
     }
     if (m_pending.held()) {
         LOG_DEBUG("key not match, write one record %" PRIu64 " %" PRId64, m_pending.record().key,
@@ -180,10 +168,7 @@ int MergeEngine::copyBlock(MergeEntry& entry) {
             return LOG_FAIL("write one record %s fail", out);
         }
     }
-    if (writeCompressData(entry) != 0) {
-        return LOG_FAIL("writeCompressData fail %s %s", out, in);
-    }
-    return 0;
+    return writeCompressData(entry) == 0 ? 0 : LOG_FAIL("writeCompressData fail %s %s", out, in);
 }
 
 int MergeEngine::writeCompressData(MergeEntry& entry) {
@@ -204,10 +189,7 @@ int MergeEngine::writeCompressData(MergeEntry& entry) {
     }
     noteWritten(entry.header.minKey, entry.header.maxKey);
     entry.file->block().reset();
-    if (pushNextkeyFromHeader(entry) != 0) {
-        return LOG_FAIL("pushNextkeyFromHeader %s fail", in);
-    }
-    return 0;
+    return pushNextkeyFromHeader(entry) == 0 ? 0 : LOG_FAIL("pushNextkeyFromHeader %s fail", in);
 }
 
 int MergeEngine::mergeMinKeyAndWriteOutBlock(MergeEntry& entry) {
@@ -227,10 +209,7 @@ int MergeEngine::mergeMinKeyAndWriteOutBlock(MergeEntry& entry) {
     }
     noteWritten(entry.header.minKey, entry.header.maxKey);
     entry.file->block().reset();
-    if (pushNextkeyFromHeader(entry) != 0) {
-        return LOG_FAIL("pushNextkeyFromHeader fail %s", out);
-    }
-    return 0;
+    return pushNextkeyFromHeader(entry) == 0 ? 0 : LOG_FAIL("pushNextkeyFromHeader fail %s", out);
 }
 
 // The pending record's count goes into the block's first record and into the header's sum.
@@ -273,10 +252,7 @@ int MergeEngine::decompressBlock(MergeEntry& entry) {
     if (entry.file->readBlockData(data) != 0) {
         return LOG_FAIL("read block data from %s fail", in);
     }
-    if (entry.file->unCompress() != 0) {
-        return LOG_FAIL("unCompress block data from %s fail", in);
-    }
-    return 0;
+    return entry.file->unCompress() == 0 ? 0 : LOG_FAIL("unCompress block data from %s fail", in);
 }
 
 int MergeEngine::dealUnCompress(MergeEntry& entry) {
@@ -299,19 +275,17 @@ int MergeEngine::dealUnCompress(MergeEntry& entry) {
         m_pending.hold(record);
     }
     block.advance(record);
-    if (pushNextKey(entry) != 0) {
-        return LOG_FAIL("pushNextKey from %s fail", entry.file->path().c_str());
-    }
-    return 0;
+    return pushNextKey(entry) == 0
+               ? 0
+               : LOG_FAIL("pushNextKey from %s fail", entry.file->path().c_str());
 }
 
 int MergeEngine::pushNextKey(MergeEntry& entry) {
     UrlRecordBlock& block = entry.file->block();
     if (!block.hasCurrent()) {
-        if (pushNextkeyFromHeader(entry) != 0) {
-            return LOG_FAIL("push next key from header fail %s", entry.file->path().c_str());
-        }
-        return 0;
+        return pushNextkeyFromHeader(entry) == 0
+                   ? 0
+                   : LOG_FAIL("push next key from header fail %s", entry.file->path().c_str());
     }
     UrlRecordView next;
     if (block.getCurrentUrlRecord(next) != 0 || next.key <= entry.currentKey ||

@@ -27,7 +27,7 @@ public:
 private:
     [[nodiscard]] int tryAllocMemory(size_t count);
     [[nodiscard]] int initMergeMinHeap(const std::vector<UrlFile*>& inputs);
-    [[nodiscard]] int checkSpaceAndStop(bool& stop);
+    [[nodiscard]] int checkSpaceAndStop();
     [[nodiscard]] int mergeStep(MergeEntry& entry);
 
     [[nodiscard]] bool isSmallerThanOthers(const MergeEntry& top) const;

@@ -1,32 +1,23 @@
-// Merges of temporary files, into one disk temporary file or into a new-day file:
+// The steps of every merge:
 //
-//  1. A left-over work file (output + ".temp") is removed.
-//  2. Very many inputs are merged in rounds first. Inputs and work file are opened, the inputs'
-//     trailers read, the records merged.
-//  3. On a stop the work file is removed: no output.
-//  4. The status is written; a new-day file is synced.
-//  5. The work file is renamed to the output. For a new-day file this is the moment from which its
-//     visits are counted: its status says how far the logs have been read.
-//
-// Merges into day, week and month files:
-//
-//  1. The final path (formal name + ".temp") must not exist.
-//  2. The current file, if there is one, is opened and its status read; new-day files that it holds
-//     already are dropped from the inputs. Nothing left: 1, nothing changed.
-//  3. The work file (final path + ".temp"), if left over, is removed.
+//  1. Day, week and month: the final path (formal name + ".temp") must not exist.
+//  2. Day, week and month: the current file, if there is one, is opened and its status read;
+//     new-day files that it holds already are dropped from the inputs. Nothing left: 1.
+//  3. A left-over work file (output + ".temp") is removed.
 //  4. Very many inputs are merged in rounds first.
 //  5. Inputs and work file are opened, the inputs' trailers read and combined.
 //  6. The records are merged. On a stop the work file is removed: 1.
-//  7. The status is written, the file synced and everything closed.
-//  8. The top lists, which no longer match, are removed.
-//  9. The work file is renamed to the final path.
+//  7. The status is written, the file synced, unless it is a temporary one, and everything closed.
+//  8. Day, week and month: the top lists, which no longer match, are removed.
+//  9. The work file is renamed to the output. For a new-day file this is the moment from which its
+//     visits are counted: its status says how far the logs have been read.
 // The caller replaces the current file and deletes inputs.
 #include "merge/merge_file_list.h"
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "merge/merge_engine.h"
-#include "tree/directories.h"
+#include "merge/period_status.h"
 #include "tree/names.h"
 #include "tree/top_list_dirs.h"
 
@@ -130,8 +121,7 @@ int MergeFileList::mergeTemps(const std::vector<std::string>& paths, const DaySt
     MergeInputs inputs{paths, InputKind::Temporary};
     MergeRounds rounds(std::string(names::parentOf(isNew ? paths.front() : output)));
     MergeFiles files(m_openFiles);
-    const int opened = openInputs(files, rounds, inputs, work);
-    if (opened != 0) {
+    if (const int opened = openInputs(files, rounds, inputs, work); opened != 0) {
         return opened > 0 ? files.stopAndReturn()
                           : LOG_FAIL("openFileList fail %s", output.c_str());
     }
@@ -163,46 +153,54 @@ int MergeFileList::mergeNew2Day(const std::vector<std::string>& newFiles,
     if (newFiles.empty()) {
         return LOG_FAIL("param invalid");
     }
-    DayTarget target;
-    return mergePeriod(target, {newFiles, InputKind::NewDay}, finalPath);
+    return mergePeriod({newFiles, InputKind::NewDay}, DayStatus(), finalPath);
 }
 
 int MergeFileList::mergeNew2WeekMon(const std::vector<std::string>& newFiles,
                                     const std::vector<std::string>& dayFiles,
                                     const std::string& finalPath) {
     if (dayFiles.empty()) {
-        WeekMonTarget target;
-        return mergePeriod(target, {newFiles, InputKind::NewDay}, finalPath);
+        return mergePeriod({newFiles, InputKind::NewDay}, WeekMonStatus(), finalPath);
     }
-    RebuiltTarget target(m_openFiles);
-    return mergePeriod(target, {dayFiles, InputKind::Formal}, finalPath);
+    // Before anything is merged: temporary merges no longer tell the dates apart.
+    WeekMonStatus status;
+    if (takeDayCounters(dayFiles, m_openFiles, status) != 0) {
+        return LOG_FAIL("updateNewCounter fail %s", finalPath.c_str());
+    }
+    return mergePeriod({dayFiles, InputKind::Formal}, status, finalPath);
 }
 
-int MergeFileList::mergePeriod(PeriodTarget& target, MergeInputs inputs,
-                               const std::string& finalPath) {
+template <typename Status>
+int MergeFileList::mergePeriod(MergeInputs inputs, Status status, const std::string& finalPath) {
     if (finalPath.empty()) {
         return LOG_FAIL("param invalid");
     }
     if (platform().exists(finalPath)) {
         return LOG_FAIL("ERROR %s should not exist!", finalPath.c_str());
     }
-    const std::string work = names::tempOf(finalPath);
-    MergeRounds rounds(roundDirectoryOf(finalPath)); // outlives the files, which read its own
+    MergeRounds rounds(roundDirectoryOf(finalPath)); // its files go after those that read them
     MergeFiles files(m_openFiles);
-    if (target.openSource(files, names::withoutTemp(finalPath), inputs.paths) != 0) {
+    if (inputs.kind == InputKind::NewDay &&
+        openSource(files, names::withoutTemp(finalPath), inputs.paths, status) != 0) {
         return -1;
     }
     if (inputs.paths.empty()) {
         return files.closeUrlFiles() == 0 ? 1 : -1;
     }
+    return mergePeriodInputs(files, rounds, inputs, status, finalPath);
+}
+
+template <typename Status>
+int MergeFileList::mergePeriodInputs(MergeFiles& files, MergeRounds& rounds, MergeInputs& inputs,
+                                     Status& status, const std::string& finalPath) {
+    const std::string work = names::tempOf(finalPath);
     reportLeftOver(work);
     if (removeWorkFile(work) != 0) {
         return -1;
     }
-    const std::vector<std::string> folded = inputs.paths;
+    const MergeInputs folded = inputs;
     const size_t sources = files.inputs().size();
-    const int opened = openInputs(files, rounds, inputs, work);
-    if (opened != 0) {
+    if (const int opened = openInputs(files, rounds, inputs, work); opened != 0) {
         return opened > 0 ? files.stopAndReturn()
                           : LOG_FAIL("openFileList fail %s", finalPath.c_str());
     }
@@ -212,14 +210,16 @@ int MergeFileList::mergePeriod(PeriodTarget& target, MergeInputs inputs,
     if (files.inputs().size() != sources + inputs.paths.size()) {
         return LOG_FAIL("UrlFile * vector size %d", static_cast<int>(files.inputs().size()));
     }
-    if (target.combine(files.inputs(), folded, finalPath) != 0) {
+    if (folded.kind == InputKind::NewDay && combine(files, folded.paths, finalPath, status) != 0) {
         return -1;
     }
     if (const int merged = runMerge(files); merged != 0) {
         return merged > 0 ? files.stopAndReturn() : -1;
     }
-    validateTotalCount(files.inputs(), files.output().totalCount());
-    if (target.writeStatus(files.output()) != 0) {
+    const uint64_t total = files.output().totalCount();
+    status.setTotalCount(static_cast<decltype(status.totalCount())>(total));
+    validateTotalCount(files.inputs(), total);
+    if (files.output().writeStatus(status) != 0) {
         return LOG_FAIL("write status fail %s", work.c_str());
     }
     return finishPeriod(files, finalPath);

@@ -10,9 +10,7 @@
 
 #include "merge/merge_files.h"
 #include "merge/merge_rounds.h"
-#include "merge/period_target.h"
 #include "storage/status.h"
-#include "storage/url_file.h"
 #include "tree/directories.h"
 
 #include <cstdint>
@@ -55,9 +53,12 @@ private:
                                  const std::string& output, Durable durable);
     [[nodiscard]] int createEmptyDaycrcsortNew(MergeFiles& files, const std::string& path,
                                                const DayStatus& status);
-    [[nodiscard]] int mergePeriod(PeriodTarget& target, MergeInputs inputs,
-                                  const std::string& finalPath);
-    [[nodiscard]] int finishPeriod(MergeFiles& files, const std::string& finalPath);
+    template <typename Status>
+    [[nodiscard]] int mergePeriod(MergeInputs inputs, Status status, const std::string& finalPath);
+    template <typename Status>
+    [[nodiscard]] int mergePeriodInputs(MergeFiles& files, MergeRounds& rounds, MergeInputs& inputs,
+                                        Status& status, const std::string& finalPath);
+    [[nodiscard]] static int finishPeriod(MergeFiles& files, const std::string& finalPath);
     [[nodiscard]] static int deleteTopnDir(const std::string& directory);
 
     [[nodiscard]] int openInputs(MergeFiles& files, MergeRounds& rounds, MergeInputs& inputs,

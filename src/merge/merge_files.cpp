@@ -3,6 +3,7 @@
 #include "frame/log.h"
 #include "tree/quarantine.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
 
@@ -13,10 +14,8 @@ namespace {
 // 0, g_tooFewHandles or -1.
 int openFile(UrlFile& file, const std::string& path, OpenMode mode) {
     errno = 0; // what stands there afterwards comes from this call
-    if (file.open(path, mode) == 0) {
-        return 0;
-    }
-    return errno == EMFILE || errno == ENFILE ? g_tooFewHandles : -1;
+    const int ret = file.open(path, mode);
+    return ret != 0 && (errno == EMFILE || errno == ENFILE) ? g_tooFewHandles : ret;
 }
 
 int removeOneBrokenFile(const std::string& path, InputKind kind) {
@@ -61,10 +60,9 @@ int MergeFiles::openSource(const std::string& path, uint32_t statusType) {
     if (openInput(path, InputKind::Formal) != 0) {
         return -1;
     }
-    if (m_inputs.back().file.readStatus(statusType) != 0) {
-        return LOG_FAIL("read status from %s fail", path.c_str());
-    }
-    return 0;
+    return m_inputs.back().file.readStatus(statusType) == 0
+               ? 0
+               : LOG_FAIL("read status from %s fail", path.c_str());
 }
 
 int MergeFiles::openInput(const std::string& path, InputKind kind) {
@@ -78,21 +76,15 @@ int MergeFiles::openInput(const std::string& path, InputKind kind) {
     return 0;
 }
 
-int MergeFiles::openInputs(const MergeInputs& inputs) {
-    for (const std::string& path : inputs.paths) {
-        if (const int ret = openInput(path, inputs.kind); ret != 0) {
-            return ret;
-        }
-    }
-    return 0;
-}
-
 int MergeFiles::openFileList(const MergeInputs& inputs, const std::string& work) {
     if (work.empty() || (inputs.paths.empty() && m_inputs.empty())) {
         return LOG_FAIL("param invalid");
     }
     const size_t before = m_inputs.size();
-    int ret = openInputs(inputs);
+    int ret = 0;
+    for (auto path = inputs.paths.begin(); ret == 0 && path != inputs.paths.end(); ++path) {
+        ret = openInput(*path, inputs.kind);
+    }
     if (ret == 0) {
         ret = openOutput(work);
     }
@@ -132,23 +124,15 @@ int MergeFiles::closeOutput(bool durable) {
     if (durable && m_output.sync() != 0) {
         return LOG_FAIL("sync %s fail", m_work.c_str());
     }
-    if (closeUrlFiles() != 0) {
-        return LOG_FAIL("closeUrlFiles fail %s", m_work.c_str());
-    }
-    return 0;
+    return closeUrlFiles() == 0 ? 0 : LOG_FAIL("closeUrlFiles fail %s", m_work.c_str());
 }
 
 int MergeFiles::closeUrlFiles() {
     int result = closeOne(m_output);
     for (Input& input : m_inputs) {
-        if (closeOne(input.file) != 0) {
-            result = -1;
-        }
+        result = std::min(result, closeOne(input.file));
     }
-    if (result != 0) {
-        LOG_ERROR("UrlFile::close fail");
-    }
-    return result;
+    return result == 0 ? 0 : LOG_FAIL("UrlFile::close fail");
 }
 
 int MergeFiles::closeOne(UrlFile& file) {

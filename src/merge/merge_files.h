@@ -65,7 +65,6 @@ private:
     };
 
     [[nodiscard]] int openInput(const std::string& path, InputKind kind);
-    [[nodiscard]] int openInputs(const MergeInputs& inputs);
     [[nodiscard]] int closeOne(UrlFile& file);
     [[nodiscard]] int removeBrokenUrlFiles();
 
