@@ -15,7 +15,6 @@
 
 #include <cstdint>
 #include <map>
-#include <ranges>
 #include <string>
 #include <vector>
 
@@ -46,9 +45,8 @@ public:
 
 private:
     // What waits above the day file's counter.
-    [[nodiscard]] auto due() const {
-        return std::ranges::subrange(m_waiting.upper_bound(m_dayStatus.newCounter()),
-                                     m_waiting.end());
+    [[nodiscard]] std::map<int32_t, std::string> due() const {
+        return {m_waiting.upper_bound(m_dayStatus.newCounter()), m_waiting.end()};
     }
     [[nodiscard]] int readPeriod(const PeriodKind& kind, const std::string& accountDir,
                                  const std::string& date, bool* fellBack);
