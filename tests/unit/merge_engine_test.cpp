@@ -163,11 +163,15 @@ TEST_F(MergeEngineTest, WhatNoWriterWritesBreaksItsFile) {
         others.push_back({key, 1, 0, "o"});
     }
     writeUrlFile(path("good"), {others}, m_status);
-    for (const StoredBlocks& blocks : cases) {
-        writeStored("bad", blocks);
-        EXPECT_EQ(merge({"good", "bad"}), -1) << &blocks - cases;
-        EXPECT_FALSE(m_disk.exists(path("bad"))) << &blocks - cases; // set aside, and no other
-        EXPECT_TRUE(m_disk.exists(path("good"))) << &blocks - cases;
+    for (const size_t handles : {100U, 3U}) { // at once, and in a round
+        m_disk.handles = handles;
+        for (const StoredBlocks& blocks : cases) {
+            writeStored("bad", blocks);
+            EXPECT_EQ(merge({"good", "bad", "good"}), -1) << &blocks - cases;
+            EXPECT_FALSE(m_disk.exists(path("bad"))) << &blocks - cases; // set aside, and no other
+            EXPECT_TRUE(m_disk.exists(path("good"))) << &blocks - cases;
+            EXPECT_FALSE(m_disk.exists(path("0.merge.temp")));
+        }
     }
 }
 
