@@ -34,10 +34,11 @@ std::string roundDirectoryOf(const std::string& finalPath) {
     return names::diskTempDir(names::parentOf(directory), names::lastComponent(directory));
 }
 
-void reportLeftOver(const std::string& work) {
+int removeLeftOver(const std::string& work) {
     if (platform().exists(work)) {
         LOG_INFO("file %s exist, delete it", work.c_str());
     }
+    return removeWorkFile(work);
 }
 
 void validateTotalCount(const std::vector<UrlFile*>& inputs, uint64_t outputTotal) {
@@ -65,18 +66,19 @@ MergeFileList::~MergeFileList() {
 
 int MergeFileList::mergeTemp2Temp(const std::vector<std::string>& inputs, const DayStatus& status,
                                   const std::string& output) {
-    return mergeTemps(inputs, status, output, Durable::No);
+    return removeWorkFile(names::tempOf(output)) == 0
+               ? mergeTemps(inputs, status, output, Durable::No)
+               : -1;
 }
 
 int MergeFileList::mergeTemp2New(const std::vector<std::string>& inputs, const DayStatus& status,
                                  const std::string& newFile) {
     const std::string work = names::tempOf(newFile);
-    reportLeftOver(work);
+    if (removeLeftOver(work) != 0) {
+        return -1;
+    }
     if (!inputs.empty()) {
         return mergeTemps(inputs, status, newFile, Durable::Yes);
-    }
-    if (removeWorkFile(work) != 0) {
-        return -1;
     }
     MergeFiles files(m_openFiles);
     if (createEmptyDaycrcsortNew(files, work, status) != 0) {
@@ -85,7 +87,7 @@ int MergeFileList::mergeTemp2New(const std::vector<std::string>& inputs, const D
     if (stopRequested()) {
         return files.stopAndReturn();
     }
-    if (files.closeOutput(true) != 0) {
+    if (files.closeOutput(Durable::Yes) != 0) {
         return -1;
     }
     if (files.renameOutput(newFile) != 0) {
@@ -105,19 +107,15 @@ int MergeFileList::createEmptyDaycrcsortNew(MergeFiles& files, const std::string
     }
     DayStatus written = status;
     written.setTotalCount(0);
-    if (files.output().writeStatus(written) != 0) {
-        return LOG_FAIL("write status %s fail", path.c_str());
-    }
-    return 0;
+    return files.output().writeStatus(written) == 0
+               ? 0
+               : LOG_FAIL("write status %s fail", path.c_str());
 }
 
 int MergeFileList::mergeTemps(const std::vector<std::string>& paths, const DayStatus& status,
                               const std::string& output, Durable durable) {
     const bool isNew = durable == Durable::Yes;
     const std::string work = names::tempOf(output);
-    if (removeWorkFile(work) != 0) {
-        return -1;
-    }
     MergeInputs inputs{paths, InputKind::Temporary};
     MergeRounds rounds(std::string(names::parentOf(isNew ? paths.front() : output)));
     MergeFiles files(m_openFiles);
@@ -137,7 +135,7 @@ int MergeFileList::mergeTemps(const std::vector<std::string>& paths, const DaySt
         return isNew ? LOG_FAIL("writeStatus fail %s", output.c_str())
                      : LOG_FAIL("writeStatus %s fail", output.c_str());
     }
-    if (files.closeOutput(isNew) != 0) {
+    if (files.closeOutput(durable) != 0) {
         return -1;
     }
     if (files.renameOutput(output) != 0) {
@@ -178,7 +176,8 @@ int MergeFileList::mergePeriod(MergeInputs inputs, Status status, const std::str
     if (platform().exists(finalPath)) {
         return LOG_FAIL("ERROR %s should not exist!", finalPath.c_str());
     }
-    MergeRounds rounds(roundDirectoryOf(finalPath)); // its files go after those that read them
+    // First made and last gone, since nothing open can be removed.
+    MergeRounds rounds(roundDirectoryOf(finalPath));
     MergeFiles files(m_openFiles);
     if (inputs.kind == InputKind::NewDay &&
         openSource(files, names::withoutTemp(finalPath), inputs.paths, status) != 0) {
@@ -194,8 +193,7 @@ template <typename Status>
 int MergeFileList::mergePeriodInputs(MergeFiles& files, MergeRounds& rounds, MergeInputs& inputs,
                                      Status& status, const std::string& finalPath) {
     const std::string work = names::tempOf(finalPath);
-    reportLeftOver(work);
-    if (removeWorkFile(work) != 0) {
+    if (removeLeftOver(work) != 0) {
         return -1;
     }
     const MergeInputs folded = inputs;
@@ -226,7 +224,7 @@ int MergeFileList::mergePeriodInputs(MergeFiles& files, MergeRounds& rounds, Mer
 }
 
 int MergeFileList::finishPeriod(MergeFiles& files, const std::string& finalPath) {
-    if (files.closeOutput(true) != 0) {
+    if (files.closeOutput(Durable::Yes) != 0) {
         return -1;
     }
     const std::string directory(names::parentOf(finalPath));

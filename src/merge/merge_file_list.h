@@ -11,7 +11,6 @@
 #include "merge/merge_files.h"
 #include "merge/merge_rounds.h"
 #include "storage/status.h"
-#include "tree/directories.h"
 
 #include <cstdint>
 #include <string>

@@ -120,8 +120,8 @@ int MergeFiles::readDayStatus() {
     return 0;
 }
 
-int MergeFiles::closeOutput(bool durable) {
-    if (durable && m_output.sync() != 0) {
+int MergeFiles::closeOutput(Durable durable) {
+    if (durable == Durable::Yes && m_output.sync() != 0) {
         return LOG_FAIL("sync %s fail", m_work.c_str());
     }
     return closeUrlFiles() == 0 ? 0 : LOG_FAIL("closeUrlFiles fail %s", m_work.c_str());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "storage/url_file.h"
+#include "tree/directories.h"
 
 #include <cstdint>
 #include <deque>
@@ -43,11 +44,11 @@ public:
     // too few handles for all of them none is opened: g_tooFewHandles.
     [[nodiscard]] int openFileList(const MergeInputs& inputs, const std::string& work);
     [[nodiscard]] int openOutput(const std::string& work);
-    // Of every input but the source, whose status is another.
+    // Of every input whose status was not read yet: the source's may be another.
     [[nodiscard]] int readDayStatus();
 
     // The output carries its status already: synced if wanted, and everything closed.
-    [[nodiscard]] int closeOutput(bool durable);
+    [[nodiscard]] int closeOutput(Durable durable);
     [[nodiscard]] int closeUrlFiles();
     // The work file, closed, is complete and stays: under its name, or under a final one.
     void keepOutput() { m_work.clear(); }
