@@ -33,38 +33,28 @@ TEST_F(MergeOperationsTest, WriteTheirOutputAlone) {
     std::vector<TestRecords> ofTemps;
     std::vector<TestRecords> ofDays = {upTo(0, g_date)};
     for (const int32_t i : {5, 6, 7, 8}) {
-        const std::string date = "2012030" + std::to_string(i);
-        temps.push_back(put(m_dir / (std::to_string(i) + ".temp"), recordsOf(i, g_date), status));
+        const std::string other = "2012030" + std::to_string(i);
+        temps.push_back(put(m_dir / other, recordsOf(i, g_date), status));
         ofTemps.push_back(recordsOf(i, g_date));
-        days.push_back(putDay(date, i));
-        ofDays.push_back(upTo(i, date));
+        days.push_back(putDay(other, i));
+        ofDays.push_back(upTo(i, other));
     }
     const std::string fresh = newFile(g_date, 4);
-    const std::map<std::string, int32_t> ofAll = {
-        {g_date, 0}, {"20120305", 5}, {"20120306", 6}, {"20120307", 7}, {"20120308", 8}};
-    using Counters = std::map<std::string, int32_t>; // by date
     using Merge = std::function<int(MergeFileList &&)>;
-    const std::tuple<std::string, TestRecords, Counters, Merge> cases[] = {
-        {fresh,
-         summed(ofTemps),
-         {{g_date, 4}},
+    // With one date and its counter.
+    const std::tuple<std::string, TestRecords, std::string, int32_t, Merge> cases[] = {
+        {fresh, summed(ofTemps), g_date, 4,
          [&](auto&& list) { return list.mergeTemp2New(temps, status, fresh); }},
-        {fresh,
-         TestRecords(),
-         {{g_date, 4}},
+        {fresh, TestRecords(), g_date, 4,
          [&](auto&& list) { return list.mergeTemp2New({}, status, fresh); }},
-        {day + ".temp",
-         upTo(3, g_date),
-         {{g_date, 3}},
+        {day + ".temp", upTo(3, g_date), g_date, 3,
          [&](auto&& list) { return list.mergeNew2Day(files, day + ".temp"); }},
-        {week + ".temp",
-         upTo(3, g_date),
-         {{g_date, 3}},
+        {week + ".temp", upTo(3, g_date), g_date, 3,
          [&](auto&& list) { return list.mergeNew2WeekMon(files, {}, week + ".temp"); }},
-        {month + ".temp", summed(ofDays), ofAll,
+        {month + ".temp", summed(ofDays), "20120306", 6,
          [&](auto&& list) { return list.mergeNew2WeekMon(files, days, month + ".temp"); }}};
     const auto tree = m_disk.files;
-    for (const auto& [output, records, counters, merge] : cases) {
+    for (const auto& [output, records, date, counter, merge] : cases) {
         SCOPED_TRACE(output);
         const std::string lists = std::string(names::parentOf(output)) + "/topn/all.top";
         m_disk.files = tree;
@@ -88,11 +78,8 @@ TEST_F(MergeOperationsTest, WriteTheirOutputAlone) {
                 readUrlFile(output, daily ? g_dayStatusType : g_weekMonStatusType);
             EXPECT_TRUE(content.whole);
             EXPECT_EQ(content.records, records);
-            for (const auto& [date, counter] : counters) {
-                EXPECT_EQ(daily ? content.dayStatus->newCounter()
-                                : content.weekMonStatus->counterOfDate(date),
-                          counter);
-            }
+            EXPECT_EQ(counter, daily ? content.dayStatus->newCounter()
+                                     : content.weekMonStatus->counterOfDate(date));
             EXPECT_EQ(m_disk.files.erase(lists), output == fresh ? 1U : 0U);
             m_disk.files.erase(output);
             EXPECT_EQ(difference(m_disk.files, tree), "");
