@@ -13,9 +13,7 @@
 namespace kestrine {
 
 int DateLedger::read(const std::string& accountDir, const std::string& date, bool* fellBack) {
-    m_dayStatus = DayStatus();
-    m_known = -1;
-    m_waiting.clear();
+    *this = DateLedger();
     std::vector<std::string> files;
     if (Util::getDaycrcsortNews(names::newDayDir(accountDir, date), files) != 0) {
         return -1;
@@ -23,48 +21,44 @@ int DateLedger::read(const std::string& accountDir, const std::string& date, boo
     for (const std::string& path : files) {
         m_waiting.emplace(names::newDayNumber(path), path);
     }
-    const PeriodFiles day = periodFiles(names::dayDir(accountDir, date), Period::Day);
-    std::unique_ptr<UrlFile> file;
-    const int ret = openFormal(day, Period::Day, file, fellBack);
-    if (ret < 0) {
-        return LOG_FAIL("read status of %s fail", day.formal.c_str());
+    for (const PeriodKind& kind : periodKinds()) {
+        const bool has = kind.range == nullptr || names::isCalendarDate(date);
+        if (has && readPeriod(kind, accountDir, date, fellBack) != 0) {
+            return -1;
+        }
     }
-    if (ret == 0) {
-        m_dayStatus = *file->dayStatus();
-    }
-    return readPeriods(accountDir, date, fellBack);
+    return 0;
 }
 
-int DateLedger::readPeriods(const std::string& accountDir, const std::string& date,
-                            bool* fellBack) {
-    for (const PeriodKind& kind : periodKinds()) {
-        if (kind.range == nullptr || !names::isCalendarDate(date)) {
-            continue;
-        }
+int DateLedger::readPeriod(const PeriodKind& kind, const std::string& accountDir,
+                           const std::string& date, bool* fellBack) {
+    std::string directory = names::dayDir(accountDir, date);
+    if (kind.range != nullptr) {
         std::string begin;
         std::string end;
         if (kind.range(date, begin, end) != 0) {
             return -1;
         }
-        const PeriodFiles files =
-            periodFiles(names::periodDir(accountDir, kind.period, begin, end), kind.period);
-        std::unique_ptr<UrlFile> file;
-        const int ret = openFormal(files, kind.period, file, fellBack);
-        if (ret < 0) {
-            return LOG_FAIL("read status of %s fail", files.formal.c_str());
-        }
-        if (ret == 0) {
-            m_known = std::max(m_known, file->weekMonStatus()->counterOfDate(date));
-        }
+        directory = names::periodDir(accountDir, kind.period, begin, end);
+    }
+    const PeriodFiles files = periodFiles(directory, kind.period);
+    std::unique_ptr<UrlFile> file;
+    const int ret = openFormal(files, kind.period, file, fellBack);
+    if (ret < 0) {
+        return LOG_FAIL("read status of %s fail", files.formal.c_str());
+    }
+    if (ret == 0 && kind.period == Period::Day) {
+        m_dayStatus = *file->dayStatus();
+    } else if (ret == 0) {
+        m_known = std::max(m_known, file->weekMonStatus()->counterOfDate(date));
     }
     return 0;
 }
 
 std::vector<std::string> DateLedger::dueFiles() const {
     std::vector<std::string> files;
-    for (auto one = m_waiting.upper_bound(m_dayStatus.newCounter()); one != m_waiting.end();
-         ++one) {
-        files.push_back(one->second);
+    for (const auto& [number, path] : due()) {
+        files.push_back(path);
     }
     return files;
 }
@@ -82,13 +76,13 @@ int64_t DateLedger::next() const {
 // number that was left out on purpose above what week and month file know is no gap.
 int32_t DateLedger::lastBeforeGap() const {
     int32_t last = m_dayStatus.newCounter();
-    for (auto one = m_waiting.upper_bound(last); one != m_waiting.end(); ++one) {
-        const bool follows = one->first == last + 1;
-        const bool leftOut = last < m_known && one->first == int64_t{m_known} + 2;
+    for (const auto& [number, path] : due()) {
+        const bool follows = number == last + 1;
+        const bool leftOut = last < m_known && number == int64_t{m_known} + 2;
         if (!follows && !leftOut) {
             return last;
         }
-        last = one->first;
+        last = number;
     }
     return last;
 }
@@ -112,9 +106,8 @@ int DateLedger::logsRemain(int32_t before, bool& remain) const {
     remain = false;
     DayStatus from = m_dayStatus;
     DayStatus to;
-    for (auto one = m_waiting.upper_bound(m_dayStatus.newCounter()); one != m_waiting.end();
-         ++one) {
-        if (const int ret = addStatus(one->second, one->first <= before ? from : to); ret != 0) {
+    for (const auto& [number, path] : due()) {
+        if (const int ret = addStatus(path, number <= before ? from : to); ret != 0) {
             return ret < 0 ? -1 : 0;
         }
     }

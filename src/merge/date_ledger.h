@@ -44,8 +44,12 @@ public:
     [[nodiscard]] int settleGap();
 
 private:
-    [[nodiscard]] int readPeriods(const std::string& accountDir, const std::string& date,
-                                  bool* fellBack);
+    // What waits above the day file's counter.
+    [[nodiscard]] std::map<int32_t, std::string> due() const {
+        return {m_waiting.upper_bound(m_dayStatus.newCounter()), m_waiting.end()};
+    }
+    [[nodiscard]] int readPeriod(const PeriodKind& kind, const std::string& accountDir,
+                                 const std::string& date, bool* fellBack);
     [[nodiscard]] int32_t lastBeforeGap() const;
     [[nodiscard]] int logsRemain(int32_t before, bool& remain) const;
     [[nodiscard]] int addStatus(const std::string& path, DayStatus& status) const;

@@ -68,15 +68,9 @@ int DiskTempFileList::mergeItem(Item& item) {
     MergeFileList merge;
     const int ret = merge.mergeTemp2New(inputs, item.status, newFile);
     if (ret != 0) {
-        if (ret < 0) {
-            LOG_ERROR("merge temp to new fail");
-        }
-        return ret;
+        return ret < 0 ? LOG_FAIL("merge temp to new fail") : ret;
     }
-    if (removeAllDiskTempFIles(item) != 0) {
-        return LOG_FAIL("removeAllDiskTempFIles fail");
-    }
-    return 0;
+    return removeAllDiskTempFIles(item) == 0 ? 0 : LOG_FAIL("removeAllDiskTempFIles fail");
 }
 
 int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t used,
@@ -109,6 +103,7 @@ int DiskTempFileList::getCrcsortPath(const Item* item, std::string& directory) c
 }
 
 int DiskTempFileList::removeAllDiskTempFIles(const Item& item) {
+    std::string directory;
     for (const std::string& path : item.paths) {
         if (path.empty()) {
             LOG_INFO("this date have no dat files having url, continue");
@@ -117,15 +112,11 @@ int DiskTempFileList::removeAllDiskTempFIles(const Item& item) {
         if (platform().removeFile(path) != 0) {
             return LOG_FAIL("remove %s fail errno %d", path.c_str(), errno);
         }
+        directory = names::parentOf(path);
     }
-    const auto real = std::find_if(item.paths.begin(), item.paths.end(),
-                                   [](const std::string& path) { return !path.empty(); });
-    if (real == item.paths.end()) {
+    if (directory.empty()) {
         LOG_INFO("this date have no dat files having url, return");
-        return 0;
-    }
-    const std::string directory(names::parentOf(*real));
-    if (platform().removeDirectory(directory) != 0) {
+    } else if (platform().removeDirectory(directory) != 0) {
         LOG_INFO("rmdir %s fail errno %d, but ignore it", directory.c_str(), errno);
     }
     return 0;

@@ -8,6 +8,7 @@
 #include "tree/names.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 
 namespace kestrine {
@@ -17,6 +18,7 @@ void MemFileList::openGroup() {
 }
 
 int MemFileList::addUrlFile(const std::string& path) {
+    assert(!m_groups.empty());
     FileInfo info;
     if (platform().info(path, info) != 0) {
         return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
@@ -38,10 +40,12 @@ bool MemFileList::hasFiles() const {
 }
 
 void MemFileList::setLastStatus(const DayStatus& status) {
+    assert(!m_groups.empty());
     m_groups.back().status = status;
 }
 
 void MemFileList::setLastOutput(const std::string& path) {
+    assert(!m_groups.empty());
     m_groups.back().output = path;
 }
 
@@ -73,10 +77,7 @@ int MemFileList::mergeGroup(Group& group, DiskTempFileList& list) {
     MergeFileList merge;
     const int ret = merge.mergeTemp2Temp(group.inputs, group.status, group.output);
     if (ret != 0) {
-        if (ret < 0) {
-            LOG_ERROR("mergeTemp2Temp fail %s", group.output.c_str());
-        }
-        return ret;
+        return ret < 0 ? LOG_FAIL("mergeTemp2Temp fail %s", group.output.c_str()) : ret;
     }
     list.add(group.output, group.status);
     removeInputs(group);

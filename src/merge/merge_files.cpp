@@ -1,190 +1,184 @@
-// The files of one merge operation: opened together, closed together, and, where one of them turns
-// out to be damaged, set aside.
-#include "frame/log.h"
-#include "frame/run_flag.h"
-#include "merge/merge_file_list.h"
-#include "tree/directories.h"
-#include "tree/names.h"
-#include "tree/quarantine.h"
-#include "tree/top_list_dirs.h"
+#include "merge/merge_files.h"
 
+#include "frame/log.h"
+#include "tree/quarantine.h"
+
+#include <algorithm>
+#include <cassert>
 #include <cerrno>
-#include <cinttypes>
 
 namespace kestrine {
 
-MergeFileList::~MergeFileList() {
-    if (m_openFiles != 0) {
-        LOG_INFO("ERROR unfree count %d !!!!!!", m_openFiles);
-    }
+namespace {
+
+// 0, g_tooFewHandles or -1.
+int openFile(UrlFile& file, const std::string& path, OpenMode mode) {
+    errno = 0; // what stands there afterwards comes from this call
+    const int ret = file.open(path, mode);
+    return ret != 0 && (errno == EMFILE || errno == ENFILE) ? g_tooFewHandles : ret;
 }
 
-int MergeFileList::openInput(const std::string& path) {
-    m_inputs.push_back(std::make_unique<UrlFile>());
-    if (m_inputs.back()->open(path, OpenMode::Read) != 0) {
-        return LOG_FAIL("open %s fail", path.c_str());
-    }
-    ++m_openFiles;
-    return 0;
-}
-
-int MergeFileList::openFileList(const std::vector<std::string>& inputs, const std::string& output) {
-    if (output.empty() || (inputs.empty() && m_inputs.empty())) {
-        return LOG_FAIL("param invalid");
-    }
-    for (const std::string& path : inputs) {
-        if (openInput(path) != 0) {
-            return -1;
-        }
-    }
-    m_output = std::make_unique<UrlFile>();
-    if (m_output->open(output, OpenMode::Truncate) != 0) {
-        return LOG_FAIL("open out file %s fail", output.c_str());
-    }
-    ++m_openFiles;
-    return 0;
-}
-
-// Inputs whose status was read already (the current day, week or month file) are passed over.
-int MergeFileList::readDayStatus() {
-    for (const auto& file : m_inputs) {
-        if (file->dayStatus() != nullptr || file->weekMonStatus() != nullptr) {
-            continue;
-        }
-        if (file->readStatus(g_dayStatusType) != 0) {
-            return LOG_FAIL("read status from %s fail", file->path().c_str());
-        }
-    }
-    return 0;
-}
-
-int MergeFileList::closeUrlFiles() {
-    int result = 0;
-    const auto closeOne = [this, &result](UrlFile& file) {
-        if (!file.isOpen()) {
-            return;
-        }
-        --m_openFiles;
-        if (file.close() != 0) {
-            result = -1;
-        }
-    };
-    for (const auto& file : m_inputs) {
-        closeOne(*file);
-    }
-    if (m_output) {
-        closeOne(*m_output);
-    }
-    if (result != 0) {
-        LOG_ERROR("UrlFile::close fail");
-    }
-    return result;
-}
-
-// Day, week and month files come back from their backup; temporary and new-day files do not.
-int MergeFileList::removeBrokenUrlFiles() {
-    for (const auto& file : m_inputs) {
-        if (file->broken() && removeOneBrokenFile(file->path()) != 0) {
-            return -1;
-        }
-    }
-    return 0;
-}
-
-int MergeFileList::removeOneBrokenFile(const std::string& path) {
+int removeOneBrokenFile(const std::string& path, InputKind kind) {
     LOG_INFO("file %s is broken, remove it from disk", path.c_str());
     if (Util::dumpBrokenFile(path) != 0) {
         return LOG_FAIL("Util::dumpBrokenFile %s fail", path.c_str());
     }
-    if (platform().exists(path) && platform().removeFile(path) != 0) {
-        return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
+    if (removeWorkFile(path) != 0) {
+        return -1;
     }
-    if (path.find("crcsort") == std::string::npos || names::newDayNumber(path) >= 0) {
+    if (kind != InputKind::Formal) {
         return 0;
     }
     LOG_INFO("the broken file is %s, try to recover", path.c_str());
     return Util::restoreBackup(path);
 }
 
-int MergeFileList::removeWorkFile(const std::string& path) {
+} // namespace
+
+int removeWorkFile(const std::string& path) {
     if (platform().exists(path) && platform().removeFile(path) != 0) {
         return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
     return 0;
 }
 
-// Runs the engine over the opened files.
-int MergeFileList::runMerge(const std::string& workPath) {
-    std::vector<UrlFile*> inputs;
-    inputs.reserve(m_inputs.size());
-    for (const auto& file : m_inputs) {
-        inputs.push_back(file.get());
-    }
-    if (commonMergeProcess(m_output.get(), inputs) != 0) {
-        return LOG_FAIL("commonMergeProcess fail %s", workPath.c_str());
-    }
-    return 0;
-}
-
-// The output carries its status already: synced if wanted, and all closed.
-int MergeFileList::closeOutput(const std::string& workPath, bool durable) {
-    if (durable && m_output->sync() != 0) {
-        return LOG_FAIL("sync %s fail", workPath.c_str());
-    }
+// First closed, then moved or removed: not every system does that with an open file.
+MergeFiles::~MergeFiles() {
     if (closeUrlFiles() != 0) {
-        return LOG_FAIL("closeUrlFiles fail %s", workPath.c_str());
-    }
-    return 0;
-}
-
-int MergeFileList::syncDirectoryOf(const std::string& path) {
-    const std::string directory(names::parentOf(path));
-    if (platform().syncDirectory(directory) != 0) {
-        return LOG_FAIL("sync directory %s fail, errno %d", directory.c_str(), errno);
-    }
-    return 0;
-}
-
-// After a failure: everything closed, damaged inputs set aside, the work file gone. Returns -1.
-int MergeFileList::abandon(const std::string& workPath) {
-    if (closeUrlFiles() != 0) {
-        LOG_ERROR("closeUrlFiles fail %s", workPath.c_str());
+        LOG_ERROR("closeUrlFiles fail %s", m_work.c_str());
     }
     if (removeBrokenUrlFiles() != 0) {
-        LOG_ERROR("removeBrokenUrlFiles fail %s", workPath.c_str());
+        LOG_ERROR("removeBrokenUrlFiles fail %s", m_work.c_str());
     }
-    m_inputs.clear();
-    m_output.reset();
-    removeRoundFiles();
-    (void)removeWorkFile(workPath); // reported there; the next pass removes it
-    return -1;
+    if (!m_work.empty()) {
+        (void)removeWorkFile(m_work); // reported there; the next pass removes it
+    }
 }
 
-// After a stop: the same without a failure. Returns 1, no output.
-int MergeFileList::stopAndReturn(const std::string& workPath) {
+int MergeFiles::openSource(const std::string& path, uint32_t statusType) {
+    assert(m_inputs.empty());
+    if (openInput(path, InputKind::Formal) != 0) {
+        return -1;
+    }
+    return m_inputs.back().file.readStatus(statusType) == 0
+               ? 0
+               : LOG_FAIL("read status from %s fail", path.c_str());
+}
+
+int MergeFiles::openInput(const std::string& path, InputKind kind) {
+    Input& input = m_inputs.emplace_back();
+    input.kind = kind;
+    if (const int ret = openFile(input.file, path, OpenMode::Read); ret != 0) {
+        LOG_ERROR("open %s fail", path.c_str());
+        return ret;
+    }
+    ++m_openFiles;
+    return 0;
+}
+
+int MergeFiles::openFileList(const MergeInputs& inputs, const std::string& work) {
+    if (work.empty() || (inputs.paths.empty() && m_inputs.empty())) {
+        return LOG_FAIL("param invalid");
+    }
+    const size_t before = m_inputs.size();
+    int ret = 0;
+    for (auto path = inputs.paths.begin(); ret == 0 && path != inputs.paths.end(); ++path) {
+        ret = openInput(*path, inputs.kind);
+    }
+    if (ret == 0) {
+        ret = openOutput(work);
+    }
+    while (ret == g_tooFewHandles && m_inputs.size() > before) {
+        if (closeOne(m_inputs.back().file) != 0) {
+            return -1;
+        }
+        m_inputs.pop_back();
+    }
+    return ret;
+}
+
+int MergeFiles::openOutput(const std::string& work) {
+    assert(!m_output.isOpen());
+    m_work = work;
+    if (const int ret = openFile(m_output, work, OpenMode::Truncate); ret != 0) {
+        LOG_ERROR("open out file %s fail", work.c_str());
+        return ret;
+    }
+    ++m_openFiles;
+    return 0;
+}
+
+int MergeFiles::readDayStatus() {
+    for (Input& input : m_inputs) {
+        if (input.file.dayStatus() != nullptr || input.file.weekMonStatus() != nullptr) {
+            continue;
+        }
+        if (input.file.readStatus(g_dayStatusType) != 0) {
+            return LOG_FAIL("read status from %s fail", input.file.path().c_str());
+        }
+    }
+    return 0;
+}
+
+int MergeFiles::closeOutput(Durable durable) {
+    if (durable == Durable::Yes && m_output.sync() != 0) {
+        return LOG_FAIL("sync %s fail", m_work.c_str());
+    }
+    return closeUrlFiles() == 0 ? 0 : LOG_FAIL("closeUrlFiles fail %s", m_work.c_str());
+}
+
+int MergeFiles::closeUrlFiles() {
+    int result = closeOne(m_output);
+    for (Input& input : m_inputs) {
+        result = std::min(result, closeOne(input.file));
+    }
+    return result == 0 ? 0 : LOG_FAIL("UrlFile::close fail");
+}
+
+int MergeFiles::closeOne(UrlFile& file) {
+    if (!file.isOpen()) {
+        return 0;
+    }
+    if (file.close() != 0) {
+        return -1;
+    }
+    --m_openFiles;
+    return 0;
+}
+
+int MergeFiles::removeBrokenUrlFiles() {
+    for (const Input& input : m_inputs) {
+        if (input.file.broken() && removeOneBrokenFile(input.file.path(), input.kind) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int MergeFiles::renameOutput(const std::string& to) {
+    assert(!m_output.isOpen() && !m_work.empty());
+    if (platform().rename(m_work, to) != 0) {
+        return -1;
+    }
+    keepOutput();
+    return 0;
+}
+
+int MergeFiles::stopAndReturn() {
     LOG_INFO("stop and return");
-    const int closed = closeUrlFiles();
-    m_inputs.clear();
-    m_output.reset();
-    removeRoundFiles();
-    return closed == 0 && removeWorkFile(workPath) == 0 ? 1 : -1;
+    if (closeUrlFiles() != 0 || (!m_work.empty() && removeWorkFile(m_work) != 0)) {
+        return -1;
+    }
+    keepOutput();
+    return 1;
 }
 
-int MergeFileList::deleteTopnDir(const std::string& directory) {
-    return Util::deleteTopLists(directory);
-}
-
-void MergeFileList::validateTotalCount(uint64_t outputTotal) const {
-    uint64_t sum = 0;
-    for (const auto& file : m_inputs) {
-        const uint64_t total = file->statusTotal();
-        LOG_DEBUG("%s %" PRId64, file->path().c_str(), static_cast<int64_t>(total));
-        sum += total;
+std::vector<UrlFile*> MergeFiles::inputs() {
+    std::vector<UrlFile*> files;
+    for (Input& input : m_inputs) {
+        files.push_back(&input.file);
     }
-    if (sum != outputTotal) {
-        LOG_INFO("total count not match %" PRId64 " %" PRId64, static_cast<int64_t>(sum),
-                 static_cast<int64_t>(outputTotal));
-    }
+    return files;
 }
 
 } // namespace kestrine

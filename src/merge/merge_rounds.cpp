@@ -1,86 +1,72 @@
-// Merges of more inputs than may be open at once: groups of them are first merged into temporary
-// files, again and again until few enough are left. Round files carry the combined status of their
-// inputs, lie in a directory of temporary files and are removed when the operation ends.
+#include "merge/merge_rounds.h"
+
 #include "frame/log.h"
-#include "frame/run_flag.h"
-#include "merge/merge_file_list.h"
 #include "tree/directories.h"
 #include "tree/names.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace kestrine {
 
-namespace {
-
-// One place is kept for the current day, week or month file, which joins the reduced inputs.
-constexpr size_t g_inputsPerMerge = MergeFileList::g_maxOpenInputs - 1;
-
-} // namespace
-
-// 0 with the reduced list; 1 when a stop was requested; -1.
-int MergeFileList::reduceInputs(const std::vector<std::string>& inputs,
-                                const std::string& directory, std::vector<std::string>& reduced) {
-    reduced = inputs;
-    m_roundDirectory = directory;
-    while (reduced.size() > g_inputsPerMerge) {
-        if (Util::createDir(directory + "/", Durable::No) != 0) {
-            return LOG_FAIL("create dir %s fail", directory.c_str());
-        }
-        std::vector<std::string> next;
-        for (size_t from = 0; from < reduced.size(); from += g_inputsPerMerge) {
-            const size_t to = std::min(from + g_inputsPerMerge, reduced.size());
-            const std::vector<std::string> group(reduced.begin() + static_cast<ptrdiff_t>(from),
-                                                 reduced.begin() + static_cast<ptrdiff_t>(to));
-            const std::string output =
-                names::mergeRoundFile(directory, static_cast<int32_t>(m_roundFiles.size()));
-            m_roundFiles.push_back(output);
-            const int ret = mergeOneRound(group, output);
-            if (ret != 0) {
-                return ret;
-            }
-            next.push_back(output);
-        }
-        reduced = std::move(next);
-    }
-    return 0;
-}
-
-// On failure the inputs stay with the object, so that the caller's clean-up sees the broken ones.
-int MergeFileList::mergeOneRound(const std::vector<std::string>& inputs,
-                                 const std::string& output) {
-    if (openFileList(inputs, output) != 0 || readDayStatus() != 0) {
-        return LOG_FAIL("openFileList fail %s", output.c_str());
-    }
-    DayStatus status;
-    if (getNewDayStatus(status) != 0) {
-        return LOG_FAIL("getNewDayStatus fail %s", output.c_str());
-    }
-    if (runMerge(output) != 0) {
-        return -1;
-    }
-    if (stopRequested()) {
-        return 1;
-    }
-    status.setTotalCount(m_output->totalCount());
-    if (m_output->writeStatus(status) != 0 || closeUrlFiles() != 0) {
-        return LOG_FAIL("writeStatus fail %s", output.c_str());
-    }
-    m_inputs.clear();
-    m_output.reset();
-    return 0;
-}
-
-void MergeFileList::removeRoundFiles() {
-    if (m_roundFiles.empty()) {
-        return;
-    }
-    for (const std::string& path : m_roundFiles) {
+MergeRounds::~MergeRounds() {
+    for (const std::string& path : m_files) {
         (void)removeWorkFile(path); // reported there; start-up removes the whole directory
     }
-    m_roundFiles.clear();
-    // Empty only when nothing but round files lay in it.
-    (void)platform().removeDirectory(m_roundDirectory);
+    if (!m_files.empty()) {
+        // Empty only when nothing but these files lay in it.
+        (void)platform().removeDirectory(m_directory);
+    }
+}
+
+int MergeRounds::reduce(MergeInputs& inputs, const MergeGroup& merge) {
+    while (inputs.paths.size() > m_groupSize) {
+        if (Util::createDir(m_directory + "/", Durable::No) != 0) {
+            return LOG_FAIL("create dir %s fail", m_directory.c_str());
+        }
+        if (const int ret = mergeOnce(inputs, merge); ret != 0) {
+            return ret;
+        }
+    }
+    return 0;
+}
+
+// All inputs once, group by group and in their order, which decides what equal positions become.
+int MergeRounds::mergeOnce(MergeInputs& inputs, const MergeGroup& merge) {
+    MergeInputs merged;
+    for (auto from = inputs.paths.begin(); from != inputs.paths.end();) {
+        assert(m_groupSize >= 2);
+        const auto left = static_cast<size_t>(inputs.paths.end() - from);
+        const auto to = from + static_cast<ptrdiff_t>(std::min(m_groupSize, left));
+        const MergeInputs group{{from, to}, inputs.kind};
+        const std::string output =
+            names::mergeRoundFile(m_directory, static_cast<int32_t>(m_files.size()));
+        const int ret = merge(group, output);
+        if (ret == g_tooFewHandles) {
+            if (takeFewer(group.paths.size()) != 0) {
+                return -1;
+            }
+            continue;
+        }
+        if (ret != 0) {
+            return ret;
+        }
+        m_files.push_back(output);
+        merged.paths.push_back(output);
+        from = to;
+    }
+    inputs = std::move(merged);
+    return 0;
+}
+
+int MergeRounds::takeFewer(size_t count) {
+    if (count <= 2) {
+        return LOG_FAIL("too few handles to merge %d files", static_cast<int>(count));
+    }
+    m_groupSize = std::max<size_t>(std::min(m_groupSize, count) / 2, 2);
+    LOG_INFO("too few handles to merge %d files, at most %d at once", static_cast<int>(count),
+             static_cast<int>(m_groupSize));
+    return 0;
 }
 
 } // namespace kestrine

@@ -56,13 +56,12 @@ bool PeriodState::fits(const WeekMonStatus& status) const {
     uint64_t total = 0;
     for (const auto& [name, date] : m_dates) {
         const int32_t held = status.counterOfDate(name);
-        if (date.dayFile.empty()) {
-            continue;
+        if (!date.dayFile.empty()) {
+            if (!allWait(date, held)) {
+                return false;
+            }
+            total += totalUpTo(date, held);
         }
-        if (!allWait(date, held)) {
-            return false;
-        }
-        total += totalUpTo(date, held);
     }
     return static_cast<uint64_t>(status.totalCount()) >= total;
 }

@@ -96,6 +96,10 @@ std::unique_ptr<File> MemoryDisk::open(const std::string& path, OpenMode mode) {
         errno = ENOENT;
         return nullptr;
     }
+    if (m_open.size() >= handles) {
+        errno = EMFILE;
+        return nullptr;
+    }
     if (mode == OpenMode::Truncate) {
         files[path].clear();
     }

@@ -17,7 +17,8 @@ public:
     // A file's directories need not be made; empty ones stand in `directories`.
     std::map<std::string, Bytes> files;
     std::set<std::string> directories;
-    size_t openMost = 0; // files open at once
+    size_t openMost = 0;       // files open at once
+    size_t handles = SIZE_MAX; // no more than so many can be
     [[nodiscard]] size_t openNow() const { return m_open.size(); }
     // Entries below a path, relative to it; directories end in '/'.
     [[nodiscard]] std::set<std::string> names(const std::string& below) const;

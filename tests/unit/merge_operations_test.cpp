@@ -3,8 +3,6 @@
 #include "merge/merge_file_list.h"
 #include "support/stat_tree.h"
 
-#include "tree/calendar.h"
-
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -18,31 +16,45 @@ constexpr const char* g_date = "20120303";
 
 class MergeOperationsTest : public StatTree {};
 
-// A stop changes nothing. Otherwise the output comes, and the top lists beside it, which no longer
-// fit, go.
+// A stop changes nothing, and neither does a system with too few handles for two inputs. Otherwise
+// the output comes, and the top lists beside it, which no longer fit, go; with few handles it comes
+// in rounds.
 TEST_F(MergeOperationsTest, WriteTheirOutputAlone) {
     const std::string account = g_accountDir;
     const std::string day = putDay(g_date, 0);
-    const std::vector<std::string> files = {putNew(g_date, 1), putNew(g_date, 2)};
+    const std::vector<std::string> files = {putNew(g_date, 1), putNew(g_date, 2),
+                                            putNew(g_date, 3)};
     const std::string week = put(account + "/week20120226_20120303/weekcrcsort", upTo(0, g_date),
                                  weekMonStatusOf({{newDir(g_date), 0}}));
     const std::string month = account + "/mon20120301_20120331/moncrcsort";
-    const DayStatus status = dayStatusOf({{node(g_date), 4, 28}}, 3);
-    const std::vector<std::string> temps = {put(m_dir / "0.temp", recordsOf(5, g_date), status),
-                                            put(m_dir / "1.temp", recordsOf(6, g_date), status)};
-    const std::string fresh = newFile(g_date, 3);
-    const std::tuple<std::string, TestRecords, std::function<int(MergeFileList &&)>> cases[] = {
-        {fresh, summed({recordsOf(5, g_date), recordsOf(6, g_date)}),
+    const DayStatus status = dayStatusOf({{node(g_date), 4, 28}}, 4);
+    std::vector<std::string> temps;
+    std::vector<std::string> days = {day};
+    std::vector<TestRecords> ofTemps;
+    std::vector<TestRecords> ofDays = {upTo(0, g_date)};
+    for (const int32_t i : {5, 6, 7, 8}) {
+        const std::string other = "2012030" + std::to_string(i);
+        temps.push_back(put(m_dir / other, recordsOf(i, g_date), status));
+        ofTemps.push_back(recordsOf(i, g_date));
+        days.push_back(putDay(other, i));
+        ofDays.push_back(upTo(i, other));
+    }
+    const std::string fresh = newFile(g_date, 4);
+    using Merge = std::function<int(MergeFileList &&)>;
+    // With one date and its counter.
+    const std::tuple<std::string, TestRecords, std::string, int32_t, Merge> cases[] = {
+        {fresh, summed(ofTemps), g_date, 4,
          [&](auto&& list) { return list.mergeTemp2New(temps, status, fresh); }},
-        {fresh, TestRecords(), [&](auto&& list) { return list.mergeTemp2New({}, status, fresh); }},
-        {day + ".temp", upTo(2, g_date),
+        {fresh, TestRecords(), g_date, 4,
+         [&](auto&& list) { return list.mergeTemp2New({}, status, fresh); }},
+        {day + ".temp", upTo(3, g_date), g_date, 3,
          [&](auto&& list) { return list.mergeNew2Day(files, day + ".temp"); }},
-        {week + ".temp", upTo(2, g_date),
+        {week + ".temp", upTo(3, g_date), g_date, 3,
          [&](auto&& list) { return list.mergeNew2WeekMon(files, {}, week + ".temp"); }},
-        {month + ".temp", upTo(0, g_date),
-         [&](auto&& list) { return list.mergeNew2WeekMon(files, {day}, month + ".temp"); }}};
+        {month + ".temp", summed(ofDays), "20120306", 6,
+         [&](auto&& list) { return list.mergeNew2WeekMon(files, days, month + ".temp"); }}};
     const auto tree = m_disk.files;
-    for (const auto& [output, records, merge] : cases) {
+    for (const auto& [output, records, date, counter, merge] : cases) {
         SCOPED_TRACE(output);
         const std::string lists = std::string(names::parentOf(output)) + "/topn/all.top";
         m_disk.files = tree;
@@ -52,17 +64,26 @@ TEST_F(MergeOperationsTest, WriteTheirOutputAlone) {
         EXPECT_EQ(merge(MergeFileList()), 1);
         EXPECT_EQ(difference(m_disk.files, before), "");
         g_isRunning = 1;
-        m_disk.files[output + ".temp"] = {1, 2, 3}; // left over
-        ASSERT_EQ(merge(MergeFileList()), 0);
-        EXPECT_EQ(m_disk.openNow(), 0U);
-        const bool daily = output.find("day") != std::string::npos;
-        const UrlFileContent content =
-            readUrlFile(output, daily ? g_dayStatusType : g_weekMonStatusType);
-        EXPECT_TRUE(content.whole);
-        EXPECT_EQ(content.records, records);
-        EXPECT_EQ(m_disk.files.erase(lists), output == fresh ? 1U : 0U);
-        m_disk.files.erase(output);
-        EXPECT_EQ(difference(m_disk.files, tree), "");
+        m_disk.handles = records.empty() ? 0 : 2;
+        EXPECT_EQ(merge(MergeFileList()), -1);
+        EXPECT_EQ(difference(m_disk.files, before), "");
+        for (const size_t handles : {100U, 4U}) {
+            m_disk.handles = handles;
+            m_disk.files[lists] = {1};
+            m_disk.files[output + ".temp"] = {1, 2, 3}; // left over
+            ASSERT_EQ(merge(MergeFileList()), 0);
+            EXPECT_EQ(m_disk.openNow(), 0U);
+            const bool daily = output.find("day") != std::string::npos;
+            const UrlFileContent content =
+                readUrlFile(output, daily ? g_dayStatusType : g_weekMonStatusType);
+            EXPECT_TRUE(content.whole);
+            EXPECT_EQ(content.records, records);
+            EXPECT_EQ(counter, daily ? content.dayStatus->newCounter()
+                                     : content.weekMonStatus->counterOfDate(date));
+            EXPECT_EQ(m_disk.files.erase(lists), output == fresh ? 1U : 0U);
+            m_disk.files.erase(output);
+            EXPECT_EQ(difference(m_disk.files, tree), "");
+        }
     }
 }
 
@@ -80,33 +101,34 @@ TEST_F(MergeOperationsTest, DamagedDayFileGivesWayToItsBackup) {
     EXPECT_FALSE(m_disk.names(g_root + std::string("/debug")).empty());
 }
 
-// Files that are gone do not count against the memory disk's budget.
-TEST_F(MergeOperationsTest, MemoryDiskFilesAreCounted) {
-    const std::string path =
-        put(m_dir / "0.temp", recordsOf(5, g_date), dayStatusOf({{"n", 1, 1}}));
-    MemFileList list;
-    list.openGroup();
-    EXPECT_EQ(list.addUrlFile(path), 0);
-    EXPECT_EQ(list.totalSize(), m_disk.files[path].size());
-    list.dropLastGroup();
-    EXPECT_EQ(list.totalSize(), 0U);
-}
-
-// Empty and real paths side by side. A date that comes back after another one stays one file: a
-// part of it would not hold what its positions say.
-TEST_F(MergeOperationsTest, DiskTempsBecomeOneNewDayFileForEachDate) {
+// From the memory disk, whose budget is free again then, over disk temporary files; groups with
+// files and without side by side. A date that comes back after another one stays one file: a part
+// of it would not hold what its positions say.
+TEST_F(MergeOperationsTest, SpillsBecomeOneNewDayFileForEachDate) {
+    MemFileList spills;
     DiskTempFileList list(settings());
     const auto add = [&](const std::string& date, int32_t file, int32_t records) {
         const DayStatus status = dayStatusOf({{node(date), file, 28}});
-        list.add(records == 0
-                     ? ""
-                     : put(m_dir / std::to_string(records), recordsOf(records, date), status),
-                 status);
+        spills.openGroup();
+        spills.setLastStatus(status);
+        if (records != 0) {
+            const std::string number = std::to_string(records);
+            const std::string spill = put(m_dir / number, recordsOf(records, date), status);
+            ASSERT_EQ(spills.addUrlFile(spill), 0);
+            spills.setLastOutput(names::diskTempFile(g_root, "acc", 20120303, records));
+        }
     };
     add(g_date, 1, 1);
     add(g_date, 2, 0);
     add("20120304", 8, 0);
     add(g_date, 1, 3); // behind: the position stays
+    const uint64_t size = spills.totalSize();
+    add(g_date, 9, 5);
+    spills.dropLastGroup();
+    EXPECT_EQ(spills.totalSize(), size);
+    EXPECT_EQ(spills.mergeFileList(&list), 0);
+    EXPECT_EQ(spills.totalSize(), 0U);
+    EXPECT_TRUE(m_disk.names(g_memoryDisk).empty());
     EXPECT_EQ(list.mergeDiskTempFile(), 0);
     const UrlFileContent content = readUrlFile(newFile(g_date, 0));
     EXPECT_EQ(content.records, summed({recordsOf(1, g_date), recordsOf(3, g_date)}));
@@ -128,36 +150,31 @@ TEST_F(MergeOperationsTest, DayMergeCombinesPositions) {
     ASSERT_TRUE(status);
     EXPECT_EQ(status->newCounter(), 13);
     EXPECT_EQ(status->totalCount(), 4U);
-    std::map<std::string, std::pair<int32_t, uint64_t>> positions;
+    std::string positions;
     for (const NodeEntry& entry : status->entries()) {
-        positions[entry.path] = {entry.fileNumber, entry.offset};
+        positions += entry.path + std::to_string(entry.fileNumber) + "/" +
+                     std::to_string(entry.offset) + " ";
     }
-    const std::map<std::string, std::pair<int32_t, uint64_t>> wanted = {
-        {"a", {7, 7}}, {"b", {0, 10}}, {"c", {9, 9}}, {"d", {1, 1}}};
-    EXPECT_EQ(positions, wanted);
+    EXPECT_EQ(positions, "a7/7 c9/9 d1/1 b0/10 ");
 }
 
 TEST_F(MergeOperationsTest, NextNumberIsAboveAllThatAnyFileKnows) {
-    struct Case {
-        std::vector<std::string> waiting; // entries of the "new" directory
-        int32_t day;                      // counter of the day file; -2: there is none
-        int32_t week;                     // what the week file knows; -2: there is none
-        int32_t reached;
-        int32_t next;
-    };
-    const Case cases[] = {
-        {{}, -2, -2, -1, 0},
-        {{"0"}, -2, -2, 0, 1},
-        {{"3", "12"}, -2, -2, 12, 13},
-        {{}, 7, -2, 7, 8},
-        {{}, -1, -2, -1, 0},
-        {{"3"}, 7, 5, 7, 8},
-        {{"8", "9"}, 7, 9, 9, 10},
-        // One is left out when the week file knows more than day and waiting files.
-        {{}, -2, 5, -1, 7},
-        {{"8"}, 7, 9, 8, 11},
-        {{"x", "", "3x", "-4", "0x20", "2147483648"}, -2, -2, -1, 0}};
-    for (const auto& [waiting, day, week, reached, next] : cases) {
+    const std::string week = std::string(g_accountDir) + "/week20120226_20120303/weekcrcsort";
+    // Entries of the "new" directory; counter of the day file, and what the week file knows (-2:
+    // there is none); highest number and next one.
+    using Names = std::vector<std::string>;
+    for (const auto& [waiting, day, known, reached, next] :
+         {std::tuple(Names(), -2, -2, -1, 0),
+          {{"0"}, -2, -2, 0, 1},
+          {{"3", "12"}, -2, -2, 12, 13},
+          {{}, 7, -2, 7, 8},
+          {{}, -1, -2, -1, 0},
+          {{"3"}, 7, 5, 7, 8},
+          {{"8", "9"}, 7, 9, 9, 10},
+          // One is left out when the week file knows more than day and waiting files.
+          {{}, -2, 5, -1, 7},
+          {{"8"}, 7, 9, 8, 11},
+          {{"x", "", "3x", "-4", "0x20", "2147483648"}, -2, -2, -1, 0}}) {
         m_disk.files.clear();
         for (const std::string& name : waiting) {
             m_disk.files[newDir(g_date) + "/" + name + ".daycrcsortnew"] = {};
@@ -165,17 +182,12 @@ TEST_F(MergeOperationsTest, NextNumberIsAboveAllThatAnyFileKnows) {
         if (day != -2) {
             putDay(g_date, day);
         }
-        if (week != -2) {
-            std::string begin;
-            std::string end;
-            ASSERT_EQ(getDateOfCurrentWeek(g_date, begin, end), 0);
-            put(names::formalFile(names::periodDir(g_accountDir, Period::Week, begin, end),
-                                  Period::Week),
-                upTo(week, g_date), weekMonStatusOf({{newDir(g_date), week}}));
+        if (known != -2) {
+            put(week, upTo(known, g_date), weekMonStatusOf({{newDir(g_date), known}}));
         }
         int32_t counter = -5;
         EXPECT_EQ(DiskTempFileList::getNextNewCounter(newDir(g_date), reached, counter), 0);
-        EXPECT_EQ(counter, next) << testing::PrintToString(waiting) << day << week;
+        EXPECT_EQ(counter, next) << testing::PrintToString(waiting) << day << known;
         EXPECT_EQ(DiskTempFileList::getNextNewCounter(newDir(g_date), reached + 1, counter), 1);
     }
 }
