@@ -22,6 +22,16 @@ bool hasBelow(const Paths& paths, const std::string& directory) {
     }
 }
 
+// The path that a node of such a container has.
+template <typename Node>
+std::string& keyOf(Node& node) {
+    if constexpr (requires { node.mapped(); }) {
+        return node.key();
+    } else {
+        return node.value();
+    }
+}
+
 int failWith(int error) {
     errno = error;
     return -1;
@@ -197,38 +207,27 @@ int MemoryDisk::rename(const std::string& from, const std::string& to) {
     return 0;
 }
 
-// Everything that is known of a path or lies below it.
+// Everything that is known of a path, or lies below it.
 void MemoryDisk::moveAll(const std::string& from, const std::string& to) {
-    const auto moved = [&](const std::string& path) {
-        const bool inside = path == from || path.starts_with(from + "/");
-        return inside ? to + path.substr(from.size()) : path;
+    const auto moveKeys = [&](auto& paths) {
+        const auto move = [&](auto place) {
+            auto node = paths.extract(place);
+            std::string& path = keyOf(node);
+            path.replace(0, from.size(), to);
+            paths.insert(std::move(node));
+        };
+        if (const auto place = paths.find(from); place != paths.end()) {
+            move(place);
+        }
+        while (hasBelow(paths, from)) {
+            move(paths.lower_bound(withSlash(from)));
+        }
     };
-    const auto moveKeys = [&](auto& keyed) {
-        std::remove_reference_t<decltype(keyed)> result;
-        for (auto& [path, value] : keyed) {
-            result[moved(path)] = std::move(value);
-        }
-        keyed = std::move(result);
-    };
-    if (const auto file = files.extract(from)) {
-        files[to] = std::move(file.mapped());
-        if (const auto time = times.extract(from)) {
-            times[to] = time.mapped();
-        }
-        if (const auto unsynced = m_unsynced.extract(from)) {
-            m_unsynced[to] = unsynced.mapped();
-        }
-        return;
-    }
     moveKeys(files);
+    moveKeys(directories);
     moveKeys(times);
     moveKeys(m_unsynced);
     moveKeys(m_identities);
-    std::set<std::string> movedDirectories;
-    for (const std::string& path : directories) {
-        movedDirectories.insert(moved(path));
-    }
-    directories = std::move(movedDirectories);
 }
 
 int MemoryDisk::removeTree(const std::string&, const std::string& path) {

@@ -24,6 +24,9 @@ constexpr uint32_t g_pauseStep = 500; // milliseconds, which nothing else sleeps
 constexpr uint32_t g_pauseSteps = 3;  // of sleepTime=1
 constexpr size_t g_errorsKept = 12;
 
+constexpr std::string_view g_devices = "/devid_";
+constexpr std::string_view g_newDevices = "/devid_5";
+
 // What lies on the real disk and not in `known`, as /w/...
 Files filesOf(const TempDir& directory, const Files& known) {
     Files files;
@@ -37,25 +40,51 @@ Files filesOf(const TempDir& directory, const Files& known) {
     return files;
 }
 
+// The same nodes under numbers of their own.
+std::string renumbered(std::string path) {
+    const size_t at = path.find(g_devices);
+    return at == std::string::npos ? path : path.replace(at, g_devices.size(), g_newDevices);
+}
+
 } // namespace
 
-SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds)
+int stepOf() {
+    const char* const step = std::getenv("KESTRINE_SWEEP_STEP");
+    return step != nullptr ? std::max(std::atoi(step), 1) : 1;
+}
+
+SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
     : FakeClockPlatform(systemPlatform()) {
     reportErrorsToStderr();
     seconds = g_now;
     local = LocalTime{2013, 12, 2, 16, 0, 0};
     freeBytes = uint64_t{1} << 40;
     executable = "/w/install/ml/kestrine";
+    settings.install.dataPath = "/w/data";
     const TempDir directory;
     worldgen::World world(directory.path());
-    settings.install.dataPath = "/w/data";
-    ExpectedWorld expected;
     Files known;
     for (int round = 0; round < rounds; ++round) {
         settings.seed = static_cast<uint64_t>(7 + round);
-        expected.add(round == 0 ? world.generate(settings) : world.append(settings));
-        m_rounds.push_back({filesOf(directory, known), expected.tree()});
+        const auto totals = round == 0 ? world.generate(settings) : world.append(settings);
+        addLast(filesOf(directory, known), totals);
         known.insert(m_rounds.back().files.begin(), m_rounds.back().files.end());
+    }
+    if (newNodes) {
+        const TempDir others;
+        settings.seed = static_cast<uint64_t>(7 + rounds);
+        ++settings.days;
+        worldgen::Totals totals = worldgen::World(others.path()).generate(settings);
+        std::map<std::string, worldgen::NodeEnd> nodes;
+        for (const auto& [path, end] : totals.nodes) {
+            nodes[renumbered(path)] = end;
+        }
+        totals.nodes = nodes;
+        Files files;
+        for (auto& [path, bytes] : filesOf(others, {})) {
+            files[renumbered(path)] = bytes;
+        }
+        addLast(files, totals);
     }
     disk.strict = true;
     put(m_rounds[0].files);
@@ -64,6 +93,13 @@ SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds)
                              "memoryDiskSize=1025\nmemoryDiskPath=" +
                              std::string(g_memoryDisk) + "\nurlStatRoot=" + g_statRoot + "\n";
     disk.files[g_settings] = {text.begin(), text.end()};
+}
+
+void SimWorld::addLast(const Files& files, const worldgen::Totals& totals) {
+    ExpectedWorld own;
+    own.add(totals);
+    m_expected.add(totals);
+    m_rounds.push_back({files, own.tree(), m_expected.tree()});
 }
 
 SimWorld::~SimWorld() {
@@ -99,9 +135,10 @@ void SimWorld::configure(const std::string& key, const std::string& value) {
 End SimWorld::run(const Plan& plan) {
     FailingPlatform machine(plan.failAt, plan.mode, disk, plan.calls);
     machine.error = plan.error;
-    machine.concerns = [](const std::string& path) {
-        return path.starts_with("/w/stat") || path.starts_with("/w/mem") ||
-               path.starts_with("/w/data");
+    machine.concerns = [&plan](const std::string& path) {
+        return !plan.only.empty() ? path == plan.only
+                                  : path.starts_with("/w/stat") || path.starts_with("/w/mem") ||
+                                        path.starts_with("/w/data");
     };
     machine.onCall = plan.onCall;
     machine.onKill = [] { g_isRunning = 0; }; // so that it comes home
@@ -140,9 +177,10 @@ void SimWorld::sleep(uint32_t milliseconds) {
         g_isRunning = 0;
         return;
     }
-    addRound();
     if (m_plan->inPause) {
         m_plan->inPause(pass);
+    } else {
+        addRound();
     }
 }
 

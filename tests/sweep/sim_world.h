@@ -17,6 +17,9 @@
 
 namespace kestrine::test {
 
+// Of the points of a sweep every so-manieth is tried: KESTRINE_SWEEP_STEP, 1 without it.
+[[nodiscard]] int stepOf();
+
 // How a run of the service ended.
 enum class End { Normal, Failed, Killed, StartUpOver };
 
@@ -27,9 +30,10 @@ struct Plan {
     FailingPlatform::Calls calls = FailingPlatform::Calls::Changing;
     int error = EIO;
     int passes = 3;
-    bool startUpOnly = false;                          // ends before the first pass
-    std::function<void(int pass)> inPause = {};        // after that pass, from 1
+    bool startUpOnly = false;                   // ends before the first pass
+    std::function<void(int pass)> inPause = {}; // after that pass, from 1; null: the next logs come
     std::function<void(int, const char*)> onCall = {}; // number and name
+    std::string only = {}; // the one path whose calls count; else all of the service's
 };
 
 class SimWorld : private FakeClockPlatform {
@@ -38,19 +42,23 @@ public:
     static constexpr const char* g_logData = "/w/data/log_data";
     static constexpr const char* g_memoryDisk = "/w/mem/disk";
 
-    // So many rounds of logs; the first one is there.
-    explicit SimWorld(worldgen::WorldSettings settings, int rounds);
+    // So many rounds of logs, each with files for every node; the first one is there. With
+    // `newNodes` one more comes last, of new devices and with a new date.
+    SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes = false);
     ~SimWorld() override;
 
     MemoryDisk disk{*this};
     void addRound(); // the next one, if there is one
-    [[nodiscard]] int round() const { return m_round; }
+    // Files that a round brings; what the statistics of that round alone would be.
+    [[nodiscard]] const std::map<std::string, MemoryDisk::Bytes>& logs(int round) const {
+        return m_rounds[static_cast<size_t>(round)].files;
+    }
+    [[nodiscard]] const TreeText& ownTree(int round) const {
+        return m_rounds[static_cast<size_t>(round)].own;
+    }
     void configure(const std::string& key, const std::string& value); // in urlstat.ini
-    // The machine's clock.
-    void letPass(int64_t days) { *seconds += days * 86400; }
 
-    // The life of one process: what `main` does between start-up and end. Logs of the next round
-    // come in each pause.
+    // The life of one process: what `main` does between start-up and end.
     End run(const Plan& plan = {});
     // A run without faults that leaves nothing to be done.
     [[nodiscard]] bool runs(int passes = 2) { return run({.passes = passes}) == End::Normal; }
@@ -78,7 +86,8 @@ public:
 private:
     struct Round {
         std::map<std::string, MemoryDisk::Bytes> files;
-        TreeText expected; // when it and all before it are counted
+        TreeText own;
+        TreeText expected; // when all before it are counted, too
     };
 
     void sleep(uint32_t milliseconds) override;
@@ -89,8 +98,11 @@ private:
     LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
         return LockResult::Locked;
     }
+    void addLast(const std::map<std::string, MemoryDisk::Bytes>& files,
+                 const worldgen::Totals& totals);
     void put(const std::map<std::string, MemoryDisk::Bytes>& added);
 
+    ExpectedWorld m_expected;
     std::vector<Round> m_rounds;
     int m_round = 0; // that is there, from 0
     const Plan* m_plan = nullptr;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <iostream>
 #include <set>
 
@@ -15,12 +14,6 @@ namespace {
 
 using Mode = FailingPlatform::Mode;
 using Calls = FailingPlatform::Calls;
-
-// Of the points of a sweep every so-manieth is tried.
-int stepOf() {
-    const char* const step = std::getenv("KESTRINE_SWEEP_STEP");
-    return step != nullptr ? std::max(std::atoi(step), 1) : 1;
-}
 
 class Sweep : public testing::Test {
 protected:
@@ -195,6 +188,41 @@ TEST_F(Sweep, WriteIsCutShort) {
 
 TEST_F(Sweep, VolumesFill) {
     sweep({.mode = Mode::Full, .error = ENOSPC});
+}
+
+// What finds no room on the memory disk goes to disk; and a kill when some spill files lie here and
+// others there.
+TEST_F(Sweep, MemoryDiskSmallerThanItsSetting) {
+    const auto startOver = [](std::optional<uint64_t> room) {
+        g_world->restore(g_fresh);
+        g_world->configure("memoryDiskSize", "512000");
+        g_world->disk.smallDirectory = SimWorld::g_memoryDisk;
+        g_world->disk.smallRoom = room;
+    };
+    uint64_t peak = 0;
+    int last = 0;
+    startOver({});
+    ASSERT_EQ(g_world->run({.onCall =
+                                [&](int number, const char*) {
+                                    peak = std::max(
+                                        peak, g_world->disk.bytesBelow(SimWorld::g_memoryDisk));
+                                    last = number;
+                                }}),
+              End::Normal);
+    Report report;
+    for (uint64_t room = 0; room < peak; room = room * 5 / 4 + 100) {
+        startOver(room);
+        report.add("room for " + std::to_string(room) + " of " + std::to_string(peak) + " bytes",
+                   g_world->run() == End::Normal ? g_world->wrong() : "did not end in order");
+    }
+    for (int change = 1; change <= last; change += 3 * stepOf()) {
+        const auto room = static_cast<uint64_t>(850 + 50 * (change % 8)); // about one file's
+        startOver(room);
+        (void)g_world->run({.failAt = change, .mode = Mode::Kill});
+        report.add("room for " + std::to_string(room) + " bytes, killed at " +
+                       std::to_string(change),
+                   recover());
+    }
 }
 
 TEST_F(Sweep, ReadFailsOnce) {
