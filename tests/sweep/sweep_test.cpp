@@ -171,18 +171,18 @@ TEST_F(Sweep, PowerLoss) {
     }
 }
 
-TEST_F(Sweep, ChangeFailsOnce) {
+TEST_F(Sweep, FailOnce) {
     sweep({.error = EIO});
     sweep({.error = EACCES});
     sweep({.error = ENOSPC});
 }
 
-TEST_F(Sweep, ChangesFailFromThenOn) {
+TEST_F(Sweep, FailFromThenOn) {
     sweep({.mode = Mode::FromThenOn, .error = EIO});
     sweep({.mode = Mode::FromThenOn, .error = EACCES});
 }
 
-TEST_F(Sweep, WriteIsCutShort) {
+TEST_F(Sweep, ShortWrite) {
     sweep({.mode = Mode::ShortWrite, .error = ENOSPC});
 }
 
