@@ -90,7 +90,8 @@ protected:
 
     // What is wrong after the service was started again, undisturbed. It is reported once for all
     // points that leave the same.
-    static std::string recover() {
+    // Lists are made of their file, and may be torn where that is not.
+    static std::string recover(bool tornLists = false) {
         g_world->disk.smallRoom.reset();
         g_world->addRound();
         if (std::string state = impossibleState(); !state.empty()) {
@@ -102,7 +103,10 @@ protected:
         if (!g_world->runs(2)) {
             return "the next start failed";
         }
-        const std::set<std::string> setAside = g_world->setAside();
+        std::set<std::string> setAside = g_world->setAside();
+        std::erase_if(setAside, [tornLists](const std::string& name) {
+            return tornLists && name.ends_with(".top");
+        });
         return setAside.empty() ? g_world->wrong() : "set aside: " + *setAside.begin();
     }
 
@@ -167,7 +171,7 @@ TEST_F(Sweep, PowerLoss) {
         ASSERT_EQ(g_world->run({.failAt = change, .mode = Mode::Kill}), End::Killed);
         g_world->disk.losePower(static_cast<uint64_t>(point));
         report.add("before change " + std::to_string(change) + ", seed " + std::to_string(point),
-                   recover());
+                   recover(true));
     }
 }
 
