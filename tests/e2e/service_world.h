@@ -1,8 +1,8 @@
 // A world of log data with an installation of the service in it, and what its statistics must be.
 #pragma once
 
-#include "expected_world.h"
 #include "service_process.h"
+#include "support/expected_world.h"
 #include "support/temp_dir.h"
 #include "worldgen/dat_file.h"
 #include "worldgen/world.h"
@@ -83,6 +83,9 @@ private:
     ExpectedWorld m_saved;
     uint64_t m_seed = 1; // of the next log data
 };
+
+// Names of all files below a directory.
+[[nodiscard]] std::set<std::string> namesBelow(const std::string& directory);
 
 // Lines of errors, but those for hosts without an end, which every generated world has.
 [[nodiscard]] Lines errorLines(const ServiceProcess& service);

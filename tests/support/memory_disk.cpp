@@ -22,6 +22,16 @@ bool hasBelow(const Paths& paths, const std::string& directory) {
     }
 }
 
+// The path that a node of such a container has.
+template <typename Node>
+std::string& keyOf(Node& node) {
+    if constexpr (requires { node.mapped(); }) {
+        return node.key();
+    } else {
+        return node.value();
+    }
+}
+
 int failWith(int error) {
     errno = error;
     return -1;
@@ -42,9 +52,14 @@ public:
         return static_cast<int64_t>(got);
     }
     int64_t write(std::span<const uint8_t> data) override {
-        m_bytes.insert(m_bytes.end(), data.begin(), data.end());
+        const size_t room = std::min(data.size(), m_disk.roomFor(*m_place));
+        if (room < data.size()) {
+            errno = ENOSPC;
+        }
+        m_disk.m_unsynced.try_emplace(*m_place, m_bytes.size());
+        m_bytes.insert(m_bytes.end(), data.begin(), data.begin() + static_cast<ptrdiff_t>(room));
         m_at = m_bytes.size();
-        return static_cast<int64_t>(data.size());
+        return room == 0 && !data.empty() ? -1 : static_cast<int64_t>(room);
     }
     int seek(int64_t offset) override {
         m_at = std::min(static_cast<size_t>(offset), m_bytes.size());
@@ -52,7 +67,10 @@ public:
     }
     int64_t tell() override { return static_cast<int64_t>(m_at); }
     int64_t size() override { return static_cast<int64_t>(m_bytes.size()); }
-    int sync() override { return 0; }
+    int sync() override {
+        m_disk.m_unsynced.erase(*m_place);
+        return 0;
+    }
     int close() override {
         if (!m_closed) {
             m_disk.m_open.erase(m_place);
@@ -91,8 +109,27 @@ bool MemoryDisk::isHeld(const std::string& path) const {
     return m_open.contains(path) || hasBelow(m_open, path);
 }
 
+uint64_t MemoryDisk::bytesBelow(const std::string& directory) const {
+    uint64_t bytes = 0;
+    for (auto file = files.lower_bound(withSlash(directory));
+         file != files.end() && file->first.starts_with(withSlash(directory)); ++file) {
+        bytes += file->second.size();
+    }
+    return bytes;
+}
+
+size_t MemoryDisk::roomFor(const std::string& path) const {
+    if (!smallRoom || !path.starts_with(smallDirectory)) {
+        return SIZE_MAX;
+    }
+    return *smallRoom - std::min(*smallRoom, bytesBelow(smallDirectory));
+}
+
 std::unique_ptr<File> MemoryDisk::open(const std::string& path, OpenMode mode) {
-    if (isDirectory(path) || (mode != OpenMode::Truncate && !files.contains(path))) {
+    const bool writes = mode == OpenMode::Truncate;
+    const std::string parent = path.substr(0, path.rfind('/') + 1);
+    if (isDirectory(path) || (!writes && !files.contains(path)) ||
+        (writes && strict && !parent.empty() && !exists(parent))) {
         errno = ENOENT;
         return nullptr;
     }
@@ -100,8 +137,15 @@ std::unique_ptr<File> MemoryDisk::open(const std::string& path, OpenMode mode) {
         errno = EMFILE;
         return nullptr;
     }
-    if (mode == OpenMode::Truncate) {
+    if (writes) {
+        if (!files.contains(path)) {
+            note({directoryOf(path)}, [this, path] { forget(path); });
+        }
         files[path].clear();
+        if (strict) {
+            times[path] = now();
+        }
+        m_unsynced[path] = 0;
     }
     auto file = std::make_unique<OpenFile>(*this, path);
     openMost = std::max(openMost, m_open.size());
@@ -116,6 +160,9 @@ int MemoryDisk::info(const std::string& path, FileInfo& info) {
     info.isDirectory = isDirectory(path);
     const auto file = files.find(path);
     info.size = file == files.end() ? 0 : static_cast<int64_t>(file->second.size());
+    if (const auto time = times.find(path); time != times.end()) {
+        info.modified = time->second;
+    }
     return exists(path) ? 0 : failWith(ENOENT);
 }
 
@@ -123,34 +170,68 @@ int MemoryDisk::removeFile(const std::string& path) {
     if (isHeld(path)) {
         return failWith(EACCES);
     }
-    return files.erase(path) == 1 ? 0 : failWith(ENOENT);
+    const auto file = files.find(path);
+    if (file == files.end()) {
+        return failWith(ENOENT);
+    }
+    note({directoryOf(path)}, [this, path, bytes = file->second] { files[path] = bytes; });
+    forget(path);
+    return 0;
+}
+
+void MemoryDisk::forget(const std::string& path) {
+    files.erase(path);
+    times.erase(path);
+    m_unsynced.erase(path);
 }
 
 int MemoryDisk::rename(const std::string& from, const std::string& to) {
     if (isHeld(from) || isHeld(to)) {
         return failWith(EACCES);
     }
-    if (files.contains(from) && !isDirectory(to)) {
-        files[to] = std::move(files[from]);
-        files.erase(from);
-        return 0;
+    const bool file = files.contains(from);
+    if (!exists(from) || (strict && !exists(to.substr(0, to.rfind('/') + 1)))) {
+        return failWith(ENOENT);
     }
-    if (!isDirectory(from) || exists(to)) {
-        return failWith(isDirectory(from) ? EEXIST : ENOENT);
+    if (file ? isDirectory(to) : exists(to)) {
+        return failWith(EEXIST);
     }
-    std::map<std::string, Bytes> moved;
-    for (auto& [path, bytes] : files) {
-        const bool below = path.starts_with(from + "/");
-        moved[below ? to + path.substr(from.size()) : path] = std::move(bytes);
+    std::optional<Bytes> replaced;
+    if (const auto target = files.find(to); target != files.end()) {
+        replaced = std::move(target->second);
+        forget(to);
     }
-    files = std::move(moved);
-    std::set<std::string> movedDirectories;
-    for (const std::string& path : directories) {
-        const bool below = path == from || path.starts_with(from + "/");
-        movedDirectories.insert(below ? to + path.substr(from.size()) : path);
-    }
-    directories = std::move(movedDirectories);
+    moveAll(from, to);
+    note({directoryOf(from), directoryOf(to)}, [this, from, to, replaced] {
+        moveAll(to, from);
+        if (replaced) {
+            files[to] = *replaced;
+        }
+    });
     return 0;
+}
+
+// Everything that is known of a path, or lies below it.
+void MemoryDisk::moveAll(const std::string& from, const std::string& to) {
+    const auto moveKeys = [&](auto& paths) {
+        const auto move = [&](auto place) {
+            auto node = paths.extract(place);
+            std::string& path = keyOf(node);
+            path.replace(0, from.size(), to);
+            paths.insert(std::move(node));
+        };
+        if (const auto place = paths.find(from); place != paths.end()) {
+            move(place);
+        }
+        while (hasBelow(paths, from)) {
+            move(paths.lower_bound(withSlash(from)));
+        }
+    };
+    moveKeys(files);
+    moveKeys(directories);
+    moveKeys(times);
+    moveKeys(m_unsynced);
+    moveKeys(m_identities);
 }
 
 int MemoryDisk::removeTree(const std::string&, const std::string& path) {
@@ -166,7 +247,9 @@ int MemoryDisk::removeTree(const std::string&, const std::string& path) {
 }
 
 int MemoryDisk::makeDirectory(const std::string& path) {
-    directories.insert(path);
+    if (directories.insert(path).second) {
+        note({directoryOf(path)}, [this, path] { (void)removeTree({}, path); });
+    }
     return 0;
 }
 
@@ -174,8 +257,99 @@ int MemoryDisk::removeDirectory(const std::string& path) {
     if (hasBelow(files, path) || hasBelow(directories, path)) {
         return failWith(ENOTEMPTY);
     }
-    directories.erase(path);
+    if (directories.erase(path) == 1) {
+        note({directoryOf(path)}, [this, path] { directories.insert(path); });
+    }
     return 0;
+}
+
+int MemoryDisk::syncDirectory(const std::string& path) {
+    const int directory = directoryOf(withSlash(path));
+    for (Change& change : m_changes) {
+        change.durable = change.durable || std::ranges::count(change.directories, directory) > 0;
+    }
+    return 0;
+}
+
+void MemoryDisk::beginLosing() {
+    m_losing = true;
+    m_changes.clear();
+    m_unsynced.clear();
+}
+
+int MemoryDisk::directoryOf(const std::string& path) {
+    const auto [place, added] = m_identities.try_emplace(path.substr(0, path.rfind('/')));
+    place->second = added ? m_nextIdentity++ : place->second;
+    return place->second;
+}
+
+void MemoryDisk::note(std::vector<int> touched, std::function<void()> undo) {
+    if (m_losing) {
+        m_changes.push_back({std::move(undo), std::move(touched)});
+    }
+}
+
+void MemoryDisk::losePower(uint64_t seed) {
+    m_losing = false;
+    std::mt19937_64 random(seed);
+    choose(random);
+    for (auto change = m_changes.rbegin(); change != m_changes.rend(); ++change) {
+        if (change->undone) {
+            change->undo();
+        }
+    }
+    tear(random);
+    m_changes.clear();
+    m_unsynced.clear();
+}
+
+// A change that touches two directories is undone if either has lost it, and what follows it in
+// either is then lost too.
+void MemoryDisk::choose(std::mt19937_64& random) {
+    const bool oneOrder = random() % 2 == 0;
+    const size_t global = random() % (m_changes.size() + 1);
+    std::map<int, size_t> cuts;
+    for (const Change& change : m_changes) {
+        for (const int directory : change.directories) {
+            cuts.try_emplace(directory, oneOrder ? global : random() % (m_changes.size() + 1));
+        }
+    }
+    for (size_t i = 0; i < m_changes.size(); ++i) {
+        Change& change = m_changes[i];
+        if (change.durable) {
+            continue;
+        }
+        change.undone = std::ranges::any_of(change.directories,
+                                            [&](int directory) { return cuts[directory] <= i; });
+        for (const int directory : change.directories) {
+            cuts[directory] = change.undone ? std::min(cuts[directory], i) : cuts[directory];
+        }
+    }
+}
+
+void MemoryDisk::tear(std::mt19937_64& random) {
+    for (const auto& [path, durable] : m_unsynced) {
+        const auto file = files.find(path);
+        if (file == files.end() || file->second.size() <= durable) {
+            continue;
+        }
+        Bytes& bytes = file->second;
+        const size_t size = bytes.size();
+        const size_t kept = durable + random() % (size - durable + 1);
+        switch (random() % 4) {
+        case 0:
+            break; // all of it was written
+        case 1:
+            bytes.resize(durable);
+            break;
+        case 2:
+            bytes.resize(kept);
+            break;
+        default: // the length is there, the bytes are not
+            bytes.resize(kept);
+            bytes.resize(size);
+        }
+    }
 }
 
 int MemoryDisk::find(const std::string& pattern, std::vector<FindEntry>& entries, FindStep& step) {

@@ -1,222 +1,242 @@
-// Every change of the disk as a fault point: the service goes wrong there, is started again over
-// the tree that this left, and must end with what an undisturbed run writes.
-#include "sweep_world.h"
+// Every call of the disk as a fault point: the service goes wrong there, goes on or is started
+// again, and must end with what the logs hold, having set nothing aside.
+#include "sim_world.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <fstream>
-#include <functional>
 #include <iostream>
 #include <set>
 
 namespace kestrine::test {
 namespace {
 
-namespace fs = std::filesystem;
-using End = SweepWorld::End;
-
-constexpr int g_reference = 1000; // place of the undisturbed run
-constexpr int g_secondKill = 100; // added to a worker's place
-
-uint64_t worldSize() {
-    const char* const larger = std::getenv("KESTRINE_SWEEP_VISITS");
-    return larger != nullptr ? std::strtoull(larger, nullptr, 10) : 150;
-}
+using Mode = FailingPlatform::Mode;
+using Calls = FailingPlatform::Calls;
 
 class Sweep : public testing::Test {
 protected:
+    // Two dates between which a week and a month end; a hash map and a memory disk that fill
+    // several times in a pass.
     static void SetUpTestSuite() {
-        g_world = new SweepWorld(worldSize());
-        g_world->clear(g_reference);
-        const std::string calls = g_world->directory(g_reference) + "/calls";
-        ASSERT_EQ(g_world->run(g_reference, {{}, false, calls}), End::Normal);
-        g_wanted = snapshotOf(g_world->urlStatRoot(g_reference));
-        std::ifstream lines(calls);
-        for (std::string line; std::getline(lines, line);) {
-            g_calls.push_back(line.substr(line.find(' ') + 1));
+        worldgen::WorldSettings settings;
+        settings.visits = 150;
+        settings.hosts = 60;
+        settings.types = 2;
+        settings.accounts = 1;
+        settings.devices = 2;
+        settings.firstDate = 20131130; // a Saturday, the last day of its month
+        settings.days = 2;
+        settings.filesPerNode = 1;
+        settings.longNodeFiles = 0;
+        settings.blockBytes = 16384;
+        settings.threads = 1;
+        g_world = std::make_unique<SimWorld>(settings, 2);
+        g_fresh = g_world->save();
+        for (const Calls calls : {Calls::Changing, Calls::Reading}) {
+            g_world->restore(g_fresh);
+            const auto note = [&](int, const char* what) { namesOf(calls).emplace_back(what); };
+            ASSERT_EQ(g_world->run({.calls = calls, .onCall = note}), End::Normal);
+            ASSERT_EQ(g_world->wrong(), "");
         }
-        ASSERT_GT(g_calls.size(), 100u);
-        uint64_t counted = 0;
-        for (const auto& [name, content] : g_wanted) {
-            if (name.ends_with("/daycrcsort")) {
-                for (const std::string& line : content) {
-                    counted += line.starts_with("/") ? 0 : std::stoull(line.substr(line.find(' ')));
-                }
+        ASSERT_GT(namesOf(Calls::Changing).size(), 500U);
+    }
+    static void TearDownTestSuite() { g_world.reset(); }
+
+    static std::vector<std::string>& namesOf(Calls calls) {
+        return g_names[calls == Calls::Changing ? 0 : 1];
+    }
+    static std::string nameOf(const Plan& plan) {
+        return namesOf(plan.calls)[static_cast<size_t>(plan.failAt - 1)];
+    }
+    static int changes() { return static_cast<int>(namesOf(Calls::Changing).size()); }
+
+    // Counts what was tried, and reports what is wrong, nothing being "".
+    class Report {
+    public:
+        ~Report() { std::cout << "tried " << m_tried << " cases, " << m_wrong << " wrong\n"; }
+        void add(const std::string& name, const std::string& wrong) {
+            ++m_tried;
+            if (!wrong.empty() && ++m_wrong <= 5) {
+                ADD_FAILURE() << name << ": " << wrong << "\nlast errors:\n" << g_world->errors();
             }
         }
-        ASSERT_EQ(counted, g_world->visits());
-    }
-    static void TearDownTestSuite() { delete g_world; }
 
-    // Runs `point` for 1 to `points`, shared among worker processes; each returns what is wrong, or
-    // nothing. Reports the first failures.
-    static void forEveryPoint(uint64_t points,
-                              const std::function<std::string(int, uint64_t)>& point) {
-        const auto failures = tryAll(points, [&point](int worker, uint64_t n) {
-            const std::string wrong = point(worker, n + 1);
-            return wrong.empty()
-                       ? wrong
-                       : "at point " + std::to_string(n + 1) + " (" + nameOf(n + 1) + "): " + wrong;
+    private:
+        int m_tried = 0;
+        int m_wrong = 0;
+    };
+
+    // Tries every call of a kind as the point where the run goes wrong.
+    static void sweep(Plan plan) {
+        Report report;
+        const auto points = static_cast<int>(namesOf(plan.calls).size());
+        for (plan.failAt = 1; plan.failAt <= points; plan.failAt += stepOf()) {
+            report.add("call " + std::to_string(plan.failAt) + ", " + nameOf(plan) + ", errno " +
+                           std::to_string(plan.error),
+                       disturbAndRecover(plan));
+        }
+    }
+
+    static std::string disturbAndRecover(const Plan& plan) {
+        g_world->restore(g_fresh);
+        const End end = g_world->run(plan);
+        if (end == End::Normal && plan.mode == Mode::Once && !g_world->wrong().empty()) {
+            return "not made good by the next passes: " + g_world->wrong();
+        }
+        return recover();
+    }
+
+    // What is wrong after the service was started again, undisturbed. It is reported once for all
+    // points that leave the same.
+    // Lists are made of their file, and may be torn where that is not.
+    static std::string recover(bool tornLists = false) {
+        g_world->disk.smallRoom.reset();
+        g_world->addRound();
+        if (std::string state = impossibleState(); !state.empty()) {
+            return state;
+        }
+        if (!g_settled.insert(g_world->fingerprint()).second) {
+            return {}; // this very state was seen, and what follows is the same
+        }
+        if (!g_world->runs(2)) {
+            return "the next start failed";
+        }
+        std::set<std::string> setAside = g_world->setAside();
+        std::erase_if(setAside, [tornLists](const std::string& name) {
+            return tornLists && name.ends_with(".top");
         });
-        for (size_t i = 0; i < std::min<size_t>(failures.size(), 5); ++i) {
-            ADD_FAILURE() << failures[i];
-        }
-        std::cout << "tried " << points << " points\n";
+        return setAside.empty() ? g_world->wrong() : "set aside: " + *setAside.begin();
     }
 
-    static std::string nameOf(uint64_t n) { return g_calls[(n - 1) % g_calls.size()]; }
-
-    // The tree right after a kill must be one that the start-up check can meet.
-    static std::string impossibleState(int place) {
-        for (const auto& entry : fs::recursive_directory_iterator(g_world->urlStatRoot(place))) {
-            const std::string path = entry.path().generic_string();
-            if (!path.ends_with("_backup")) {
-                continue;
-            }
-            const std::string formal = path.substr(0, path.size() - 7);
-            if (!fs::exists(formal) && fs::exists(formal + ".temp")) {
+    // A start-up check must never meet the backup and the temporary of a file that is not there.
+    static std::string impossibleState() {
+        for (const std::string& name : g_world->disk.names(SimWorld::g_statRoot)) {
+            const std::string formal =
+                name.substr(0, name.size() - std::min<size_t>(name.size(), 7));
+            const auto has = [&](const std::string& path) {
+                return g_world->disk.files.contains(SimWorld::g_statRoot + ("/" + path));
+            };
+            if (name.ends_with("_backup") && !has(formal) && has(formal + ".temp")) {
                 return "backup and temp exist, but formal does not: " + formal;
             }
         }
         return {};
     }
 
-    // What is wrong after the service was started again, undisturbed.
-    static std::string recover(int place) {
-        const End end = g_world->run(place, {});
-        if (end != End::Normal) {
-            return end == End::Failed ? "the next start failed" : "the next start crashed";
-        }
-        return difference(g_wanted, snapshotOf(g_world->urlStatRoot(place)));
-    }
-
-    // A kill leaves nothing damaged under a final name, so that nothing is ever set aside. Without
-    // this a lost file would go unnoticed: the logs of the test are all still there to be read
-    // again.
-    static std::string setAside(int place) {
-        const std::string debug = g_world->urlStatRoot(place) + "/debug";
-        if (!fs::exists(debug)) {
-            return {};
-        }
-        for (const auto& entry : fs::recursive_directory_iterator(debug)) {
-            if (entry.is_regular_file()) {
-                return "set aside: " + entry.path().generic_string();
-            }
-        }
-        return {};
-    }
-
-    static std::string killAndRecover(int place, Fault fault, uint64_t n, uint64_t seed = 0) {
-        const std::string wrong = disturbAndRecover(place, {fault, n, 0, false, seed});
-        return wrong.empty() ? setAside(place) : wrong;
-    }
-
-    static std::string disturbAndRecover(int place, const FaultPlan& plan) {
-        g_world->clear(place);
-        const End end = g_world->run(place, {plan, false, {}});
-        if (end == End::Crashed) {
-            return "crashed";
-        }
-        const std::string state =
-            fs::exists(g_world->urlStatRoot(place)) ? impossibleState(place) : "";
-        return state.empty() ? recover(place) : state;
-    }
-
-    // Names and sizes of what a kill left, temporary trees aside: states that look alike are alike
-    // to the start-up check.
-    static std::string stateOf(int place) {
-        std::set<std::string> names;
-        for (const auto& entry : fs::recursive_directory_iterator(g_world->urlStatRoot(place))) {
-            const std::string path = entry.path().generic_string();
-            if (path.find("/diskTemp/") == std::string::npos) {
-                names.insert(path.substr(g_world->urlStatRoot(place).size()) + " " +
-                             std::to_string(entry.is_regular_file() ? entry.file_size() : 0));
-            }
-        }
-        std::string all;
-        for (const std::string& name : names) {
-            all += name + "\n";
-        }
-        return all;
-    }
-
-    // Kills the start-up check over the tree of `place` at every change that it makes.
-    static std::string killStartUpEverywhere(int place) {
-        const int copy = place + g_secondKill;
-        for (uint64_t m = 1;; ++m) {
-            g_world->copy(place, copy);
-            const End end = g_world->run(copy, {{Fault::Kill, m, 0, true}, true, {}});
-            if (end == End::StartUpOver) {
-                return {};
-            }
-            if (end != End::Killed) {
-                return "start-up ended otherwise than by the kill at its change " +
-                       std::to_string(m);
-            }
-            std::string wrong = impossibleState(copy);
-            wrong = wrong.empty() ? recover(copy) : wrong;
-            if (!wrong.empty()) {
-                return "start-up killed at its change " + std::to_string(m) + ": " + wrong;
-            }
-        }
-    }
-
-    static SweepWorld* g_world;
-    static Snapshot g_wanted;
-    static std::vector<std::string> g_calls; // of the undisturbed run
+    static std::unique_ptr<SimWorld> g_world;
+    static SimWorld::State g_fresh;
+    static std::set<uint64_t> g_settled;        // states that were met
+    static std::vector<std::string> g_names[2]; // of the calls of an undisturbed run
 };
 
-SweepWorld* Sweep::g_world = nullptr;
-Snapshot Sweep::g_wanted;
-std::vector<std::string> Sweep::g_calls;
+std::unique_ptr<SimWorld> Sweep::g_world;
+SimWorld::State Sweep::g_fresh;
+std::set<uint64_t> Sweep::g_settled;
+std::vector<std::string> Sweep::g_names[2];
 
 TEST_F(Sweep, Kill) {
-    forEveryPoint(g_calls.size(),
-                  [](int place, uint64_t n) { return killAndRecover(place, Fault::Kill, n); });
+    sweep({.mode = Mode::Kill});
 }
 
 TEST_F(Sweep, KillAndKillInsideTheNextStartUp) {
-    std::set<std::string> seen; // of one worker
-    forEveryPoint(g_calls.size(), [&](int place, uint64_t n) -> std::string {
-        g_world->clear(place);
-        if (g_world->run(place, {{Fault::Kill, n, 0}, false, {}}) != End::Killed) {
-            return "not killed";
+    Report report;
+    std::set<uint64_t> seen;
+    for (int first = 1; first <= changes(); first += stepOf()) {
+        g_world->restore(g_fresh);
+        ASSERT_EQ(g_world->run({.failAt = first, .mode = Mode::Kill}), End::Killed);
+        if (!seen.insert(g_world->fingerprint()).second) {
+            continue;
         }
-        if (!fs::exists(g_world->urlStatRoot(place)) || !seen.insert(stateOf(place)).second) {
-            return {};
+        const SimWorld::State left = g_world->save();
+        End end = End::Killed;
+        for (int second = 1; end == End::Killed; ++second) {
+            g_world->restore(left);
+            end = g_world->run({.failAt = second, .mode = Mode::Kill, .startUpOnly = true});
+            report.add("killed at " + std::to_string(first) + " and in the start-up at " +
+                           std::to_string(second),
+                       end == End::Failed ? "start-up failed" : recover());
         }
-        return killStartUpEverywhere(place);
-    });
+    }
 }
 
 TEST_F(Sweep, PowerLoss) {
-    // What is taken away is random: every change several times, the running number being the seed.
-    forEveryPoint(g_calls.size() * 4, [](int place, uint64_t n) {
-        return killAndRecover(place, Fault::PowerLoss, 1 + (n - 1) % g_calls.size(), n);
-    });
+    constexpr int outcomes = 4; // of what may be lost, of each point
+    Report report;
+    for (int point = 1; point <= changes() * outcomes; point += stepOf()) {
+        const int change = 1 + (point - 1) % changes();
+        g_world->restore(g_fresh);
+        g_world->disk.beginLosing();
+        ASSERT_EQ(g_world->run({.failAt = change, .mode = Mode::Kill}), End::Killed);
+        g_world->disk.losePower(static_cast<uint64_t>(point));
+        report.add("before change " + std::to_string(change) + ", seed " + std::to_string(point),
+                   recover(true));
+    }
 }
 
 TEST_F(Sweep, FailOnce) {
-    constexpr std::array errors = {ENOSPC, EIO, EACCES, EBUSY};
-    forEveryPoint(g_calls.size(), [&](int place, uint64_t n) {
-        return disturbAndRecover(place, {Fault::FailOnce, n, errors[n % errors.size()]});
-    });
+    sweep({.error = EIO});
+    sweep({.error = EACCES});
+    sweep({.error = ENOSPC});
 }
 
 TEST_F(Sweep, FailFromThenOn) {
-    constexpr std::array errors = {EIO, ENOSPC, EACCES};
-    forEveryPoint(g_calls.size(), [&](int place, uint64_t n) {
-        return disturbAndRecover(place, {Fault::FailOn, n, errors[n % errors.size()]});
-    });
+    sweep({.mode = Mode::FromThenOn, .error = EIO});
+    sweep({.mode = Mode::FromThenOn, .error = EACCES});
 }
 
 TEST_F(Sweep, ShortWrite) {
-    forEveryPoint(g_calls.size(), [](int place, uint64_t n) {
-        return nameOf(n) == "write" ? disturbAndRecover(place, {Fault::ShortWrite, n, ENOSPC}) : "";
-    });
+    sweep({.mode = Mode::ShortWrite, .error = ENOSPC});
+}
+
+TEST_F(Sweep, VolumesFill) {
+    sweep({.mode = Mode::Full, .error = ENOSPC});
+}
+
+// What finds no room on the memory disk goes to disk; and a kill when some spill files lie here and
+// others there.
+TEST_F(Sweep, MemoryDiskSmallerThanItsSetting) {
+    const auto startOver = [](std::optional<uint64_t> room) {
+        g_world->restore(g_fresh);
+        g_world->configure("memoryDiskSize", "512000");
+        g_world->disk.smallDirectory = SimWorld::g_memoryDisk;
+        g_world->disk.smallRoom = room;
+    };
+    uint64_t peak = 0;
+    int last = 0;
+    startOver({});
+    ASSERT_EQ(g_world->run({.onCall =
+                                [&](int number, const char*) {
+                                    peak = std::max(
+                                        peak, g_world->disk.bytesBelow(SimWorld::g_memoryDisk));
+                                    last = number;
+                                }}),
+              End::Normal);
+    Report report;
+    for (uint64_t room = 0; room < peak; room = room * 5 / 4 + 100) {
+        startOver(room);
+        report.add("room for " + std::to_string(room) + " of " + std::to_string(peak) + " bytes",
+                   g_world->run() == End::Normal ? g_world->wrong() : "did not end in order");
+    }
+    for (int change = 1; change <= last; change += 3 * stepOf()) {
+        const auto room = static_cast<uint64_t>(850 + 50 * (change % 8)); // about one file's
+        startOver(room);
+        (void)g_world->run({.failAt = change, .mode = Mode::Kill});
+        report.add("room for " + std::to_string(room) + " bytes, killed at " +
+                       std::to_string(change),
+                   recover());
+    }
+}
+
+TEST_F(Sweep, ReadFailsOnce) {
+    sweep({.calls = Calls::Reading, .error = EIO});
+    sweep({.calls = Calls::Reading, .error = EACCES});
+}
+
+TEST_F(Sweep, ReadsFailFromThenOn) {
+    sweep({.mode = Mode::FromThenOn, .calls = Calls::Reading, .error = EIO});
+    sweep({.mode = Mode::FromThenOn, .calls = Calls::Reading, .error = EMFILE});
 }
 
 } // namespace

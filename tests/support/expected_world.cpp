@@ -1,17 +1,15 @@
-#include "expected_world.h"
+#include "support/expected_world.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
-#include <filesystem>
 #include <set>
 
 namespace kestrine::test {
 
 namespace {
 
-namespace fs = std::filesystem;
 using std::chrono::sys_days;
 using std::chrono::year_month_day;
 using Records = std::map<uint64_t, TestRecord>;
@@ -191,20 +189,15 @@ TreeText ExpectedWorld::tree() const {
     return tree;
 }
 
-TreeText readTree(const std::string& statRoot, const std::string& logData) {
-    std::set<std::string> names; // in the order of their names, day files come first
-    std::error_code missing;
-    for (const auto& entry : fs::recursive_directory_iterator(statRoot, missing)) {
-        const std::string name = entry.path().generic_string().substr(statRoot.size() + 1);
-        if (!entry.is_directory() && !name.starts_with("debug/") && !name.ends_with("_backup") &&
-            name != ".kestrine.lock") {
-            names.insert(name);
-        }
-    }
+TreeText readTree(const std::string& statRoot, const std::set<std::string>& names,
+                  const std::string& logData) {
     TreeText tree;
     std::map<std::string, int32_t> dayCounters;
     std::string account;
-    for (const std::string& name : names) {
+    for (const std::string& name : names) { // in this order, day files come first
+        if (name.starts_with("debug/") || name.ends_with("_backup") || name == ".kestrine.lock") {
+            continue;
+        }
         if (!name.starts_with(account + "/")) {
             account = name.substr(0, name.find('/'));
             dayCounters.clear();

@@ -2,11 +2,11 @@
 // are computed with its function. And what they are.
 #pragma once
 
-#include "service_process.h"
 #include "support/url_file_helper.h"
 #include "worldgen/totals.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +16,7 @@ namespace kestrine::test {
 // The files of a statistics tree as text, by name below its root ("alice/20130101/topn/all.top"):
 // one line per record in stored order, "KEY COUNT TYPE HOST", then "total N", then one line per
 // entry of the status.
+using Lines = std::vector<std::string>;
 using TreeText = std::map<std::string, Lines>;
 
 class ExpectedWorld {
@@ -38,10 +39,12 @@ private:
     std::map<std::string, std::map<int, Day>, std::less<>> m_accounts; // by name and date
 };
 
-// Reads a tree whose log data lies in `logData`. Backups and "debug" are left out; a file that has
-// no place in the tree between two passes has the line "unexpected". The counter of a date in a
-// week or month file is mentioned when it is not that of the day file.
-[[nodiscard]] TreeText readTree(const std::string& statRoot, const std::string& logData);
+// Reads the files of a tree, given by their names below it, whose log data lies in `logData`.
+// Backups and "debug" are left out; a file that has no place in the tree between two passes has the
+// line "unexpected". The counter of a date in a week or month file is mentioned when it is not that
+// of the day file.
+[[nodiscard]] TreeText readTree(const std::string& statRoot, const std::set<std::string>& names,
+                                const std::string& logData);
 
 // The first few differences, one a line; nothing when there are none.
 [[nodiscard]] std::string differences(const TreeText& expected, const TreeText& found);

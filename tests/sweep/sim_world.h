@@ -1,0 +1,114 @@
+// A machine in memory: an installation, log data that comes in rounds, and runs of the service in
+// this process, whose disk may go wrong.
+#pragma once
+
+#include "support/expected_world.h"
+#include "support/failing_platform.h"
+#include "support/memory_disk.h"
+#include "worldgen/world.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrine::test {
+
+// Of the points of a sweep every so-manieth is tried: KESTRINE_SWEEP_STEP, 1 without it.
+[[nodiscard]] int stepOf();
+
+// How a run of the service ended.
+enum class End { Normal, Failed, Killed, StartUpOver };
+
+// A run: passes until a stop is requested, and the fault that it meets.
+struct Plan {
+    int failAt = 0; // number of the call, from 1; 0: none
+    FailingPlatform::Mode mode = FailingPlatform::Mode::Once;
+    FailingPlatform::Calls calls = FailingPlatform::Calls::Changing;
+    int error = EIO;
+    int passes = 3;
+    bool startUpOnly = false;                   // ends before the first pass
+    std::function<void(int pass)> inPause = {}; // after that pass, from 1; null: the next logs come
+    std::function<void(int, const char*)> onCall = {}; // number and name
+    std::string only = {}; // the one path whose calls count; else all of the service's
+};
+
+class SimWorld : private FakeClockPlatform {
+public:
+    static constexpr const char* g_statRoot = "/w/stat";
+    static constexpr const char* g_logData = "/w/data/log_data";
+    static constexpr const char* g_memoryDisk = "/w/mem/disk";
+
+    // So many rounds of logs, each with files for every node; the first one is there. With
+    // `newNodes` one more comes last, of new devices and with a new date.
+    SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes = false);
+    ~SimWorld() override;
+
+    MemoryDisk disk{*this};
+    void addRound(); // the next one, if there is one
+    // Files that a round brings; what the statistics of that round alone would be.
+    [[nodiscard]] const std::map<std::string, MemoryDisk::Bytes>& logs(int round) const {
+        return m_rounds[static_cast<size_t>(round)].files;
+    }
+    [[nodiscard]] const TreeText& ownTree(int round) const {
+        return m_rounds[static_cast<size_t>(round)].own;
+    }
+    void configure(const std::string& key, const std::string& value); // in urlstat.ini
+
+    // The life of one process: what `main` does between start-up and end.
+    End run(const Plan& plan = {});
+    // A run without faults that leaves nothing to be done.
+    [[nodiscard]] bool runs(int passes = 2) { return run({.passes = passes}) == End::Normal; }
+
+    // What of the statistics is not as the logs of the rounds so far want it; empty when nothing
+    // is. New-day files that wait are left out.
+    [[nodiscard]] std::string wrong();
+    [[nodiscard]] TreeText tree();
+    // Files that were set aside.
+    [[nodiscard]] std::set<std::string> setAside() const;
+    // The last error lines of the last run.
+    [[nodiscard]] std::string errors() const;
+
+    struct State {
+        std::map<std::string, MemoryDisk::Bytes> files;
+        std::set<std::string> directories;
+        std::map<std::string, int64_t> times;
+        int round;
+    };
+    [[nodiscard]] State save() const;
+    void restore(const State& state);
+    // Of all that a start finds, but for what it removes first: the temporary trees.
+    [[nodiscard]] uint64_t fingerprint() const;
+
+private:
+    struct Round {
+        std::map<std::string, MemoryDisk::Bytes> files;
+        TreeText own;
+        TreeText expected; // when all before it are counted, too
+    };
+
+    void sleep(uint32_t milliseconds) override;
+    uint32_t tickCount() override;
+    void writeConsole(std::string_view text, bool toError) override;
+    std::string resolvedPath(const std::string& path) override { return path; }
+    bool isVolumeRoot(const std::string& path) override { return path == "/"; }
+    LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
+    void addLast(const std::map<std::string, MemoryDisk::Bytes>& files,
+                 const worldgen::Totals& totals);
+    void put(const std::map<std::string, MemoryDisk::Bytes>& added);
+
+    ExpectedWorld m_expected;
+    std::vector<Round> m_rounds;
+    int m_round = 0; // that is there, from 0
+    const Plan* m_plan = nullptr;
+    uint32_t m_pauseSteps = 0;
+    bool m_startUpOver = false;
+    std::vector<std::string> m_errors;
+};
+
+} // namespace kestrine::test
