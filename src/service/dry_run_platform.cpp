@@ -20,31 +20,25 @@ public:
 
 } // namespace
 
-DryRunPlatform::DryRunPlatform() : m_target(platform()), m_previous(setPlatform(this)) {}
-
-DryRunPlatform::~DryRunPlatform() {
-    setPlatform(m_previous);
-}
-
 std::unique_ptr<File> DryRunPlatform::open(const std::string& path, OpenMode mode) {
     if (mode == OpenMode::Truncate || mode == OpenMode::Append) {
         return std::make_unique<NoFile>();
     }
-    return m_target.open(path, mode);
+    return ForwardingPlatform::open(path, mode);
 }
 
 NamedEventResult DryRunPlatform::createNamedEvent(const std::string& name,
                                                   std::unique_ptr<NamedEvent>& event) {
-    const NamedEventResult result = m_target.createNamedEvent(name, event);
+    const NamedEventResult result = ForwardingPlatform::createNamedEvent(name, event);
     event.reset();
     return result;
 }
 
 LockResult DryRunPlatform::lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    if (!m_target.exists(path)) {
+    if (!exists(path)) {
         return LockResult::Locked;
     }
-    const LockResult result = m_target.lockFile(path, lock);
+    const LockResult result = ForwardingPlatform::lockFile(path, lock);
     lock.reset();
     return result;
 }
@@ -53,7 +47,7 @@ void DryRunPlatform::writeConsole(std::string_view text, bool toError) {
     if (toError) {
         m_errors.emplace_back(text);
     } else {
-        m_target.writeConsole(text, toError);
+        ForwardingPlatform::writeConsole(text, toError);
     }
 }
 

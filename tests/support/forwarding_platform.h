@@ -1,103 +1,16 @@
-// Platforms for tests, each standing on the one that was in place when it was made.
+// What tests put in the platform's place.
 #pragma once
 
-#include "platform/platform.h"
+#include "platform/forwarding_platform.h"
 
 #include <functional>
 #include <optional>
 
 namespace kestrine::test {
 
-// Puts a platform in place for a scope.
-class ScopedPlatform {
-public:
-    explicit ScopedPlatform(Platform& replacement) : m_previous(setPlatform(&replacement)) {}
-    ~ScopedPlatform() { setPlatform(m_previous); }
-    ScopedPlatform(const ScopedPlatform&) = delete;
-    ScopedPlatform& operator=(const ScopedPlatform&) = delete;
-
-private:
-    Platform* m_previous;
-};
-
-// Hands every call on; tests override what they need.
-class ForwardingPlatform : public Platform {
-public:
-    explicit ForwardingPlatform(Platform& target = platform()) : m_target(target) {}
-
-    uint32_t lastError() const override { return m_target.lastError(); }
-    std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
-        return m_target.open(path, mode);
-    }
-    bool exists(const std::string& path) override { return m_target.exists(path); }
-    int info(const std::string& path, FileInfo& info) override { return m_target.info(path, info); }
-    int removeFile(const std::string& path) override { return m_target.removeFile(path); }
-    int rename(const std::string& from, const std::string& to) override {
-        return m_target.rename(from, to);
-    }
-    int makeDirectory(const std::string& path) override { return m_target.makeDirectory(path); }
-    int removeDirectory(const std::string& path) override { return m_target.removeDirectory(path); }
-    int syncDirectory(const std::string& path) override { return m_target.syncDirectory(path); }
-    int find(const std::string& pattern, std::vector<FindEntry>& entries, FindStep& step) override {
-        return m_target.find(pattern, entries, step);
-    }
-    int freeSpace(const std::string& path, uint64_t& bytes) override {
-        return m_target.freeSpace(path, bytes);
-    }
-    std::string resolvedPath(const std::string& path) override {
-        return m_target.resolvedPath(path);
-    }
-    bool isVolumeRoot(const std::string& path) override { return m_target.isVolumeRoot(path); }
-    int compareFileNames(const std::string& a, const std::string& b) const override {
-        return m_target.compareFileNames(a, b);
-    }
-    bool isPlainPath(const std::string& path) const override { return m_target.isPlainPath(path); }
-    int removeTree(const std::string& command, const std::string& path) override {
-        return m_target.removeTree(command, path);
-    }
-    int move(const std::string& command, const std::string& from, const std::string& to) override {
-        return m_target.move(command, from, to);
-    }
-    int64_t now() override { return m_target.now(); }
-    LocalTime localTime() override { return m_target.localTime(); }
-    uint32_t tickCount() override { return m_target.tickCount(); }
-    int64_t bootTime() override { return m_target.bootTime(); }
-    void sleep(uint32_t milliseconds) override { m_target.sleep(milliseconds); }
-    std::string executablePath() override { return m_target.executablePath(); }
-    NamedEventResult createNamedEvent(const std::string& name,
-                                      std::unique_ptr<NamedEvent>& event) override {
-        return m_target.createNamedEvent(name, event);
-    }
-    LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) override {
-        return m_target.lockFile(path, lock);
-    }
-    void prepareConsole() override { m_target.prepareConsole(); }
-    void writeConsole(std::string_view text, bool toError) override {
-        m_target.writeConsole(text, toError);
-    }
-    int installSignalHandler(std::span<const int> signals, void (*handler)(int)) override {
-        return m_target.installSignalHandler(signals, handler);
-    }
-
-private:
-    Platform& m_target;
-};
-
-// Hands every call of a file on.
-class ForwardingFile : public File {
-public:
-    explicit ForwardingFile(std::unique_ptr<File> target) : m_target(std::move(target)) {}
-    int64_t read(std::span<uint8_t> buffer) override { return m_target->read(buffer); }
-    int64_t write(std::span<const uint8_t> data) override { return m_target->write(data); }
-    int seek(int64_t offset) override { return m_target->seek(offset); }
-    int64_t tell() override { return m_target->tell(); }
-    int64_t size() override { return m_target->size(); }
-    int sync() override { return m_target->sync(); }
-    int close() override { return m_target->close(); }
-
-private:
-    std::unique_ptr<File> m_target;
-};
+using kestrine::ForwardingFile;
+using kestrine::ForwardingPlatform;
+using kestrine::ScopedPlatform;
 
 // Time, free space and the executable's path as the test sets them. Sleeping takes no time: it is
 // counted, moves the clocks that are set on, and calls `onSleep`.
