@@ -29,7 +29,6 @@ namespace {
 
 constexpr const char* g_settingsFile = "config/urlstat.ini";
 constexpr const char* g_settingsSection = "urlstat";
-constexpr const char* g_lockName = ".kestrine.lock";
 
 struct ShownSetting {
     const char* key;
@@ -167,15 +166,14 @@ bool Check::paths(const Configuration& configuration) {
     return true;
 }
 
-// The defaults are those of `WorkThread::init`.
 void Check::directories(const Configuration& configuration) {
     m_urlStatRoot = configuration.urlStatRoot();
     if (m_urlStatRoot.empty()) {
-        m_urlStatRoot = m_dataPath + "/_urlstat";
+        m_urlStatRoot = names::defaultStatRoot(m_dataPath);
     }
     m_memoryDisk = configuration.memoryDiskPath();
     if (m_memoryDisk.empty()) {
-        m_memoryDisk = m_dataPath + "/_memdisk";
+        m_memoryDisk = names::defaultMemoryDisk(m_dataPath);
     }
 }
 
@@ -188,7 +186,7 @@ void Check::instance() const {
     if (m_urlStatRoot.empty()) {
         return;
     }
-    const std::string lock = names::join(m_urlStatRoot, g_lockName);
+    const std::string lock = names::lockFile(m_urlStatRoot);
     const LockResult result = platform().lockFile(lock, held);
     if (result == LockResult::HeldByAnother) {
         LOG_ERROR("the service is running on %s", m_urlStatRoot.c_str());

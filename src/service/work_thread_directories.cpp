@@ -18,7 +18,6 @@ namespace kestrine {
 namespace {
 
 constexpr std::string_view g_deletedPattern = "/_delete_*";
-constexpr std::string_view g_lockName = ".kestrine.lock"; // in the statistics root
 
 int createIfMissing(const std::string& path) {
     if (Util::createDir(path.ends_with('/') ? path : path + "/") != 0) {
@@ -60,12 +59,12 @@ int WorkThread::init() {
     }
     m_memoryDisk = m_configuration.memoryDiskPath();
     if (m_memoryDisk.empty()) {
-        m_memoryDisk = m_dataPath + "/_memdisk";
+        m_memoryDisk = names::defaultMemoryDisk(m_dataPath);
         m_configuration.setMemoryDiskPath(m_memoryDisk);
     }
     m_urlStatRoot = m_configuration.urlStatRoot();
     if (m_urlStatRoot.empty()) {
-        m_urlStatRoot = m_dataPath + "/_urlstat";
+        m_urlStatRoot = names::defaultStatRoot(m_dataPath);
         m_configuration.setUrlStatRoot(m_urlStatRoot);
     }
     if (!mayBeUrlStatRoot(m_urlStatRoot, m_dataPath) ||
@@ -100,7 +99,7 @@ int WorkThread::makeMemoryDisk() const {
 // The machine-wide name does not reach other containers and other machines, which may see the same
 // statistics.
 int WorkThread::lockRoot() {
-    const std::string path = names::join(m_urlStatRoot, g_lockName);
+    const std::string path = names::lockFile(m_urlStatRoot);
     switch (platform().lockFile(path, m_lock)) {
     case LockResult::Locked:
         return 0;

@@ -73,6 +73,18 @@ std::string datFile(std::string_view typeDirectory, int32_t number) {
 
 // ---- accounts and dates of the statistics tree
 
+std::string defaultStatRoot(std::string_view dataPath) {
+    return join(dataPath, "_urlstat");
+}
+
+std::string defaultMemoryDisk(std::string_view dataPath) {
+    return join(dataPath, "_memdisk");
+}
+
+std::string lockFile(std::string_view root) {
+    return join(root, ".kestrine.lock");
+}
+
 std::string accountDir(std::string_view root, std::string_view account) {
     return join(root, account);
 }

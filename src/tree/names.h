@@ -4,7 +4,8 @@
 //   log data (read only)
 //     DATA/ACCOUNT/devid_N/DATE/A/DIR/FILE.dat   DATA ends in "log_data"; DIR = FILE / 100
 //
-//   statistics tree (ROOT)
+//   statistics tree (ROOT), by default DATA/_urlstat
+//     ROOT/.kestrine.lock                        locked while a service runs on the tree
 //     ROOT/ACCOUNT/new/DATE/N.daycrcsortnew      new-day files, numbered from 0; + ".temp"
 //     ROOT/ACCOUNT/diskTemp/DATE/N.temp          disk temporary files
 //     ROOT/ACCOUNT/DATE/daycrcsort               day file; + "_backup", ".temp", ".temp.temp"
@@ -15,7 +16,7 @@
 //     ROOT/debug/NAME/SECONDS_FILE               damaged files set aside
 //     ROOT/_delete_*, ROOT/ACCOUNT/_delete_*     swept by the work thread
 //
-//   memory disk (MEM)
+//   memory disk (MEM), by default DATA/_memdisk
 //     MEM/ACCOUNT/DATE/N.temp                    spill files
 //
 // ACCOUNT is the last component of the account's path below DATA, DATE is "YYYYMMDD".
@@ -46,6 +47,9 @@ namespace names {
 [[nodiscard]] std::string datFile(std::string_view typeDirectory, int32_t number);
 
 // ---- accounts and dates of the statistics tree
+[[nodiscard]] std::string defaultStatRoot(std::string_view dataPath);
+[[nodiscard]] std::string defaultMemoryDisk(std::string_view dataPath);
+[[nodiscard]] std::string lockFile(std::string_view root);
 [[nodiscard]] std::string accountDir(std::string_view root, std::string_view account);
 [[nodiscard]] std::string dateText(int32_t date); // eight digits
 [[nodiscard]] bool isEightDigits(std::string_view text);
