@@ -22,7 +22,7 @@ constexpr const char* g_settings = "config/urlstat.ini";
 constexpr int64_t g_now = 1386000000; // seconds since 1970, early in December 2013
 constexpr uint32_t g_pauseStep = 500; // milliseconds, which nothing else sleeps
 constexpr uint32_t g_pauseSteps = 3;  // of sleepTime=1
-constexpr size_t g_errorsKept = 12;
+constexpr size_t g_errorsShown = 12;
 
 constexpr std::string_view g_devices = "/devid_";
 constexpr std::string_view g_newDevices = "/devid_5";
@@ -55,7 +55,6 @@ int stepOf() {
 
 SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
     : FakeClockPlatform(systemPlatform()) {
-    reportErrorsToStderr();
     seconds = g_now;
     local = LocalTime{2013, 12, 2, 16, 0, 0};
     freeBytes = uint64_t{1} << 40;
@@ -147,7 +146,8 @@ End SimWorld::run(const Plan& plan) {
     m_plan = &plan;
     m_pauseSteps = 0;
     m_startUpOver = false;
-    m_errors.clear();
+    m_lines.clear();
+    slept = 0;
     ticks = 1000;
     g_isRunning = 1;
     int result = -1;
@@ -169,6 +169,10 @@ End SimWorld::run(const Plan& plan) {
 // Between two passes the service sleeps in steps.
 void SimWorld::sleep(uint32_t milliseconds) {
     FakeClockPlatform::sleep(milliseconds);
+    if (m_plan != nullptr && m_plan->onSleep) {
+        m_plan->onSleep(slept);
+        return;
+    }
     if (m_plan == nullptr || milliseconds != g_pauseStep || ++m_pauseSteps % g_pauseSteps != 0) {
         return;
     }
@@ -197,18 +201,21 @@ void SimWorld::writeConsole(std::string_view text, bool) {
     if (std::getenv("KESTRINE_SWEEP_LOG") != nullptr) {
         std::cout << text;
     }
-    m_errors.emplace_back(text);
-    if (m_errors.size() > g_errorsKept) {
-        m_errors.erase(m_errors.begin());
-    }
+    m_lines.emplace_back(text);
 }
 
 std::string SimWorld::errors() const {
     std::string text;
-    for (const std::string& line : m_errors) {
-        text += line;
+    for (size_t i = m_lines.size() - std::min(m_lines.size(), g_errorsShown); i < m_lines.size();
+         ++i) {
+        text += m_lines[i];
     }
     return text;
+}
+
+size_t SimWorld::lines(std::string_view part) const {
+    return static_cast<size_t>(std::ranges::count_if(
+        m_lines, [part](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
 TreeText SimWorld::tree() {

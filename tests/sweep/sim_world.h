@@ -33,6 +33,8 @@ struct Plan {
     bool startUpOnly = false;                   // ends before the first pass
     std::function<void(int pass)> inPause = {}; // after that pass, from 1; null: the next logs come
     std::function<void(int, const char*)> onCall = {}; // number and name
+    std::function<void(uint64_t)> onSleep =
+        {};                // milliseconds slept so far; then no pass is counted
     std::string only = {}; // the one path whose calls count; else all of the service's
 };
 
@@ -69,8 +71,10 @@ public:
     [[nodiscard]] TreeText tree();
     // Files that were set aside.
     [[nodiscard]] std::set<std::string> setAside() const;
-    // The last error lines of the last run.
+    // The last error lines of the last run; how many of all lines, unless they were left out, have
+    // this in them.
     [[nodiscard]] std::string errors() const;
+    [[nodiscard]] size_t lines(std::string_view part) const;
 
     struct State {
         std::map<std::string, MemoryDisk::Bytes> files;
@@ -108,7 +112,7 @@ private:
     const Plan* m_plan = nullptr;
     uint32_t m_pauseSteps = 0;
     bool m_startUpOver = false;
-    std::vector<std::string> m_errors;
+    std::vector<std::string> m_lines;
 };
 
 } // namespace kestrine::test

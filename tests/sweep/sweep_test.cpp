@@ -2,6 +2,8 @@
 // again, and must end with what the logs hold, having set nothing aside.
 #include "sim_world.h"
 
+#include "frame/log.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,6 +22,7 @@ protected:
     // Two dates between which a week and a month end; a hash map and a memory disk that fill
     // several times in a pass.
     static void SetUpTestSuite() {
+        reportErrorsToStderr(); // other lines are not even formatted
         worldgen::WorldSettings settings;
         settings.visits = 150;
         settings.hosts = 60;

@@ -3,6 +3,8 @@
 
 #include "sim_world.h"
 
+#include "frame/log.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -31,6 +33,7 @@ inline constexpr const char* g_waiting = "new/20131201/2.daycrcsortnew"; // unle
 class Trees : public testing::Test {
 protected:
     static void SetUpTestSuite() {
+        reportErrorsToStderr(); // other lines are not even formatted
         worldgen::WorldSettings settings;
         settings.visits = 240;
         settings.hosts = 30;
