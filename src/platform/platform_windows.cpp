@@ -245,12 +245,10 @@ public:
         return lockWholeFile(path, lock);
     }
 
-    void prepareConsole() override {}
+    void prepareConsole() override { stopWaitingForReaders(); }
 
     void writeConsole(std::string_view text, bool toError) override {
-        std::FILE* const stream = toError ? stderr : stdout;
-        std::fwrite(text.data(), 1, text.size(), stream);
-        std::fflush(stream);
+        writeStandardStream(text, toError);
     }
 
     [[nodiscard]] int installSignalHandler(std::span<const int> signals,

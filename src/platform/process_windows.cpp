@@ -1,23 +1,25 @@
 // The single-instance name, the lock file and the signals.
 #include "platform/system_windows.h"
 
+#include <atomic>
 #include <csignal>
+#include <string>
 #include <utility>
 
 namespace kestrine {
 
 namespace {
 
-class EventHandle final : public NamedEvent {
+class OwnedHandle final : public NamedEvent {
 public:
-    explicit EventHandle(HANDLE handle) : m_handle(handle) {}
-    ~EventHandle() override {
+    explicit OwnedHandle(HANDLE handle) : m_handle(handle) {}
+    ~OwnedHandle() override {
         if (m_handle != nullptr) {
             CloseHandle(m_handle);
         }
     }
-    EventHandle(const EventHandle&) = delete;
-    EventHandle& operator=(const EventHandle&) = delete;
+    OwnedHandle(const OwnedHandle&) = delete;
+    OwnedHandle& operator=(const OwnedHandle&) = delete;
 
     [[nodiscard]] int close() override {
         return m_handle == nullptr || CloseHandle(std::exchange(m_handle, nullptr)) ? 0 : fail();
@@ -52,7 +54,7 @@ NamedEventResult createEvent(const std::string& name, std::unique_ptr<NamedEvent
         return failEvent(NamedEventResult::CreateFailed);
     }
     const DWORD code = GetLastError();
-    event = std::make_unique<EventHandle>(handle);
+    event = std::make_unique<OwnedHandle>(handle);
     if (code == ERROR_ALREADY_EXISTS) {
         fail(code);
         return NamedEventResult::AlreadyExists;
@@ -60,17 +62,74 @@ NamedEventResult createEvent(const std::string& name, std::unique_ptr<NamedEvent
     return NamedEventResult::Created;
 }
 
-// Open without sharing: nobody else can open it until the process ends.
+// A lock of a byte that no file has, which the system takes back with the last handle.
 LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    const HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
-        const bool held = GetLastError() == ERROR_SHARING_VIOLATION;
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    const auto open = [&] {
+        handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        return handle != INVALID_HANDLE_VALUE;
+    };
+    if (!tryWhileHeld(open, [&] { return !isBeingDeleted(path); })) {
         fail();
-        return held ? LockResult::HeldByAnother : LockResult::Failed;
+        return LockResult::Failed;
     }
-    lock = std::make_unique<EventHandle>(handle);
-    return LockResult::Locked;
+    auto file = std::make_unique<OwnedHandle>(handle);
+    OVERLAPPED place{};
+    place.OffsetHigh = 0x7FFFFFFF;
+    constexpr DWORD flags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    if (LockFileEx(handle, flags, 0, 1, 0, &place)) {
+        lock = std::move(file);
+        return LockResult::Locked;
+    }
+    const DWORD code = GetLastError();
+    fail(code);
+    if (code == ERROR_LOCK_VIOLATION || code == ERROR_IO_PENDING) {
+        return LockResult::HeldByAnother;
+    }
+    return code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_FUNCTION ? LockResult::NotSupported
+                                                                         : LockResult::Failed;
+}
+
+// Writes to a pipe return at once from now on, with less than all written if the pipe is full.
+void stopWaitingForReaders() {
+    for (const DWORD stream : {STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
+        const HANDLE handle = GetStdHandle(stream);
+        DWORD mode = PIPE_READMODE_BYTE | PIPE_NOWAIT;
+        if (GetFileType(handle) == FILE_TYPE_PIPE) {
+            SetNamedPipeHandleState(handle, &mode, nullptr, nullptr);
+        }
+    }
+}
+
+void writeStandardStream(std::string_view text, bool toError) {
+    constexpr DWORD patience = 500; // ms for a reader of the output to take something
+    constexpr DWORD step = 10;
+    static std::atomic<bool> g_stuck{false}; // not waited for again until it has taken something
+    const HANDLE handle = GetStdHandle(toError ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE);
+    std::string lines;
+    for (const char c : text) {
+        lines += c == '\n' ? "\r\n" : std::string(1, c);
+    }
+    DWORD waited = 0;
+    for (size_t done = 0; done < lines.size();) {
+        DWORD put = 0;
+        if (!WriteFile(handle, lines.data() + done, static_cast<DWORD>(lines.size() - done), &put,
+                       nullptr)) {
+            return;
+        }
+        done += put;
+        if (put > 0) {
+            g_stuck = false;
+        } else if (g_stuck || waited >= patience) {
+            g_stuck = true;
+            return;
+        } else {
+            Sleep(step);
+            waited += step;
+        }
+    }
 }
 
 namespace {

@@ -70,6 +70,8 @@ template <typename Attempt, typename IsHopeless>
 [[nodiscard]] NamedEventResult createEvent(const std::string& name,
                                            std::unique_ptr<NamedEvent>& event);
 [[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
+void stopWaitingForReaders();
+void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
 
 } // namespace kestrine

@@ -18,11 +18,11 @@ using namespace kestrine;
 // Only the standard library can throw, when memory runs out. The next start then puts the tree
 // right, as after a kill.
 int main(int argc, char** argv) try {
-    platform().prepareConsole();
     const std::span<char* const> arguments(argv, static_cast<size_t>(argc));
     if (const std::optional<int> code = answerWithoutStart(arguments)) {
         return *code;
     }
+    platform().prepareConsole();
     std::unique_ptr<NamedEvent> instance;
     if (onlyOneInstance(&instance) != 0) {
         return LOG_FAIL("create instance fail");
