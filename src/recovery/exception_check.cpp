@@ -70,7 +70,10 @@ int ExceptionCheck::check(const std::string& accountPath) {
     const std::string directory =
         names::accountDir(m_configuration.urlStatRoot(), names::accountOf(accountPath));
     const std::string newTree = names::newTree(directory);
-    for (const std::string& path : {directory, newTree, names::diskTempTree(directory)}) {
+    // Without the slash at its end, behind which a file would not be found.
+    const std::string diskTemp =
+        names::join(directory, names::lastComponent(names::diskTempTree(directory)));
+    for (const std::string& path : {directory, newTree, diskTemp}) {
         if (settleKind(path, true) < 0) {
             return -1;
         }

@@ -24,8 +24,11 @@ bool isLink(const FindEntry& entry) {
 
 // "N.temp", also of a merge in rounds or one being written.
 bool isSpillFile(const FindEntry& entry) {
-    const bool numbered = !entry.name.empty() && entry.name[0] >= '0' && entry.name[0] <= '9';
-    return !Util::isDirectory(entry) && numbered && entry.name.ends_with(".temp");
+    constexpr std::string_view endings[] = {".temp", ".temp.temp", ".merge.temp"};
+    const size_t digits = std::min(entry.name.find_first_not_of("0123456789"), entry.name.size());
+    const std::string_view ending = std::string_view(entry.name).substr(digits);
+    return !Util::isDirectory(entry) && digits > 0 &&
+           std::ranges::find(endings, ending) != std::end(endings);
 }
 
 using EntryTest = std::function<bool(const std::string& path, const FindEntry& entry)>;

@@ -114,6 +114,17 @@ int deleteDir(const std::string& path) {
     if (platform().info(directory, info) != 0 || !info.isDirectory) {
         return LOG_FAIL("%s is not directory errcode %d", path.c_str(), platform().lastError());
     }
+    // A link goes itself, never what it leads to.
+    std::vector<FindEntry> entries;
+    if (listEntries(directory, entries, KESTRINE_HERE) != 0) {
+        return -1;
+    }
+    for (const FindEntry& entry : entries) {
+        if (entry.name == names::lastComponent(directory) &&
+            (entry.attributes & g_attributeLink) != 0) {
+            return deleteFiles(directory, entry.attributes);
+        }
+    }
     return removeWhole(directory, KESTRINE_HERE);
 }
 

@@ -72,6 +72,11 @@ TEST(DeleteDir, RemovesEverythingBelowAndFollowsNoLink) {
         }
         std::error_code noLinks;
         std::filesystem::create_directory_symlink(dir / "kept", dir / "top/link", noLinks);
+        if (!noLinks) { // also when it is itself what is to be deleted
+            std::filesystem::create_directory_symlink(dir / "kept", dir / "link");
+            EXPECT_TRUE(Util::deleteDir(dir / "link/") == 0 && !dir.has("link"));
+            EXPECT_TRUE(dir.has("kept/file"));
+        }
         int seen = 0; // a walk passes over what a deletion must see
         EXPECT_EQ(Util::tranverse(dir / "top", [&](auto&, uint32_t) { return ++seen * 0; }), 0);
         EXPECT_EQ(seen, noLinks ? 2 : 3);

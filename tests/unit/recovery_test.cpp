@@ -123,6 +123,15 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
     } while (choices.next() && !HasFailure());
 }
 
+TEST_F(RecoveryTest, FilesInThePlaceOfDirectoriesAreSetAside) {
+    for (const char* const name : {"", "/diskTemp", "/new", "/new/20120304", "/20120303"}) {
+        SCOPED_TRACE(name);
+        m_disk.files = {{g_accountDir + std::string(name), {1}}};
+        ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0);
+        EXPECT_TRUE(m_disk.files.size() == 1 && !m_disk.exists(g_accountDir + std::string(name)));
+    }
+}
+
 TEST_F(RecoveryTest, FilesThatContradictEachOther) {
     const std::string weekDir = std::string(g_accountDir) + "/week20120226_20120303";
     const std::string weekFile = weekDir + "/weekcrcsort";

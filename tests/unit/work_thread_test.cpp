@@ -32,8 +32,9 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
     dir.write("mem/bob/20121231/0.temp");
     dir.write(std::string("mem/") + g_memoryDiskMarker);
     EXPECT_TRUE(mayBeMemoryDisk(dir / "mem", data, stat) && holdsOnlySpillFiles(dir / "mem"));
-    for (const char* const other : {"mem/file", "mem/bob/file", "mem/bob/20121231/x",
-                                    "mem/bob/20121231/1.temp/x", "mem/bob/2012/file", "mem/.x/y"}) {
+    for (const char* const other :
+         {"mem/file", "mem/bob/file", "mem/bob/20121231/x", "mem/bob/20121231/1.temp/x",
+          "mem/bob/20121231/1 list.temp", "mem/bob/2012/file", "mem/.x/y"}) {
         dir.write(other);
         EXPECT_FALSE(mayBeMemoryDisk(dir / "mem", data, stat)) << other;
         EXPECT_FALSE(holdsOnlySpillFiles(dir / "mem")) << other;
