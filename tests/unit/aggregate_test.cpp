@@ -11,56 +11,43 @@
 namespace kestrine {
 namespace {
 
-using Ranks = std::vector<std::pair<int64_t, int64_t>>; // count and negative key
-using Queue = CPriorityQueue<UrlRecord*>;
-
-// Pushes records with these counts and keys 0, 1, ... and returns what is held, smallest first. One
-// that does not exceed the smallest in a full queue is handed back.
-Ranks heldOf(const std::vector<uint64_t>& counts, uint32_t capacity, Queue& queue) {
-    std::vector<UrlRecord> records;
-    for (size_t i = 0; i < counts.size(); ++i) {
-        records.push_back({i, counts[i], 0, 1});
-    }
-    for (size_t i = 0; i < counts.size(); ++i) {
-        UrlRecord* const smallest = i < capacity ? nullptr : queue.top();
-        const bool refused = smallest != nullptr && lessByCount(smallest, &records[i]) == 0;
-        UrlRecord* dropped = nullptr;
-        EXPECT_EQ(queue.push(&records[i], dropped), i < capacity ? 0 : 1);
-        EXPECT_EQ(dropped, refused ? &records[i] : smallest);
-    }
-    Ranks held;
-    for (; queue.size() > 0; queue.pop()) {
-        held.emplace_back(queue.top()->count, -static_cast<int64_t>(queue.top()->key));
-    }
-    return held;
-}
-
-// Every stream of up to six counts out of four, one of them negative as a signed number. By count
-// alone, which of equal ones leaves for a larger one is left open.
+// Every stream of up to six counts out of four, one of them negative as a signed number, with keys
+// 0, 1, ... Of equal counts the lower key stays; by count alone it is left open which one. One that
+// does not exceed the smallest in a full queue is handed back.
 TEST(PriorityQueue, HoldsTheLargestOfEveryStream) {
     const uint64_t values[] = {1, 2, 3, ~uint64_t{0}};
+    const auto rankOf = [](const UrlRecord& record) {
+        return std::pair(static_cast<int64_t>(record.count), -static_cast<int64_t>(record.key));
+    };
+    CPriorityQueue<UrlRecord*> queue;
+    UrlRecord* dropped = nullptr;
     test::Choices choices;
     do {
         const auto capacity = static_cast<uint32_t>(1 + choices.choose(4));
-        std::vector<uint64_t> counts(choices.choose(7));
-        Ranks sorted;
-        for (size_t i = 0; i < counts.size(); ++i) {
-            counts[i] = values[choices.choose(4)];
-            sorted.emplace_back(counts[i], -static_cast<int64_t>(i));
+        std::vector<UrlRecord> records(choices.choose(7));
+        for (size_t i = 0; i < records.size(); ++i) {
+            records[i] = {i, values[choices.choose(4)], 0, 1};
         }
-        std::ranges::sort(sorted);
-        sorted.erase(sorted.begin(),
-                     sorted.end() - std::min<ptrdiff_t>(capacity, std::ssize(sorted)));
-        Queue queue;
-        ASSERT_EQ(queue.init(capacity, lessByCountAndKey), 0);
-        ASSERT_EQ(heldOf(counts, capacity, queue), sorted);
-        ASSERT_EQ(queue.init(capacity), 0);
-        const Ranks byCount = heldOf(counts, capacity, queue);
-        ASSERT_TRUE(std::ranges::equal(byCount, sorted, {}, &Ranks::value_type::first,
-                                       &Ranks::value_type::first));
+        std::vector<UrlRecord> sorted = records;
+        std::ranges::sort(sorted, {}, rankOf);
+        const size_t refused = sorted.size() - std::min<size_t>(capacity, sorted.size());
+        sorted.erase(sorted.begin(), sorted.begin() + static_cast<ptrdiff_t>(refused));
+        for (const auto less : {lessByCountAndKey, lessByCount}) {
+            ASSERT_EQ(queue.init(capacity, less), 0);
+            for (size_t i = 0; i < records.size(); ++i) {
+                UrlRecord* const smallest = i < capacity ? nullptr : queue.top();
+                const bool kept = smallest == nullptr || lessByCount(smallest, &records[i]) != 0;
+                ASSERT_EQ(queue.push(&records[i], dropped), i < capacity ? 0 : 1);
+                ASSERT_EQ(dropped, kept ? smallest : &records[i]);
+            }
+            ASSERT_EQ(queue.size(), sorted.size());
+            for (const UrlRecord& wanted : sorted) { // the smallest first
+                ASSERT_EQ(queue.top()->count, wanted.count);
+                ASSERT_TRUE(less == lessByCount || queue.top()->key == wanted.key);
+                queue.pop();
+            }
+        }
     } while (choices.next());
-    Queue queue;
-    UrlRecord* dropped = nullptr;
     EXPECT_EQ(queue.init(0), -1);
     EXPECT_TRUE(queue.init(1) == 0 && queue.push(nullptr, dropped) == -1);
 }

@@ -10,6 +10,7 @@ namespace kestrine {
 namespace {
 
 using Lines = std::vector<std::string>;
+using Nodes = std::vector<NodeEntry>;
 
 // Names that a careless search for the account would stumble over.
 const std::string g_account = "data/devid_/log_data/x/log_data/acc";
@@ -21,7 +22,6 @@ protected:
     NewDataTest() {
         EXPECT_EQ(Configuration::getInstance(&m_configuration), 0);
         m_configuration->setUrlStatRoot("stat");
-        m_configuration->setMemoryDiskPath("mem");
     }
     ~NewDataTest() override { Configuration::resetInstance(); }
 
@@ -38,18 +38,19 @@ protected:
             files[g_account + "/" + name];
         }
     }
-    // Progress of devices, "devid_1", 3, 17.
-    void writeStatus(const std::string& path, int32_t counter, std::vector<NodeEntry> nodes) {
+    // Progress of devices, "devid_1", 3, 17. None: no file.
+    void writeStatus(const std::string& path, int32_t counter, Nodes nodes) {
         for (NodeEntry& node : nodes) {
             node.path = g_account + "/" + node.path + "/20120303";
         }
-        test::writeUrlFile(path, {{test::recordOf("host")}}, test::dayStatusOf(nodes, counter));
+        if (!nodes.empty()) {
+            test::writeUrlFile(path, {{test::recordOf("host")}}, test::dayStatusOf(nodes, counter));
+        }
     }
     // "devid_1/20120303 -1 0" for each node that is due, or "failed".
     Lines due() {
-        UrlFileNewData detector(*m_configuration);
         std::vector<DayStatus> days(1);
-        if (detector.getDayStatusHaveNewData(g_account, days) != 0) {
+        if (UrlFileNewData(*m_configuration).getDayStatusHaveNewData(g_account, days) != 0) {
             return {days.empty() ? "failed" : "left over"};
         }
         Lines lines;
@@ -100,67 +101,39 @@ TEST_F(NewDataTest, WhatCountsAsDeviceDateAndType) {
 }
 
 TEST_F(NewDataTest, NodeIsDueWhenTheNextFileExists) {
-    using Nodes = std::vector<NodeEntry>;
-    // Progress of the day file and of a new-day file that it does not hold; none: no file.
-    const auto check = [&](const Nodes& day, const Nodes& pending, const Lines& names,
-                           const Lines& expected) {
-        files.clear();
-        for (const std::string& name : names) { // "1/0/7": file 7 of device 1
-            put({"devid_" + std::string(name).replace(1, 1, "/20120303/A/") + ".dat"});
-        }
-        if (!day.empty()) {
-            writeStatus(g_day, 10, day);
-        }
-        if (!pending.empty()) {
-            writeStatus(g_new + "11.daycrcsortnew", 11, pending);
-        }
-        EXPECT_EQ(due(), expected);
-    };
     const std::string one = "devid_1/20120303 ";
     const std::string two = "devid_2/20120303 ";
-    check({{"devid_1", 7, 500}}, {}, {"1/0/0", "1/0/7", "1/0/9"}, {});
-    check({{"devid_1", 99, 5}}, {}, {"1/1/100"}, {one + "99 5"});
-    check({{"devid_1", 2147483647, 5}}, {}, {"1/0/0"}, {});
-    // The further of both statuses decides, node by node.
-    check({{"devid_1", 3, 30}}, {{"devid_1", 5, 50}}, {"1/0/4", "1/0/5"}, {});
-    check({{"devid_2", 3, 30}, {"devid_1", 1, 10}}, {{"devid_2", 4, 40}, {"devid_1", 0, 9}},
-          {"1/0/2", "2/0/5"}, {one + "1 10", two + "4 40"});
-    check({}, {{"devid_2", 4, 40}}, {"1/0/0", "2/0/5"}, {one + "-1 0", two + "4 40"});
-    // The date is found through another device than the one that is due.
-    check({{"devid_1", 0, 28}}, {}, {"1/0/0", "2/0/0"}, {two + "-1 0"});
-}
-
-TEST_F(NewDataTest, PendingFilesAreThoseAboveTheCounter) {
-    put({"devid_1/20120303/A/0/9.dat"});
-    writeStatus(g_day, 2, {{"devid_1", 4, 1}});
-    // Held by the day file already: whatever they say is not asked for.
-    writeStatus(g_new + "1.daycrcsortnew", 1, {{"devid_1", 8, 1}});
-    files[g_new + "2.daycrcsortnew"]; // damaged
-    EXPECT_EQ(due(), Lines{});
-    writeStatus(g_new + "10.daycrcsortnew", 10, {{"devid_1", 8, 2}});
-    writeStatus(g_new + "9.daycrcsortnew", 9, {{"devid_1", 7, 3}});
-    files[g_new + "11.daycrcsortnew.temp"]; // unfinished
-    EXPECT_EQ(due(), Lines{"devid_1/20120303 8 2"});
-}
-
-// The damaged file lies in "debug". The call fails once where new-day files wait, and the next one
-// goes by what is left.
-TEST_F(NewDataTest, DamagedStatusIsSetAside) {
-    const std::string pending = g_new + "4.daycrcsortnew";
-    for (const auto& [file, backup] : {std::pair{g_day, true}, {g_day, false}, {pending, false}}) {
+    // Progress of the day file and of new-day files that it does not hold; file 7 of device 1 is
+    // "1/0/7".
+    const std::tuple<Nodes, Nodes, Nodes, Lines, Lines> cases[] = {
+        {{{"devid_1", 7, 500}}, {}, {}, {"1/0/0", "1/0/7", "1/0/9"}, {}},
+        {{{"devid_1", 99, 5}}, {}, {}, {"1/1/100"}, {one + "99 5"}},
+        {{{"devid_1", 2147483647, 5}}, {}, {}, {"1/0/0"}, {}},
+        // The furthest of all statuses decides, node by node.
+        {{{"devid_1", 3, 30}}, {{"devid_1", 5, 50}}, {}, {"1/0/4", "1/0/5"}, {}},
+        {{{"devid_1", 4, 1}}, {{"devid_1", 7, 3}}, {{"devid_1", 8, 2}}, {"1/0/9"}, {one + "8 2"}},
+        {{{"devid_2", 3, 30}, {"devid_1", 1, 10}},
+         {{"devid_2", 4, 40}, {"devid_1", 0, 9}},
+         {},
+         {"1/0/2", "2/0/5"},
+         {one + "1 10", two + "4 40"}},
+        {{}, {{"devid_2", 4, 40}}, {}, {"1/0/0", "2/0/5"}, {one + "-1 0", two + "4 40"}},
+        // The date is found through another device than the one that is due.
+        {{{"devid_1", 0, 28}}, {}, {}, {"1/0/0", "2/0/0"}, {two + "-1 0"}}};
+    for (const auto& [day, ninth, tenth, names, expected] : cases) {
         files.clear();
-        put({"devid_1/20120303/A/0/5.dat", "devid_1/20120303/A/0/7.dat"});
-        writeStatus(g_day, 3, {{"devid_1", 4, 40}});
-        writeStatus(pending, 4, {{"devid_1", 6, 60}});
-        if (backup) {
-            writeStatus(names::backupOf(file), 2, {{"devid_1", 2, 20}});
+        for (const std::string& name : names) {
+            put({"devid_" + std::string(name).replace(1, 1, "/20120303/A/") + ".dat"});
         }
-        files[file][files[file].size() - 9] ^= 1; // last byte of the last entry
-        const Bytes damaged = files[file];
-        EXPECT_EQ(due(), Lines{"failed"});
-        EXPECT_EQ(files.contains(file), backup);
-        EXPECT_EQ(files.lower_bound("stat/debug/20120303/")->second, damaged);
-        EXPECT_EQ(due(), Lines{file == g_day ? "devid_1/20120303 6 60" : "devid_1/20120303 4 40"});
+        writeStatus(g_day, 8, day);
+        writeStatus(g_new + "9.daycrcsortnew", 9, ninth);
+        writeStatus(g_new + "10.daycrcsortnew", 10, tenth);
+        files[g_new + "11.daycrcsortnew.temp"]; // unfinished
+        if (!day.empty()) { // held by the day file already: whatever they say is not asked for
+            writeStatus(g_new + "7.daycrcsortnew", 7, {{"devid_1", 8, 1}, {"devid_2", 8, 1}});
+            files[g_new + "8.daycrcsortnew"]; // damaged
+        }
+        EXPECT_EQ(due(), expected);
     }
 }
 
@@ -175,7 +148,7 @@ TEST_F(NewDataTest, PathsAtTheLimit) {
     put({"devid_1/20120303/A/0/9.dat"});
     EXPECT_EQ(due(), Lines{"devid_1/20120303 8 1"}); // the date's other nodes go on
     files.clear();
-    std::vector<NodeEntry> nodes(15420, {"", 0, 1}); // as many as a status can name
+    Nodes nodes(15420, {"", 0, 1}); // as many as a status can name
     for (size_t i = 0; i < nodes.size(); ++i) {
         nodes[i].path = "devid_" + std::to_string(i);
     }

@@ -13,16 +13,32 @@ namespace kestrine {
 namespace {
 
 using namespace test;
-using Bytes = std::vector<uint8_t>;
+
+// Bytes from fields.
+struct Bytes : std::vector<uint8_t> {
+    using vector::vector;
+    Bytes& add(int width, std::initializer_list<uint64_t> values) {
+        for (const uint64_t value : values) {
+            for (int i = 0; i < width; ++i) {
+                push_back(static_cast<uint8_t>(value >> (8 * i)));
+            }
+        }
+        return *this;
+    }
+    Bytes& add(ByteView bytes, size_t width = 0) {
+        insert(end(), bytes.begin(), bytes.end());
+        resize(size() + std::max(width, bytes.size()) - bytes.size());
+        return *this;
+    }
+};
 
 // The longest text is kept whole, a longer one is cut, and a longer one is no record.
 TEST(UrlRecord, BoundsOfItsText) {
     Bytes bytes(g_recordHeadSize + 400); // zeros: a terminator everywhere
     UrlRecordView parsed;
-    for (const auto& [urlLen, result] :
-         {std::pair(0U, -1), {1, 0}, {260, 0}, {261, -1}, {~0U, -1}}) {
+    for (const uint32_t urlLen : {0U, 1U, 260U, 261U, ~0U}) {
         storeLittle(bytes.data() + recordAt::g_urlLen, urlLen);
-        EXPECT_EQ(parseRecord(bytes, parsed), result) << urlLen;
+        EXPECT_EQ(parseRecord(bytes, parsed), urlLen - 1 < 260 ? 0 : -1) << urlLen;
     }
     for (const size_t length : {258U, 259U, 260U, 1000U}) {
         const UrlRecordPtr record = makeUrlRecord({7, 8, 9, std::string(length, 'h')});
@@ -33,21 +49,20 @@ TEST(UrlRecord, BoundsOfItsText) {
 class StatusTest : public testing::Test {
 protected:
     template <typename Status>
-    int write(const Status& status) {
+    void expectWritten(const Status& status, bool good) {
         const int result = status.writeStatus(platform().open(m_path, OpenMode::Truncate).get());
-        EXPECT_EQ(readBytes(m_path).empty(), result != 0);
-        return result;
+        EXPECT_EQ(result, good ? 0 : -1);
+        EXPECT_EQ(readBytes(m_path).size(), good ? status.writtenSize() : 0);
     }
     // A record of that body and length field.
     template <typename Status>
-    int read(Status& status, const Bytes& body, size_t length) {
-        Bytes bytes(12);
-        storeLittle(bytes.data(), urlKey(body));
-        storeLittle(bytes.data() + 8, static_cast<uint32_t>(length));
-        bytes.insert(bytes.end(), body.begin(), body.end());
+    void expectRead(const Bytes& body, size_t length, bool good) {
+        const Bytes bytes = Bytes().add(8, {urlKey(body)}).add(4, {length}).add(body);
         writeBytes(m_path, bytes);
-        const std::unique_ptr<File> file = platform().open(m_path, OpenMode::Read);
-        return Status::readStatus(file.get(), static_cast<int64_t>(bytes.size()), status);
+        Status status;
+        const auto file = platform().open(m_path, OpenMode::Read);
+        EXPECT_EQ(Status::readStatus(file.get(), std::ssize(bytes), status), good ? 0 : g_damaged)
+            << body.size() << " " << length;
     }
 
     static constexpr size_t g_most = 4194304; // bytes of a body
@@ -56,46 +71,36 @@ protected:
 };
 
 TEST_F(StatusTest, LengthsOnRead) {
-    const std::tuple<size_t, size_t, int, int> table[] = {
-        // body, length, results
-        {11, 11, g_damaged, g_damaged},   {12, 12, g_damaged, 0},
-        {15, 15, g_damaged, 0},           {16, 16, 0, 0},
-        {100, 101, g_damaged, g_damaged}, {100, ~0U, g_damaged, g_damaged},
-        {g_most, g_most, 0, 0},           {g_most + 1, g_most + 1, g_damaged, g_damaged}};
-    for (const auto& [body, length, dayResult, weekResult] : table) {
-        DayStatus day;
-        WeekMonStatus week;
-        EXPECT_EQ(read(day, Bytes(body), length), dayResult) << body << " " << length;
-        EXPECT_EQ(read(week, Bytes(body), length), weekResult) << body << " " << length;
+    const std::tuple<size_t, size_t, bool, bool> table[] = {
+        // body, length, whether they are a day's and another period's
+        {11, 11, false, false},       {12, 12, false, true},
+        {15, 15, false, true},        {16, 16, true, true},
+        {100, 101, false, false},     {100, ~0U, false, false},
+        {g_most, g_most, true, true}, {g_most + 1, g_most + 1, false, false}};
+    for (const auto& [body, length, day, period] : table) {
+        expectRead<DayStatus>(Bytes(body), length, day);
+        expectRead<WeekMonStatus>(Bytes(body), length, period);
     }
 }
 
 TEST_F(StatusTest, WhatCannotBeReadBackIsNotWritten) {
     std::vector<NodeEntry> nodes((g_most - 16) / 272, {std::string(259, 'p'), 1, 0});
     std::vector<DateEntry> dates((g_most - 12) / 264, {std::string(259, 'p'), 1});
-    EXPECT_EQ(write(dayStatusOf(nodes)), 0);
-    EXPECT_EQ(readBytes(m_path).size(), dayStatusOf(nodes).writtenSize());
-    EXPECT_EQ(write(weekMonStatusOf(dates)), 0);
+    expectWritten(dayStatusOf(nodes), true);
+    expectWritten(weekMonStatusOf(dates), true);
     nodes.push_back({"n", 1, 0});
     dates.push_back({"n", 1});
-    const std::string tooLong(260, 'p');
-    EXPECT_EQ(write(dayStatusOf(nodes)), -1);
-    EXPECT_EQ(write(weekMonStatusOf(dates)), -1);
-    EXPECT_EQ(write(dayStatusOf({{tooLong, 0, 0}})), -1);
-    EXPECT_EQ(write(weekMonStatusOf({{tooLong, 0}})), -1);
-    EXPECT_EQ(write(DayStatus()), -1);
-    EXPECT_EQ(write(WeekMonStatus()), -1);
+    for (const auto& entries : {nodes, {{std::string(260, 'p'), 0, 0}}, {}}) {
+        expectWritten(dayStatusOf(entries), false);
+    }
+    for (const auto& entries : {dates, {{std::string(260, 'p'), 0}}, {}}) {
+        expectWritten(weekMonStatusOf(entries), false);
+    }
     // One more than the counter, the next number, must be a number too.
-    for (const auto& [counter, good] : {std::pair(-2, false),
-                                        {-1, true},
-                                        {INT32_MAX - 1, true},
-                                        {INT32_MAX, false},
-                                        {INT32_MIN, false}}) {
-        EXPECT_EQ(write(dayStatusOf({{"n", 1, 0}}, counter)), good ? 0 : -1) << counter;
-        Bytes body(16);
-        storeLittle(body.data(), counter);
-        DayStatus day;
-        EXPECT_EQ(read(day, body, body.size()), good ? 0 : g_damaged) << counter;
+    for (const int32_t counter : {-2, -1, INT32_MAX - 1, INT32_MAX, INT32_MIN}) {
+        const bool good = counter >= -1 && counter < INT32_MAX;
+        expectWritten(dayStatusOf({{"n", 1, 0}}, counter), good);
+        expectRead<DayStatus>(Bytes().add(4, {static_cast<uint32_t>(counter), 0, 0, 0}), 16, good);
     }
 }
 
@@ -103,36 +108,23 @@ TEST_F(StatusTest, WhatCannotBeReadBackIsNotWritten) {
 // implementation which adds byte by byte. Texts end where their memory ends: reads beyond show.
 TEST(UrlKey, EqualsOtherImplementations) {
     EXPECT_EQ(urlKey(asBytes("Four score and seven years ago")), 0x17770551ce7226e6U);
-    for (size_t offset = 0; offset < 8; ++offset) {
-        uint64_t folded = 0;
-        for (size_t length = 0; length <= 64; ++length) {
-            Bytes text(offset + length);
-            for (size_t i = 0; i < length; ++i) {
-                text[offset + i] = static_cast<uint8_t>(37 * i + 200);
-            }
-            folded = std::rotl(folded, 7) ^ urlKey(ByteView(text).subspan(offset));
+    uint64_t folded = 0;
+    for (size_t length = 0; length <= 64; ++length) {
+        Bytes text;
+        for (size_t i = 0; i < length; ++i) {
+            text.add(1, {37 * i + 200});
         }
-        EXPECT_EQ(folded, 0xba08caac8c5c1b0U) << offset;
+        folded = std::rotl(folded, 7) ^ urlKey(Bytes(text));
     }
+    EXPECT_EQ(folded, 0xba08caac8c5c1b0U);
 }
 
-void put(Bytes& bytes, std::initializer_list<std::pair<uint64_t, int>> fields) { // value, width
-    for (const auto& [value, width] : fields) {
-        for (int i = 0; i < width; ++i) {
-            bytes.push_back(static_cast<uint8_t>(value >> (8 * i)));
-        }
-    }
-}
-void putText(Bytes& bytes, std::string_view text, size_t width) {
-    bytes.insert(bytes.end(), text.begin(), text.end());
-    bytes.resize(bytes.size() + width - text.size());
-}
 Bytes compressed(const Bytes& raw) {
     Compress* compressor = nullptr;
     ByteView stored;
     EXPECT_EQ(Compress::getInstance(&compressor), 0);
     EXPECT_EQ(compressor->compress(raw.data(), static_cast<int32_t>(raw.size()), &stored), 0);
-    return {stored.begin(), stored.end()};
+    return Bytes().add(stored);
 }
 
 // Two raw blocks of one record each, since zlib cannot make those shorter, a compressed one, a day
@@ -140,13 +132,12 @@ Bytes compressed(const Bytes& raw) {
 class UrlFileTest : public testing::Test {
 protected:
     void SetUp() override {
-        TestRecords many;
+        TestRecords& many = m_blocks.emplace_back();
         for (uint64_t key = 0xf0; key < 0xf6; ++key) {
             many.push_back({key << 56, 1, 2, std::string(20, 'c')});
         }
-        m_blocks.push_back(many);
         writeUrlFile(m_path, m_blocks, m_status);
-        m_whole = readBytes(m_path);
+        m_whole.add(readBytes(m_path));
     }
 
     TempDir m_directory;
@@ -164,54 +155,41 @@ protected:
 };
 
 TEST_F(UrlFileTest, HasItsFormat) {
-    Bytes expected;
+    Bytes blocks;
     uint64_t total = 0;
     for (const TestRecords& block : m_blocks) {
         Bytes raw;
         uint64_t sum = 0;
         for (const auto& [key, count, type, url] : block) {
-            put(raw, {{key, 8}, {count, 8}, {type, 4}, {url.size() + 1, 4}});
-            putText(raw, url, url.size() + 1);
+            raw.add(8, {key, count}).add(4, {type, url.size() + 1}).add(asBytes(url)).add(1, {0});
             sum += count;
         }
         const bool packed = block.size() > 1;
         const Bytes stored = packed ? compressed(raw) : raw;
-        put(expected, {{block.front().key, 8}, {block.back().key, 8}, {sum, 8}});
-        put(expected,
-            {{stored.size(), 4}, {raw.size(), 4}, {packed ? 1 : 0, 4}, {block.size(), 4}});
-        expected.insert(expected.end(), stored.begin(), stored.end());
+        blocks.add(8, {block.front().key, block.back().key, sum});
+        blocks.add(4, {stored.size(), raw.size(), packed ? 1U : 0U, block.size()}).add(stored);
         total += sum;
     }
     const auto withStatus = [&](const Bytes& body) {
-        Bytes bytes = expected;
-        put(bytes, {{urlKey(body), 8}, {body.size(), 4}});
-        bytes.insert(bytes.end(), body.begin(), body.end());
-        put(bytes, {{expected.size(), 8}});
-        return bytes;
+        const Bytes frame = Bytes().add(8, {urlKey(body)}).add(4, {body.size()});
+        return Bytes(blocks).add(frame).add(body).add(8, {blocks.size()});
     };
-    Bytes body;
-    put(body, {{5, 4}, {total, 8}, {2, 4}});
-    putText(body, "data/20240229", 260);
-    put(body, {{3, 4}, {0x0102030405060708, 8}});
-    putText(body, m_longest, 260);
-    put(body, {{0xFFFFFFFF, 4}, {0, 8}});
+    Bytes body = Bytes().add(4, {5}).add(8, {total}).add(4, {2});
+    body.add(asBytes("data/20240229"), 260).add(4, {3}).add(8, {0x0102030405060708});
+    body.add(asBytes(m_longest), 260).add(4, {0xFFFFFFFF}).add(8, {0});
     EXPECT_EQ(m_whole, withStatus(body));
     writeUrlFile(m_path, m_blocks, *readUrlFile(m_path).dayStatus);
     EXPECT_EQ(readBytes(m_path), m_whole);
 
     writeUrlFile(m_path, m_blocks, weekMonStatusOf({{"r/20240229", 0x01020304}, {m_longest, -1}}));
-    body.clear();
-    put(body, {{total, 8}, {2, 4}});
-    putText(body, "r/20240229", 260);
-    put(body, {{0x01020304, 4}});
-    putText(body, m_longest, 260);
-    put(body, {{0xFFFFFFFF, 4}});
+    body = Bytes().add(8, {total}).add(4, {2}).add(asBytes("r/20240229"), 260);
+    body.add(4, {0x01020304}).add(asBytes(m_longest), 260).add(4, {0xFFFFFFFF});
     Bytes bytes = withStatus(body);
     EXPECT_EQ(readBytes(m_path), bytes);
-    bytes[expected.size()] ^= 1;                     // such a checksum is not looked at,
+    bytes[blocks.size()] ^= 1;                       // such a checksum is not looked at,
     bytes.insert(bytes.end() - 8, 5, uint8_t{0xEE}); // nor what lies behind the status,
-    bytes.insert(bytes.begin() + std::ssize(expected), 39, uint8_t{0}); // nor less than a header
-    storeLittle(bytes.data() + bytes.size() - 8, expected.size() + 39);
+    bytes.insert(bytes.begin() + std::ssize(blocks), 39, uint8_t{0}); // nor less than a header
+    storeLittle(bytes.data() + bytes.size() - 8, blocks.size() + 39);
     writeBytes(m_path, bytes);
     const UrlFileContent week = readUrlFile(m_path, g_weekMonStatusType);
     EXPECT_TRUE(week.whole);
@@ -246,13 +224,13 @@ TEST_F(UrlFileTest, ReturnsWhatWasWritten) {
 
 TEST_F(UrlFileTest, WhatCannotBeReadBackIsNotWritten) {
     const std::string longest(g_maxHostText, 'a');
+    UrlFile file;
+    ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
     for (const auto& [count, url, result] : {std::tuple(uint64_t{1}, longest, 0),
                                              {uint64_t{INT64_MAX}, "", 0},
                                              {0, "", -1},
                                              {uint64_t{1} << 63, "", -1},
                                              {1, longest + "a", -1}}) {
-        UrlFile file;
-        ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
         EXPECT_EQ(file.writeOneRecord({1, count, 0, url}), result) << count << url;
     }
     for (const int32_t capacity : {-1, 0, g_blockCapacity + 1}) {
@@ -298,9 +276,8 @@ TEST_F(UrlFileTest, DamageFieldByField) {
     for (const auto& [offset, width, values, records] : table) {
         for (const int64_t value : values) {
             Bytes bytes = m_whole;
-            for (int i = 0; i < width; ++i) {
-                bytes[offset + static_cast<size_t>(i)] = static_cast<uint8_t>(value >> (8 * i));
-            }
+            const Bytes field = Bytes().add(width, {static_cast<uint64_t>(value)});
+            std::ranges::copy(field, bytes.begin() + static_cast<ptrdiff_t>(offset));
             writeBytes(m_path, bytes);
             const UrlFileContent content = readUrlFile(m_path);
             EXPECT_TRUE(content.broken && !content.whole) << offset << " " << value;
@@ -312,31 +289,27 @@ TEST_F(UrlFileTest, DamageFieldByField) {
 // Blocks whose sizes are at odds with the buffer or the end of the blocks, where the status would
 // be taken for data, in files that are otherwise right: not even the undecoded data is handed out.
 TEST_F(UrlFileTest, ABlockThatDoesNotFitIsRefused) {
-    for (const auto& [flag, rawSize, missing] : {std::tuple(0U, g_blockCapacity, 0),
-                                                 {0, g_blockCapacity + 1, 0},
-                                                 {0, 100, 1},
-                                                 {1, g_blockCapacity, 0},
-                                                 {1, g_blockCapacity + 1, 0},
-                                                 {1, 100, 1}}) {
-        Bytes data(static_cast<size_t>(rawSize));
-        data = flag == 1 ? compressed(data) : data;
-        BlockHeader header{
-            1, 1, 1, static_cast<int32_t>(data.size()), static_cast<int32_t>(rawSize), flag, 1};
-        data.resize(data.size() - static_cast<size_t>(missing));
-        UrlFile file;
-        ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
-        ASSERT_EQ(file.writeBlockHeader(header), 0);
-        ASSERT_EQ(file.writeBlockData(data), 0);
-        DayStatus status = m_status;
-        status.setTotalCount(1);
-        ASSERT_EQ(file.writeStatus(status), 0);
-        ASSERT_EQ(file.close(), 0);
-        ASSERT_EQ(file.openToRead(m_path, g_dayStatusType), 0);
-        ASSERT_EQ(file.readBlockHeader(header), 0);
-        ByteView view;
-        const bool fits = rawSize == g_blockCapacity;
-        EXPECT_EQ(file.readBlockData(view), fits ? 0 : -1) << flag << " " << rawSize;
-        EXPECT_EQ(file.broken(), !fits) << flag << " " << rawSize;
+    for (const auto& [rawSize, missing] :
+         {std::pair(g_blockCapacity, 0U), {g_blockCapacity + 1, 0}, {100, 1}}) {
+        for (const uint32_t flag : {0U, 1U}) {
+            Bytes data(static_cast<size_t>(rawSize));
+            data = flag == 1 ? compressed(data) : data;
+            BlockHeader header{1, 1, 1, static_cast<int32_t>(data.size()), rawSize, flag, 1};
+            UrlFile file;
+            ASSERT_EQ(file.open(m_path, OpenMode::Truncate), 0);
+            ASSERT_EQ(file.writeBlockHeader(header), 0);
+            ASSERT_EQ(file.writeBlockData(ByteView(data).first(data.size() - missing)), 0);
+            DayStatus status = m_status;
+            status.setTotalCount(1);
+            ASSERT_EQ(file.writeStatus(status), 0);
+            ASSERT_EQ(file.close(), 0);
+            ASSERT_EQ(file.openToRead(m_path, g_dayStatusType), 0);
+            ASSERT_EQ(file.readBlockHeader(header), 0);
+            ByteView view;
+            const bool fits = rawSize == g_blockCapacity;
+            EXPECT_EQ(file.readBlockData(view), fits ? 0 : -1) << flag << " " << rawSize;
+            EXPECT_EQ(file.broken(), !fits) << flag << " " << rawSize;
+        }
     }
 }
 
