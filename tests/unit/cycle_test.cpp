@@ -1,3 +1,4 @@
+#include "cycle/publish.h"
 #include "cycle/url_stat.h"
 #include "recovery/exception_check.h"
 #include "support/stat_tree.h"
@@ -301,6 +302,22 @@ TEST_F(CycleTest, NothingNewChangesNothing) {
     EXPECT_EQ(newFiles("20130101"), 0U);
     EXPECT_EQ(newFiles("20121399"), 1U);
     EXPECT_EQ(readUrlFile(dayFile("20130102")).dayStatus->entries()[0].fileNumber, 0);
+}
+
+// Another program may have it open for a moment, or remove it first.
+TEST_F(CycleTest, DirStatIsTriedFiveTimes) {
+    const std::string path = g_accountDir + std::string("/dirstat");
+    for (const uint64_t heldFor : {0U, 4000U, 5000U}) {
+        m_disk.files[path] = {1};
+        m_clock.slept = 0;
+        auto held = heldFor == 0 ? nullptr : platform().open(path, OpenMode::Read);
+        m_clock.onSleep = [&] { held = m_clock.slept >= heldFor ? nullptr : std::move(held); };
+        EXPECT_EQ(deleteDirStat(g_accountDir), heldFor < 5000 ? 0 : -1);
+        EXPECT_EQ(m_clock.slept, heldFor);
+    }
+    m_hooked.beforeChange = [&](const std::string& removed) { m_disk.files.erase(removed); };
+    EXPECT_EQ(deleteDirStat(g_accountDir), 0);
+    EXPECT_EQ(m_clock.slept, 5000U);
 }
 
 } // namespace
