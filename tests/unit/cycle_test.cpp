@@ -48,11 +48,11 @@ protected:
     void startOver(int hash, int disk, int percent = 60) {
         m_disk.files.clear();
         m_expected.clear();
-        const std::string text = "[urlstat]\nmaxHashMemory=" + std::to_string(hash) +
-                                 "\nmemoryDiskSize=" + std::to_string(disk) +
-                                 "\nexportPersent=" + std::to_string(percent) +
-                                 "\nurlStatRoot=/t/stat\nmemoryDiskPath=/t/mem\n"
-                                 "daycrcsortInterval=100\nweekmoncrcsortInterval=300\n";
+        const std::string text =
+            "[urlstat]\nurlStatRoot=/t/stat\nmemoryDiskPath=/t/mem\ndaycrcsortInterval=100\n"
+            "weekmoncrcsortInterval=300\nmaxHashMemory=" +
+            std::to_string(hash) + "\nmemoryDiskSize=" + std::to_string(disk) +
+            "\nexportPersent=" + std::to_string(percent) + "\n";
         m_disk.files["config/urlstat.ini"] = {text.begin(), text.end()};
         Configuration::resetInstance();
     }
@@ -172,10 +172,9 @@ TEST_F(CycleTest, SpillKeepsTheMostVisited) {
         Hosts hosts;
         TestRecords records;
         for (int i = 0; i < 32; ++i) {
-            hosts.emplace_back("host-" + std::to_string(10 + i), i == 31 ? 1 : 1 + i % 5);
-            records.push_back(recordOf(hosts[static_cast<size_t>(i)].first,
-                                       static_cast<uint64_t>(hosts[static_cast<size_t>(i)].second),
-                                       1));
+            const int visits = i == 31 ? 1 : 1 + i % 5;
+            hosts.emplace_back("host-" + std::to_string(10 + i), visits);
+            records.push_back(recordOf(hosts.back().first, static_cast<uint64_t>(visits), 1));
         }
         std::ranges::sort(records, [](const TestRecord& a, const TestRecord& b) {
             return a.count != b.count ? a.count < b.count : a.key > b.key;

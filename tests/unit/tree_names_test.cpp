@@ -1,5 +1,4 @@
 // Names of the trees, and the calendar that they are made of.
-#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "tree/calendar.h"
 #include "tree/names.h"
@@ -38,20 +37,14 @@ TEST(TreeNames, PathsAreCutJoinedAndCompared) {
 
 TEST(TreeNames, AreMadeAndTakenApart) {
     const std::string node = "D:/log_data/devid_9/log_data/alice/devid_7/20120313";
-    const std::string dir = newDayDir("r/acc", "20120313");
-    const std::string formal = formalFile("d", Period::Day);
     EXPECT_EQ((Names{accountOf("a/bob/") + accountOf("debug2") + accountOf("_delete"),
-                     accountOfNode(node), datFile("A", 99), datFile("A", 1234), dir,
-                     dayDirOfNewDayDir(dir), accountDirOfNewDayDir(dir + "/"), backupOf(formal),
-                     formalOf(backupOf(formal)) + formalOf(tempOf(tempOf(formal))),
-                     withoutTemp("a.temp.temp"), memoryDiskFile("m", "acc", 20120313, 4),
-                     diskTempFile("r", "acc", 20120313, 4), topFile(topTempTempDir("d"), ~0U)}),
-              (Names{"bobdebug2_delete", "alice", "A/0/99.dat", "A/12/1234.dat",
-                     "r/acc/new/20120313", "r/acc/20120313", "r/acc", "d/daycrcsort_backup",
-                     formal + formal, "a.temp", "m/acc/20120313/4.temp",
-                     "r/acc/diskTemp/20120313/4.temp", "d/topn.temp.temp/4294967295.top"}));
+                     accountOfNode(node), datFile("A", 99), datFile("A", 1234),
+                     formalOf("d/x_backup") + formalOf("d/x.temp.temp"), withoutTemp("a.temp.temp"),
+                     diskTempFile("r", "acc", 20120313, 4), topFile("d", ~0U)}),
+              (Names{"bobdebug2_delete", "alice", "A/0/99.dat", "A/12/1234.dat", "d/xd/x", "a.temp",
+                     "r/acc/diskTemp/20120313/4.temp", "d/4294967295.top"}));
     for (const int32_t number : {0, 2147483646}) {
-        EXPECT_EQ(newDayNumber(newDayFile(dir, number)), number);
+        EXPECT_EQ(newDayNumber(newDayFile("new/20120313", number)), number);
     }
     for (const char* name :
          {"2147483647.daycrcsortnew", "007.daycrcsortnew", "5.daycrcsortnew.temp", ".daycrcsortnew",
@@ -104,29 +97,6 @@ TEST(Calendar, WeeksAndMonths) {
         EXPECT_EQ(rangeOf(getDateOfCurrentWeek, date), "none") << date;
         EXPECT_EQ(rangeOf(getDateOfCurrentMon, date), "none") << date;
     }
-}
-
-TEST(Calendar, GroupsAreTakenFromTheFront) {
-    const auto groupsOf = [](auto take, Names paths) {
-        std::string all;
-        std::string begin;
-        std::string end;
-        Names group = {"left over"};
-        while (take(paths, group, begin, end) == 0) {
-            all += begin + "-" + end + ":" + std::to_string(group.size()) + group.back() + " ";
-        }
-        return all;
-    };
-    const Names paths = {"x/20120226", "x/20120229", "x/20120303", "x/20130304"};
-    EXPECT_EQ(groupsOf(Util::getNextWeekFiles, paths),
-              "20120226-20120303:3x/20120303 20130303-20130309:1x/20130304 ");
-    EXPECT_EQ(groupsOf(Util::getNexMonFiles, paths),
-              "20120201-20120229:2x/20120229 20120301-20120331:1x/20120303 "
-              "20130301-20130331:1x/20130304 ");
-    EXPECT_EQ(groupsOf(Util::getNextWeekFiles, {"x/20121399"}), "");
-    EXPECT_EQ(elapsedTicks(1000, 4500), 3500U); // and a wrap loses one
-    EXPECT_EQ(elapsedTicks(0xFFFFFFFFU, 0), 0U);
-    EXPECT_EQ(elapsedTicks(0xFFFFFF00U, 0x100), 0x1FFU);
 }
 
 } // namespace
