@@ -142,7 +142,8 @@ TEST(DumpBrokenFile, NeverCollides) {
         {"stat/a/20120313/daycrcsort", "stat/debug/20120313/1331600000_daycrcsort"},
         {"stat/b/20120313/daycrcsort", "stat/debug/20120313/1331600001_daycrcsort"},
         {"stat/a/20120313_kept/daycrcsort", "stat/debug/20120313/1331600002_daycrcsort"},
-        {"stat/a/week1_2/weekcrcsort", "stat/debug/week1_2/1331600000_weekcrcsort"},
+        {"stat/a/week20120226_20120303/weekcrcsort",
+         "stat/debug/week20120226_20120303/1331600000_weekcrcsort"},
         {"mem/a/20120313/7.temp", "mem/debug/20120313/1331600000_7.temp"}};
     for (const auto& [name, dump] : cases) {
         const std::string path = dir.write(name, name);

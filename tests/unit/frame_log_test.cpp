@@ -12,14 +12,18 @@ namespace {
 
 TEST(QualifiedName, OfEverySpelling) {
     const std::pair<const char*, const char*> cases[] = {
+        {"int main(int, char**)", "main"},
         {"static std::unique_ptr<std::vector<int> > kestrine::A::f(int (*)(char))", "A::f"},
+        {"const kestrine::A &kestrine::A::self() const", "A::self"},
         {"int kestrine::{anonymous}::read(File&)", "read"},
         {"int kestrine::(anonymous namespace)::Reader::read(File &)", "Reader::read"},
         {"bool kestrine::Queue<kestrine::Record *>::push(T) [T = Record *]", "Queue::push"},
         {"void kestrine::f(int)::<lambda(auto:1)>::<lambda()>", "f"},
         {"auto kestrine::f(int)::(anonymous class)::operator()(int) const", "f"},
+        {"bool kestrine::H<T>::operator<=(const kestrine::H<T>&) const", "H::operator<="},
+        {"int kestrine::H::operator()(int) const", "H::operator()"},
         {"int kestrine::operators(int)", "operators"},
-        {"const A &A::self() const", "A::self"}};
+        {"main", "main"}};
     for (const auto& [signature, name] : cases) {
         EXPECT_EQ(qualifiedName(signature), name) << signature;
     }
@@ -55,6 +59,9 @@ TEST_F(Log, LinesCarryLetterAndTimeAndAreCut) {
     EXPECT_EQ(m_log.write(4, std::string(1024, 'x')), 1);
     expected += " r 14: 5: 3" + std::string(1023, 'x') + "\n";
     EXPECT_EQ(day("20240305"), expected);
+
+    executable = "kestrine"; // no directory
+    EXPECT_EQ(m_log.write(0, " x"), 0);
 }
 
 TEST_F(Log, MidnightBeginsANewFileAndKeepsTwentyNine) {
@@ -63,16 +70,18 @@ TEST_F(Log, MidnightBeginsANewFileAndKeepsTwentyNine) {
         m_dir.write(dir + "kestrine" + std::to_string(date) + ".txt");
     }
     for (const char* name : {"kestrine.txt", "kestrine_old.txt", "kestrine20240304.txt",
-                             "akestrine.txt", "kestrine20230101.log"}) {
+                             "akestrine.txt", "kestrine20230101.log", "other.txt"}) {
         m_dir.write(dir + name);
     }
     EXPECT_EQ(m_log.write(0, " first"), 1); // 31 match: the two that sort first go
     EXPECT_FALSE(m_dir.has(dir + "kestrine.txt") || m_dir.has(dir + "kestrine20240201.txt"));
-    EXPECT_EQ(m_dir.tree().size(), 2U + 30U + 2U); // "log/", "log/kestrine/"
+    EXPECT_TRUE(m_dir.has(dir + "kestrine20240202.txt"));
+    EXPECT_EQ(m_dir.tree().size(), 2U + 30U + 3U); // "log/", "log/kestrine/"
 
     local = LocalTime{2024, 3, 6, 0, 0, 0};
     EXPECT_EQ(m_log.write(0, " second"), 1);
     EXPECT_FALSE(m_dir.has(dir + "kestrine20240202.txt"));
+    EXPECT_TRUE(m_dir.has(dir + "kestrine20240203.txt"));
     EXPECT_EQ(day("20240306"), " i  0: 0: 0 second\n");
 }
 

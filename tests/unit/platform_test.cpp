@@ -103,6 +103,8 @@ TEST_F(PlatformTest, FailuresLeaveErrnoAndTheSystemsCode) {
     const std::string no = path("no");
     // What fails, the errno of Linux and of Windows, and the code of Windows.
     const std::tuple<std::function<int()>, int, int, uint32_t> cases[] = {
+        {[&] { return p.open(no, OpenMode::Read) ? 0 : -1; }, ENOENT, ENOENT, 2},
+        {[&] { return p.rename(dir, file); }, EEXIST, EEXIST, 183},
         {[&] { return p.open(dir, OpenMode::Read) ? 0 : -1; }, EISDIR, EACCES, 5},
         {[&] { return p.removeFile(dir); }, EISDIR, EACCES, 5},
         {[&] { return p.removeDirectory(full); }, ENOTEMPTY, ENOTEMPTY, 145},
