@@ -113,7 +113,7 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
     const std::string accounts = "/t/ml/config/syncaccount.dat";
     put(accounts, worldgen::accountFileBytes({}, false));
     const std::string deleted[] = {"/t/stat/_delete_a/x", "/t/stat/acc/_delete_20120101/x"};
-    const std::string half = "/t/stat/other/new/20120303/0.daycrcsortnew.temp";
+    const std::string half = "/t/stat/other/new/20120304/5.daycrcsortnew.temp";
     std::string there; // of these three, in the pause after each pass
     m_clock.onSleep = [&] {
         const uint64_t at = m_clock.slept;
@@ -129,7 +129,8 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
                 there += m_disk.files.contains(path) ? '1' : '0';
             }
             put(half, "");
-            *m_clock.ticks += at == 3661000 ? 599500 : 0; // to an hour at the second pass
+            // The second pass comes after an hour, the third a millisecond later.
+            *m_clock.ticks += at == 3661000 ? 599500U : 0U - 3000499U;
             g_isRunning = at == 9662000 ? 0 : 1;
         }
     };
