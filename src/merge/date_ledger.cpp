@@ -69,16 +69,22 @@ int32_t DateLedger::reached() const {
 }
 
 int64_t DateLedger::next() const {
-    return m_known > reached() ? int64_t{m_known} + 2 : int64_t{reached()} + 1;
+    return m_known > reached() ? numberAcross(reached()) : int64_t{reached()} + 1;
 }
 
-// The last number, of the day file or waiting, before the first gap; `reached` without one. The
-// number that was left out on purpose above what week and month file know is no gap.
+// The number that follows `last` across what week and month file know: one number is left out above
+// that, and the distance says what the new one stands on, so that a later loss of `last` shows.
+int64_t DateLedger::numberAcross(int32_t last) const {
+    return int64_t{m_known} + 2 + (int64_t{last} + 1);
+}
+
+// The last number, of the day file or waiting, before the first gap; `reached` without one. What
+// was left out on purpose is no gap.
 int32_t DateLedger::lastBeforeGap() const {
     int32_t last = m_dayStatus.newCounter();
     for (const auto& [number, path] : due()) {
         const bool follows = number == last + 1;
-        const bool leftOut = last < m_known && number == int64_t{m_known} + 2;
+        const bool leftOut = last < m_known && number == numberAcross(last);
         if (!follows && !leftOut) {
             return last;
         }

@@ -53,6 +53,7 @@ int main(int argc, char** argv) try {
         logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
                         platform().lastError());
     }
+    waitForSignalHandlers();
     LOG_INFO("exit normally");
     return 0;
 } catch (const std::exception& failure) {

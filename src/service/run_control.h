@@ -7,4 +7,7 @@ namespace kestrine {
 // nothing.
 void signal_handler(int number);
 
+// Waits, not for ever, until the handlers that have begun have reported their signals.
+void waitForSignalHandlers();
+
 } // namespace kestrine

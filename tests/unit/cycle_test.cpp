@@ -1,3 +1,4 @@
+#include "cycle/publish.h"
 #include "cycle/url_stat.h"
 #include "recovery/exception_check.h"
 #include "support/stat_tree.h"
@@ -47,11 +48,11 @@ protected:
     void startOver(int hash, int disk, int percent = 60) {
         m_disk.files.clear();
         m_expected.clear();
-        const std::string text = "[urlstat]\nmaxHashMemory=" + std::to_string(hash) +
-                                 "\nmemoryDiskSize=" + std::to_string(disk) +
-                                 "\nexportPersent=" + std::to_string(percent) +
-                                 "\nurlStatRoot=/t/stat\nmemoryDiskPath=/t/mem\n"
-                                 "daycrcsortInterval=100\nweekmoncrcsortInterval=300\n";
+        const std::string text =
+            "[urlstat]\nurlStatRoot=/t/stat\nmemoryDiskPath=/t/mem\ndaycrcsortInterval=100\n"
+            "weekmoncrcsortInterval=300\nmaxHashMemory=" +
+            std::to_string(hash) + "\nmemoryDiskSize=" + std::to_string(disk) +
+            "\nexportPersent=" + std::to_string(percent) + "\n";
         m_disk.files["config/urlstat.ini"] = {text.begin(), text.end()};
         Configuration::resetInstance();
     }
@@ -171,10 +172,9 @@ TEST_F(CycleTest, SpillKeepsTheMostVisited) {
         Hosts hosts;
         TestRecords records;
         for (int i = 0; i < 32; ++i) {
-            hosts.emplace_back("host-" + std::to_string(10 + i), i == 31 ? 1 : 1 + i % 5);
-            records.push_back(recordOf(hosts[static_cast<size_t>(i)].first,
-                                       static_cast<uint64_t>(hosts[static_cast<size_t>(i)].second),
-                                       1));
+            const int visits = i == 31 ? 1 : 1 + i % 5;
+            hosts.emplace_back("host-" + std::to_string(10 + i), visits);
+            records.push_back(recordOf(hosts.back().first, static_cast<uint64_t>(visits), 1));
         }
         std::ranges::sort(records, [](const TestRecord& a, const TestRecord& b) {
             return a.count != b.count ? a.count < b.count : a.key > b.key;
@@ -301,6 +301,22 @@ TEST_F(CycleTest, NothingNewChangesNothing) {
     EXPECT_EQ(newFiles("20130101"), 0U);
     EXPECT_EQ(newFiles("20121399"), 1U);
     EXPECT_EQ(readUrlFile(dayFile("20130102")).dayStatus->entries()[0].fileNumber, 0);
+}
+
+// Another program may have it open for a moment, or remove it first.
+TEST_F(CycleTest, DirStatIsTriedFiveTimes) {
+    const std::string path = g_accountDir + std::string("/dirstat");
+    for (const uint64_t heldFor : {0U, 4000U, 5000U}) {
+        m_disk.files[path] = {1};
+        m_clock.slept = 0;
+        auto held = heldFor == 0 ? nullptr : platform().open(path, OpenMode::Read);
+        m_clock.onSleep = [&] { held = m_clock.slept >= heldFor ? nullptr : std::move(held); };
+        EXPECT_EQ(deleteDirStat(g_accountDir), heldFor < 5000 ? 0 : -1);
+        EXPECT_EQ(m_clock.slept, heldFor);
+    }
+    m_hooked.beforeChange = [&](const std::string& removed) { m_disk.files.erase(removed); };
+    EXPECT_EQ(deleteDirStat(g_accountDir), 0);
+    EXPECT_EQ(m_clock.slept, 5000U);
 }
 
 } // namespace

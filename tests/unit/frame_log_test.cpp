@@ -45,7 +45,6 @@ protected:
     [[nodiscard]] std::string day(const std::string& date) const {
         return m_dir.read("log/kestrine/kestrine" + date + ".txt");
     }
-
     test::TempDir m_dir;
     test::ScopedPlatform m_scope{*this};
     CRealTimeLog m_log;

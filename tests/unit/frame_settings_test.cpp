@@ -24,21 +24,18 @@ TEST(IniFile, FindsValues) {
         {"[s]\nk= \r\n", ""},
         {"[a]s]\nk=1\n[]\nk=2\n[s]\nk=3\nk=4", "3"}, // the first of two
         {"k=1\n=2\nno equals\n [s]\n=3\nk\n;k=4\n#k=5\n\n \r\nk=6\n", "6"}};
-    const TempDir dir;
-    int number = 0; // no two files have one name
-    const auto valueIn = [&](const char* text) {
-        IniFile ini;
-        EXPECT_EQ(ini.load(dir.write(std::to_string(number++), text)), 0);
-        return std::string(ini.find("s", "k").value_or("none"));
-    };
-    for (const auto& [text, value] : found) {
-        EXPECT_EQ(valueIn(text), value) << text;
-    }
     // A second blank or a tab belongs to the key, a blank behind the bracket or a missing line end
     // to the section's name; only the first place of a section counts.
+    std::vector<std::pair<const char*, const char*>> cases(std::begin(found), std::end(found));
     for (const char* text : {"[s]\nk  =v\n", "[s]\nk\t=v\n", "[s] \nk=v\n", "[s\nk=v\n",
                              "[s]\nx=1\n[s]\nk=2\n", "[s]\nK=v\n", "[S]\nk=v\n"}) {
-        EXPECT_EQ(valueIn(text), "none") << text;
+        cases.emplace_back(text, "none");
+    }
+    const TempDir dir;
+    for (size_t i = 0; i < cases.size(); ++i) { // no two files have one name
+        IniFile ini;
+        EXPECT_EQ(ini.load(dir.write(std::to_string(i), cases[i].first)), 0);
+        EXPECT_EQ(ini.find("s", "k").value_or("none"), cases[i].second) << cases[i].first;
     }
 }
 
@@ -52,8 +49,7 @@ TEST(IniFile, LongLinesAndLongFiles) {
     const TempDir dir;
     IniFile ini;
     ASSERT_EQ(ini.load(dir.write("x", text)), 0);
-    EXPECT_EQ(ini.find("s", "k"), longest);
-    EXPECT_EQ(ini.find("s", "z"), "1");
+    EXPECT_TRUE(ini.find("s", "k") == longest && ini.find("s", "z") == "1");
     for (int i = 0; i < 300; ++i) {
         ASSERT_EQ(ini.find("s", "key" + std::to_string(i)), value(i));
     }
@@ -73,10 +69,7 @@ TEST(LeadingInteger, StopsAtTheFirstOtherCharacter) {
 
 class Settings : public testing::Test {
 protected:
-    Settings() {
-        Configuration::resetInstance();
-        std::filesystem::current_path(m_dir.path());
-    }
+    Settings() { std::filesystem::current_path(m_dir.path()); }
     ~Settings() override {
         Configuration::resetInstance();
         std::filesystem::current_path(m_before);

@@ -61,16 +61,6 @@ protected:
     test::TempDir m_dir;
 };
 
-TEST_F(PlatformTest, OneLocksAFile) {
-    std::unique_ptr<NamedEvent> first;
-    std::unique_ptr<NamedEvent> second;
-    ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
-    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::HeldByAnother);
-    EXPECT_EQ(first->close(), 0);
-    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::Locked);
-    EXPECT_EQ(p.lockFile(path("no/lock"), first), LockResult::Failed);
-}
-
 TEST_F(PlatformTest, EachModeOpensWhatItMay) {
     // Whether it makes a file, and what writing "ab" makes of "12345".
     const std::tuple<OpenMode, bool, std::string> cases[] = {
@@ -114,6 +104,7 @@ TEST_F(PlatformTest, FailuresLeaveErrnoAndTheSystemsCode) {
     // What fails, the errno of Linux and of Windows, and the code of Windows.
     const std::tuple<std::function<int()>, int, int, uint32_t> cases[] = {
         {[&] { return p.open(no, OpenMode::Read) ? 0 : -1; }, ENOENT, ENOENT, 2},
+        {[&] { return p.rename(dir, file); }, EEXIST, EEXIST, 183},
         {[&] { return p.open(dir, OpenMode::Read) ? 0 : -1; }, EISDIR, EACCES, 5},
         {[&] { return p.removeFile(dir); }, EISDIR, EACCES, 5},
         {[&] { return p.removeDirectory(full); }, ENOTEMPTY, ENOTEMPTY, 145},
@@ -121,7 +112,6 @@ TEST_F(PlatformTest, FailuresLeaveErrnoAndTheSystemsCode) {
         {[&] { return p.makeDirectory(no + "/x"); }, ENOENT, ENOENT, 3},
         {[&] { return p.rename(no, path("new")); }, ENOENT, ENOENT, 2},
         {[&] { return p.rename(file, dir); }, EISDIR, EACCES, 5},
-        {[&] { return p.rename(dir, file); }, EEXIST, EEXIST, 183},
         {[&] { return p.rename(full, dir); }, EEXIST, EEXIST, 183}, // though it is empty
         {[&] { return p.syncDirectory(file); }, ENOTDIR, ENOTDIR, 267},
         {[&] { return removeTree(file) == 0 ? 0 : -1; }, ENOTDIR, ENOTDIR, 267}};
@@ -134,8 +124,7 @@ TEST_F(PlatformTest, FailuresLeaveErrnoAndTheSystemsCode) {
 }
 
 TEST_F(PlatformTest, InfoExistsAndFind) {
-    EXPECT_EQ(found("*"), "0:2") << "an empty directory";
-    EXPECT_EQ(found("no/*"), "0:3");
+    EXPECT_EQ(found("*") + found("no/*"), "0:20:3"); // an empty directory, and none
     for (const char* name : {"7.day", "12.day", "12.day.temp", ".hidden", "20120313/x"}) {
         make(name, name);
     }
@@ -155,13 +144,20 @@ TEST_F(PlatformTest, InfoExistsAndFind) {
     EXPECT_TRUE(!info.isDirectory && info.size == 5 && std::abs(info.modified - p.now()) < 60);
     ASSERT_EQ(p.info(m_dir.path() + "/", info), 0);
     EXPECT_TRUE(info.isDirectory && p.exists(m_dir.path()) && p.exists(path("7.day")));
-    EXPECT_FALSE(p.exists(path("no")) || p.exists(path("7.day/no")) || p.exists(""));
+    for (const std::string& name : {path("no"), path("7.day/no"), path("no/directory"),
+                                    path(std::string(300, 'n')), std::string()}) {
+        EXPECT_FALSE(p.exists(name)) << name;
+    }
+    std::error_code noLinks;
+    fs::create_symlink(path("b"), path("a"), noLinks);
+    fs::create_symlink(path("a"), path("b"), noLinks);
+    EXPECT_TRUE(noLinks || g_isWindows || p.exists(path("a"))) << "a circle gives no answer";
     uint64_t bytes = 0;
     for (const char* name : {"", "no/such//place/", "7.day/below"}) { // the nearest parent
         EXPECT_EQ(p.freeSpace(path(name), bytes), 0) << name;
-        EXPECT_NEAR(static_cast<double>(bytes),
-                    static_cast<double>(fs::space(m_dir.path()).available), 1e9)
-            << name;
+        EXPECT_LT(std::abs(static_cast<double>(bytes) -
+                           static_cast<double>(fs::space(m_dir.path()).available)),
+                  1e9);
     }
 }
 
@@ -205,9 +201,9 @@ TEST_F(PlatformTest, RemovingTreesAndMoving) {
     }
     EXPECT_EQ(move(make("one", "1"), path("target")), 0);
     EXPECT_EQ(move(make("two", "2"), path("target")), 0);
-    EXPECT_NE(move(path("target"), path("outside")), 0);
-    EXPECT_NE(move(path("target"), path("no/directory")), 0);
-    EXPECT_NE(move(path("missing"), path("x")), 0);
+    EXPECT_TRUE(move(path("target"), path("outside")) != 0 &&
+                move(path("target"), path("no/directory")) != 0 &&
+                move(path("missing"), path("x")) != 0);
     const auto open = p.open(make("three", "3"), OpenMode::ReadExisting); // by whomever
     EXPECT_EQ(p.rename(path("three"), path("target")), 0);
     EXPECT_EQ(p.rename(path("outside"), path("moved")), 0);
@@ -223,22 +219,7 @@ TEST_F(PlatformTest, RemovingTreesAndMoving) {
     }
 }
 
-TEST_F(PlatformTest, OnlyWhatIsSurelyMissingDoesNotExist) {
-    make("file");
-    EXPECT_TRUE(p.exists(path("file")) && p.exists(m_dir.path()));
-    for (const std::string& name : {std::string("none"), std::string("no/directory"),
-                                    std::string("file/below"), std::string(300, 'n')}) {
-        EXPECT_FALSE(p.exists(path(name))) << name;
-    }
-    std::error_code noLinks;
-    fs::create_symlink(path("b"), path("a"), noLinks);
-    fs::create_symlink(path("a"), path("b"), noLinks);
-    if (!noLinks && !g_isWindows) {
-        EXPECT_TRUE(p.exists(path("a"))) << "links in a circle lead to no answer";
-    }
-}
-
-TEST_F(PlatformTest, ClocksAndNamedEvents) {
+TEST_F(PlatformTest, ClocksLocksAndNames) {
     const std::time_t before = std::time(nullptr);
     const LocalTime time = p.localTime();
     std::tm fields = *std::localtime(&before); // for its daylight saving
@@ -250,15 +231,19 @@ TEST_F(PlatformTest, ClocksAndNamedEvents) {
     const uint32_t tick = p.tickCount();
     p.sleep(60);
     EXPECT_LT(p.tickCount() - tick - 40, 5000U);
-    const std::string name = "Global\\KestrineTest" + std::to_string(tick);
     std::unique_ptr<NamedEvent> first;
     std::unique_ptr<NamedEvent> second;
+    ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
+    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::HeldByAnother);
+    EXPECT_EQ(first->close(), 0);
+    EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::Locked);
+    EXPECT_EQ(p.lockFile(path("no/lock"), first), LockResult::Failed);
+    const std::string name = "Global\\KestrineTest" + std::to_string(tick);
     ASSERT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
     ASSERT_EQ(p.createNamedEvent(name, second), NamedEventResult::AlreadyExists);
     EXPECT_EQ(second->close() + first->close() + first->close(), 0);
     EXPECT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
-    first.reset();
-    EXPECT_EQ(p.createNamedEvent(std::string(70000, 'n'), first), NamedEventResult::CreateFailed);
+    EXPECT_EQ(p.createNamedEvent(std::string(70000, 'n'), second), NamedEventResult::CreateFailed);
 }
 
 } // namespace

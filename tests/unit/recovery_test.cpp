@@ -1,4 +1,5 @@
 #include "recovery/exception_check.h"
+#include "recovery/file_check.h"
 #include "recovery/period_check.h"
 #include "storage/formal_file.h"
 #include "support/choices.h"
@@ -200,6 +201,52 @@ TEST_F(RecoveryTest, FilesThatContradictEachOther) {
         const auto settled = m_disk.files;
         ASSERT_EQ(PeriodCheck(g_accountDir).check(), 0);
         EXPECT_EQ(difference(m_disk.files, settled), "");
+    }
+}
+
+// A disk whose files have times, by the ends of their paths.
+struct DatedDisk : ForwardingPlatform {
+    int64_t boot = 0;
+    std::vector<std::pair<std::string, int64_t>> times;
+    int64_t bootTime() override { return boot; }
+    int info(const std::string& path, FileInfo& info) override {
+        for (const auto& [ending, time] : times) {
+            info.modified = path.ends_with(ending) ? time : info.modified;
+        }
+        return ForwardingPlatform::info(path, info);
+    }
+};
+
+// Seconds before now of the start, the file, a list and the set, the list of all, and the result.
+TEST_F(RecoveryTest, WhatIsSurelyWholeIsNotRead) {
+    constexpr int64_t month = int64_t{35} * 86400;
+    const std::tuple<int64_t, int64_t, int64_t, int64_t, const char*, int> cases[] = {
+        {10000, 6400, 6300, 6240, "all", 2},
+        {9999, 6400, 6300, 6240, "all", 0},  // soon after the start
+        {10000, 6400, 6300, 6239, "all", 0}, // the set was changed later
+        {10000, 6400, 6300, 6301, "all", 0}, // the list was
+        {10000, 6400, 6401, 6390, "all", 0}, // a list of another file
+        {10000, 6400, 6300, 6240, "2", 0},
+        {10000, 600, 600, 600, "all", 2},
+        {10000, 599, 599, 599, "all", 0}, // a moment ago
+        {10000, month, 600, 600, "all", 2},
+        {10000, month - 1, 600, 600, "all", 0}};
+    for (const auto& [boot, file, list, set, all, result] : cases) {
+        SCOPED_TRACE(testing::PrintToString(std::tuple(boot, file, list, set)));
+        m_disk.files.clear();
+        putHeld(dayFile(g_date), 1);
+        const std::string lists = names::topDir(names::dayDir(g_accountDir, g_date));
+        m_disk.files[lists + "/1.top"] = m_disk.files[lists + "/" + all + ".top"] = {};
+        const int64_t now = *m_clock.seconds;
+        DatedDisk disk;
+        const ScopedPlatform scope(disk);
+        disk.boot = now - boot;
+        disk.times = {{"daycrcsort", now - file},
+                      {"/topn", now - set},
+                      {".top", now - file},
+                      {"1.top", now - list}};
+        EXPECT_EQ(checkFile(dayFile(g_date), g_dayStatusType), result);
+        EXPECT_EQ(checkFile(dayFile(g_date), g_dayStatusType, Reading::Always), 0);
     }
 }
 

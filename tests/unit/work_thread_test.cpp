@@ -1,6 +1,9 @@
 #include "service/directory_guard.h"
-#include "support/forwarding_platform.h"
+#include "service/work_thread.h"
+#include "support/stat_tree.h"
 #include "support/temp_dir.h"
+#include "worldgen/dat_file.h"
+#include "worldgen/install.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +18,13 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
     dir.write("install/ml/kestrine");
     dir.write("data/log_data/alice/devid_1/20120303/A/0/0.dat");
     dir.write("stat/alice/20120303/daycrcsort");
-    for (const std::string& path :
-         {std::string(), std::string("/"), std::string("/."), dir.path(), dir / "data",
-          dir / "data/", dir / "data/log_data", dir / "stat", dir / "data/log_data/.",
-          dir / "stat/x/..", dir / "stat/../stat", dir / "mem/../data//log_data", dir / "install",
-          dir / "install/ml", dir / "data/log_data/alice", dir / "data/log_data/alice/devid_1",
-          dir / "stat/alice", dir / "stat/alice/20120303"}) {
+    for (const char* const name :
+         {"", "data", "data/", "data/log_data", "stat", "data/log_data/.", "stat/x/..",
+          "stat/../stat", "mem/../data//log_data", "install", "data/log_data/alice/devid_1",
+          "stat/alice", "stat/alice/20120303", "install/ml", "data/log_data/alice"}) {
+        EXPECT_FALSE(mayBeMemoryDisk(dir / name, data, stat)) << name;
+    }
+    for (const std::string& path : {std::string(), std::string("/"), std::string("/.")}) {
         EXPECT_FALSE(mayBeMemoryDisk(path, data, stat)) << path;
     }
     for (const std::string& path : {dir / "mem", dir / "data/log_data/_memdisk", dir / "statx",
@@ -36,8 +40,8 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
          {"mem/file", "mem/bob/file", "mem/bob/20121231/x", "mem/bob/20121231/1.temp/x",
           "mem/bob/20121231/1 list.temp", "mem/bob/2012/file", "mem/.x/y"}) {
         dir.write(other);
-        EXPECT_FALSE(mayBeMemoryDisk(dir / "mem", data, stat)) << other;
-        EXPECT_FALSE(holdsOnlySpillFiles(dir / "mem")) << other;
+        EXPECT_FALSE(mayBeMemoryDisk(dir / "mem", data, stat) || holdsOnlySpillFiles(dir / "mem"))
+            << other;
         std::filesystem::remove(dir / other);
         std::error_code notEmpty;
         std::filesystem::remove(std::filesystem::path(dir / other).parent_path(), notEmpty);
@@ -45,10 +49,8 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
     std::error_code none;
     std::filesystem::create_directory_symlink(dir / "install", dir / "link", none);
     std::filesystem::create_directory_symlink(dir / "stat", dir / "mem/bob/20130101", none);
-    if (!none) {
-        EXPECT_FALSE(mayBeMemoryDisk(dir / "link", data, stat));
-        EXPECT_FALSE(mayBeMemoryDisk(dir / "link/ml", data, stat));
-        EXPECT_FALSE(mayBeMemoryDisk(dir / "mem", data, stat));
+    for (const char* const name : {"link", "link/ml", "mem"}) {
+        EXPECT_TRUE(none || !mayBeMemoryDisk(dir / name, data, stat)) << name;
     }
 }
 
@@ -69,6 +71,82 @@ TEST(DirectoryGuard, RootAndLengths) {
     EXPECT_TRUE(leavesRoomForNames(path(190), path(140)));
     EXPECT_FALSE(leavesRoomForNames(path(239), path(140)));
     EXPECT_FALSE(leavesRoomForNames(path(100), path(209)));
+}
+
+// Keeps when which lines about the loop were said; its paths are what they seem.
+struct Listener : test::ForwardingPlatform {
+    explicit Listener(const uint64_t& slept) : m_slept(slept) {}
+    std::string said; // seconds and first word
+    void writeConsole(std::string_view line, bool) override {
+        const std::string text(line.substr(line.find(' ', line.find(' ') + 1) + 1));
+        if (text.starts_with("account ") || text.starts_with("deal with account ") ||
+            text.find("s elapsed, wait") < 6 || text.find("s elasped, check") < 6) {
+            said += std::to_string(m_slept / 1000) + ":" + text.substr(0, text.find(' ')) + " ";
+        }
+    }
+    std::string resolvedPath(const std::string& path) override { return path; }
+    LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
+
+private:
+    const uint64_t& m_slept;
+};
+
+class WorkThreadTest : public test::StatTree {
+protected:
+    void put(const std::string& path, const std::string& text) {
+        m_disk.files[path] = {text.begin(), text.end()};
+    }
+};
+
+// It waits for a first account, and looks once more after more than an hour: what is to be deleted
+// goes, and a new account is checked and counted.
+TEST_F(WorkThreadTest, LoopsByTheClock) {
+    Listener listener(m_clock.slept);
+    const test::ScopedPlatform scope(listener);
+    put("config/urlstat.ini", "[urlstat]\nsleepTime=3000\nurlStatRoot=/t/stat\n"
+                              "memoryDiskPath=/t/mem\n");
+    Configuration::resetInstance();
+    m_clock.executable = "/t/ml/kestrine";
+    m_clock.ticks = 5;
+    put("/t/mysql_path.ini", "[mysql]\nlogdatapath=/t\n");
+    const std::string accounts = "/t/ml/config/syncaccount.dat";
+    put(accounts, worldgen::accountFileBytes({}, false));
+    const std::string deleted[] = {"/t/stat/_delete_a/x", "/t/stat/acc/_delete_20120101/x"};
+    const std::string half = "/t/stat/other/new/20120304/5.daycrcsortnew.temp";
+    std::string there; // of these three, in the pause after each pass
+    m_clock.onSleep = [&] {
+        const uint64_t at = m_clock.slept;
+        if (at == 3630000 || at == 4000000) {
+            put(accounts, worldgen::accountFileBytes(
+                              at < 4000000 ? std::vector<std::string>{"\\acc"}
+                                           : std::vector<std::string>{"\\acc", "\\other"},
+                              false));
+            put(deleted[0], "");
+            put(deleted[1], "");
+        } else if (at == 3661000 || at == 7000000 || at == 9662000) {
+            for (const std::string& path : {deleted[0], deleted[1], half}) {
+                there += m_disk.files.contains(path) ? '1' : '0';
+            }
+            put(half, "");
+            // The second pass comes after an hour, the third a millisecond later.
+            *m_clock.ticks += at == 3661000 ? 599500U : 0U - 3000499U;
+            g_isRunning = at == 9662000 ? 0 : 1;
+        }
+    };
+    worldgen::DatFile log;
+    put("/t/log_data/other/devid_1/20120303/A/0/0.dat",
+        log.add(worldgen::Block().visit("host", 1, 1)).bytes());
+    WorkThread thread(settings());
+    ASSERT_EQ(thread.init(), 0);
+    ASSERT_EQ(thread.run(), 0);
+    EXPECT_EQ(listener.said,
+              "0:account 3600:account 3660:account 3660:3600s 3660:deal 3660:0s 4660:1000s "
+              "5660:2000s 6660:3000s 6660:deal 6660:0s 7660:1000s 8660:2000s 9660:3000s 9661:3600s "
+              "9661:account 9661:deal 9661:deal 9661:0s ");
+    EXPECT_EQ(there, "000111000");
+    EXPECT_TRUE(m_disk.exists("/t/stat/other/20120303/daycrcsort"));
 }
 
 } // namespace
