@@ -137,6 +137,25 @@ TEST_F(NewDataTest, NodeIsDueWhenTheNextFileExists) {
     }
 }
 
+// The damaged file lies in "debug". The call fails once where new-day files wait, and the next one
+// goes by what is left.
+TEST_F(NewDataTest, DamagedStatusIsSetAside) {
+    const std::string pending = g_new + "4.daycrcsortnew";
+    for (const auto& [file, backup] : {std::pair{g_day, true}, {g_day, false}, {pending, false}}) {
+        files.clear();
+        put({"devid_1/20120303/A/0/5.dat", "devid_1/20120303/A/0/7.dat"});
+        writeStatus(g_day, 3, {{"devid_1", 4, 40}});
+        writeStatus(pending, 4, {{"devid_1", 6, 60}});
+        writeStatus(names::backupOf(g_day), 2, backup ? Nodes{{"devid_1", 2, 20}} : Nodes());
+        files[file][files[file].size() - 9] ^= 1; // last byte of the last entry
+        const Bytes damaged = files[file];
+        EXPECT_EQ(due(), Lines{"failed"});
+        EXPECT_EQ(files.contains(file), backup);
+        EXPECT_EQ(files.lower_bound("stat/debug/20120303/")->second, damaged);
+        EXPECT_EQ(due(), Lines{file == g_day ? "devid_1/20120303 6 60" : "devid_1/20120303 4 40"});
+    }
+}
+
 TEST_F(NewDataTest, PathsAtTheLimit) {
     const size_t room = g_maxPath - (g_account + "//20120303/A/0/0.dat").size();
     const std::string longest = "devid_2" + std::string(room - 7, 'x');
