@@ -10,15 +10,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    int code;
-    Lines lines;
-};
-
-Result run(const std::string& program, const std::vector<std::string>& arguments) {
-    ServiceProcess process(program, arguments, fs::temp_directory_path().string());
-    const int code = process.wait();
-    return {code, process.lines()};
+Answer run(const std::string& program, const Lines& arguments) {
+    return test::run(program, arguments, fs::temp_directory_path().string());
 }
 
 // Takes in the file of totals, "account date type visits host" lines, and returns the visits.
@@ -50,7 +43,7 @@ TEST(Tools, TotalsOfMklogdataAreWhatTheServiceCounts) {
                               "--files-per-node", "2", "--long-node-files", "0", "--seed", "7"});
     const Lines second = with({"--append", "--visits", "1000", "--files-per-node", "1"});
     for (const auto& [arguments, visits] : {std::pair(first, 3000), std::pair(second, 1000)}) {
-        const Result made = run(MKLOGDATA_PROGRAM, arguments);
+        const Answer made = run(MKLOGDATA_PROGRAM, arguments);
         ASSERT_EQ(made.code, 0) << testing::PrintToString(made.lines);
         EXPECT_EQ(countLines(made.lines, "total visits " + std::to_string(visits)), 1)
             << testing::PrintToString(made.lines);
@@ -79,13 +72,13 @@ TEST(Tools, UrlstatShowsFilesAndTellsGoodFromDamaged) {
         const std::string path = world.statRoot() + "/" + name;
         const auto total = std::ranges::find_if(
             expected, [](const std::string& line) { return line.starts_with("total "); });
-        const Result dump = run(URLSTAT_PROGRAM, {"dump", path});
+        const Answer dump = run(URLSTAT_PROGRAM, {"dump", path});
         EXPECT_EQ(dump.code, 0);
         EXPECT_EQ(dump.lines, Lines(expected.begin(), total)) << name;
-        const Result top = run(URLSTAT_PROGRAM, {"top", path, "-n", "7"});
+        const Answer top = run(URLSTAT_PROGRAM, {"top", path, "-n", "7"});
         EXPECT_EQ(top.code, 0);
         EXPECT_EQ(top.lines.size(), 8u) << name;
-        const Result status = run(URLSTAT_PROGRAM, {"status", path});
+        const Answer status = run(URLSTAT_PROGRAM, {"status", path});
         EXPECT_EQ(status.code, 0);
         EXPECT_EQ(countLines(status.lines, "visits       " + total->substr(6)), 1) << name;
 
