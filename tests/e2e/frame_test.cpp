@@ -68,7 +68,6 @@ TEST(Frame, RefusesToStart) {
     ServiceWorld world;
     world.generate(tinyWorld(300));
     const std::string dataPathFile = world.dir() / "install/mysql_path.ini";
-    const std::string accountFile = worldgen::accountFilePath(world.dir().path()).string();
     const auto refuses = [&](const std::string& line) {
         const auto [code, lines] = run(world.program(), {"--check"}, world.programDir());
         EXPECT_EQ(code, 1);

@@ -70,7 +70,7 @@ TEST(Passes, RoundsOfNewLogDataAreAddedWhileRunning) {
 }
 
 // The memory disk keeps 1024 K free.
-TEST(Passes, TinyBudgetsLoseNothing) {
+TEST(TinyBudgets, LoseNothing) {
     const std::string giant(3000, 'g'); // longer than the smallest budget
     const struct {
         Settings settings;

@@ -30,29 +30,17 @@ uint64_t choice(const char* name, uint64_t standard) {
     return given != nullptr ? std::strtoull(given, nullptr, 10) : standard;
 }
 
-struct Ending {
-    const char* name;
-    uint64_t times;
-    std::optional<StopRequest> request; // none: a kill
-};
-
-class Random : public testing::TestWithParam<Ending> {};
-
-// New logs keep coming in between. The service must start again every time, and nothing that it
-// left behind may count twice, be lost, or be taken for damaged.
-TEST_P(Random, EndsLoseNothing) {
-    const std::optional<StopRequest> request = GetParam().request;
-    if (request && !ChildProcess::canRequest(*request)) {
-        GTEST_SKIP() << "here the request is the closing of a console window, which only its user "
-                        "and the system can bring about";
-    }
+// Ends passes at random moments; no request stands for a kill. New logs keep coming in between. The
+// service must start again every time, and nothing that it left behind may count twice, be lost, or
+// be taken for damaged.
+void endAtRandom(uint64_t times, std::optional<StopRequest> request) {
     const uint64_t seed = choice("KESTRINE_SEED", 1);
     SCOPED_TRACE("KESTRINE_SEED=" + std::to_string(seed));
     std::mt19937_64 random(seed);
     ServiceWorld world(Settings{{"maxHashMemory", "16"}});
     world.generate(tinyWorld(6000));
     const Microseconds whole = timeOnePass(world);
-    for (uint64_t i = 0, last = choice("KESTRINE_ROUNDS", GetParam().times); i < last; ++i) {
+    for (uint64_t i = 0, last = choice("KESTRINE_ROUNDS", times); i < last; ++i) {
         if (i % 3 == 0) {
             worldgen::WorldSettings more = tinyWorld(request ? 4000 : 1500);
             more.newDays = i % 100 == 15 ? 1 : 0;
@@ -84,12 +72,26 @@ TEST_P(Random, EndsLoseNothing) {
     EXPECT_TRUE(world.setAside().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Stop, Random,
-                         testing::Values(Ending{"Interrupt", 50, StopRequest::Interrupt},
-                                         Ending{"Terminate", 50, StopRequest::Terminate},
-                                         Ending{"HangUp", 50, StopRequest::HangUp},
-                                         Ending{"Kill", 300, std::nullopt}),
-                         [](const auto& ending) { return ending.param.name; });
+TEST(Kill, AtRandomMomentsHundredsOfTimesLosesNothing) {
+    endAtRandom(300, std::nullopt);
+}
+
+class RandomStop : public testing::TestWithParam<StopRequest> {};
+
+TEST_P(RandomStop, AtAnyMomentEndsInOrderAndLosesNothing) {
+    if (!ChildProcess::canRequest(GetParam())) {
+        GTEST_SKIP() << "here the request is the closing of a console window, which only its user "
+                        "and the system can bring about";
+    }
+    endAtRandom(50, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Signal, RandomStop,
+                         testing::Values(StopRequest::Interrupt, StopRequest::Terminate,
+                                         StopRequest::HangUp),
+                         [](const auto& request) {
+                             return std::to_string(static_cast<int>(request.param));
+                         });
 
 // Right behind the line that says so, the handler stands.
 TEST(Stop, AnEarlyRequestIsKept) {
@@ -117,7 +119,7 @@ TEST(Stop, ASecondRequestEndsTheServiceAtOnce) {
 }
 
 // Also stops the first one in the middle of a long pause.
-TEST(Stop, ASecondInstanceIsRefusedAndChangesNothing) {
+TEST(Instance, ASecondOneIsRefusedAndChangesNothing) {
     ServiceWorld world(Settings{{"sleepTime", "600"}});
     world.generate(tinyWorld(500));
     const auto service = world.start();
