@@ -1,8 +1,4 @@
 // The account file in both layouts, and the accounts that the service makes of it.
-//
-//   input   bits 0, 1  form: 0, 1 the file's bytes as they are
-//   byte 0                   2, 3 names, put into a file of the current or the older layout
-//   rest    bytes, or names of the length in front of each
 #include "input/account_file.h"
 #include "harness/fuzz_platform.h"
 #include "input/abstract_new_data.h"
@@ -17,26 +13,7 @@ namespace {
 
 constexpr const char* g_file = "/opt/product/ml/config/syncaccount.dat";
 constexpr size_t g_headerSize = 16;
-constexpr size_t g_nameOffset = 40;
 constexpr size_t g_nameSize = 36;
-constexpr int32_t g_mostNames = 20;
-
-// The front of the writer's file, with the names of the input written over.
-Bytes fileOf(InputReader& input, bool older) {
-    static const std::vector<std::string> names(g_mostNames, "\\a");
-    static const std::string all[] = {worldgen::accountFileBytes(names, false),
-                                      worldgen::accountFileBytes(names, true)};
-    Bytes file(all[older ? 1 : 0].begin(), all[older ? 1 : 0].end());
-    const size_t size = older ? AccountRecord::g_olderSize : AccountRecord::g_size;
-    size_t count = 0;
-    for (; !input.empty() && count < g_mostNames; ++count) {
-        const ByteView name = input.take(input.byte() % (g_nameSize + 1));
-        std::ranges::copy(name, file.data() + g_headerSize + count * size + g_nameOffset);
-    }
-    storeLittle(file.data() + 4, static_cast<uint32_t>(count));
-    file.resize(g_headerSize + count * size);
-    return file;
-}
 
 void load() {
     const Bytes before = disk().content(g_file);
@@ -85,25 +62,20 @@ void checkAccounts() {
 } // namespace
 
 void runInput(ByteView bytes) {
-    InputReader input(bytes);
-    const uint8_t form = input.byte() & 3;
-    if (form >= 2) {
-        disk().put(g_file, fileOf(input, form == 3));
-    } else {
-        disk().put(g_file, input.takeAll());
-    }
+    disk().put(g_file, bytes);
     load();
     checkAccounts();
 }
 
 std::vector<std::string> makeSeeds() {
-    std::string names;
-    for (const std::string name : {"\\alice", "\\b\\c", "\\..", "/alice", "", "\\", "\\x/",
-                                   "\\0123456789012345678901234567890123"}) {
-        names += static_cast<char>(name.size()) + name;
-    }
-    return {std::string(1, '\0') + worldgen::accountFileBytes({"\\a", "\\b"}, false),
-            '\1' + worldgen::accountFileBytes({"\\a", "\\b"}, true), '\2' + names, '\3' + names};
+    const std::vector<std::string> names = {"\\alice",
+                                            "\\b\\c",
+                                            "\\..",
+                                            "/alice",
+                                            "\\",
+                                            "\\x/",
+                                            "\\0123456789012345678901234567890123"};
+    return {worldgen::accountFileBytes(names, false), worldgen::accountFileBytes(names, true)};
 }
 
 } // namespace kestrine::fuzz

@@ -17,8 +17,13 @@ namespace {
 
 constexpr int g_endedBySignal = 1000;
 
-[[noreturn]] void refuse(const char* call) {
-    throw std::system_error(errno, std::generic_category(), call);
+// The result of a call that did not fail. No handler interrupts one.
+template <typename Result>
+Result sure(const char* call, Result result) {
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), call);
+    }
+    return result;
 }
 
 // Between fork and exec only system calls are allowed.
@@ -40,45 +45,27 @@ public:
         }
         pointers.push_back(nullptr);
         int ends[2];
-        if (::pipe2(ends, O_CLOEXEC) != 0) {
-            refuse("pipe2");
-        }
-        m_pid = ::fork();
+        sure("pipe2", ::pipe2(ends, O_CLOEXEC));
+        m_pid = sure("fork", ::fork());
         if (m_pid == 0) {
             becomeProgram(pointers.data(), directory.c_str(), ends[1]);
         }
         m_output = ends[0];
         ::close(ends[1]);
-        if (m_pid < 0) {
-            refuse("fork");
-        }
     }
     ~LinuxChild() override {
-        if (!m_status) {
-            ::kill(m_pid, SIGKILL);
-            ::waitpid(m_pid, nullptr, 0);
-        }
+        LinuxChild::kill();
+        LinuxChild::wait();
         ::close(m_output);
     }
     size_t read(std::span<char> buffer) override {
-        ssize_t size = 0;
-        while ((size = ::read(m_output, buffer.data(), buffer.size())) < 0) {
-            if (errno != EINTR) {
-                refuse("read");
-            }
-        }
-        return static_cast<size_t>(size);
+        return static_cast<size_t>(sure("read", ::read(m_output, buffer.data(), buffer.size())));
     }
     void request(StopRequest request) override { signal(static_cast<int>(request)); }
     void kill() override { signal(SIGKILL); }
     int wait() override {
-        int status = 0;
-        while (!m_status && ::waitpid(m_pid, &status, 0) < 0) {
-            if (errno != EINTR) {
-                refuse("waitpid");
-            }
-        }
-        if (!m_status) {
+        if (int status = 0; !m_status) {
+            sure("waitpid", ::waitpid(m_pid, &status, 0));
             m_status = status;
         }
         return WIFEXITED(*m_status) ? static_cast<int8_t>(WEXITSTATUS(*m_status))
@@ -87,8 +74,8 @@ public:
 
 private:
     void signal(int number) {
-        if (!m_status && ::kill(m_pid, number) != 0) {
-            refuse("kill");
+        if (!m_status) {
+            sure("kill", ::kill(m_pid, number));
         }
     }
 

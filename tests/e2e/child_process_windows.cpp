@@ -10,8 +10,10 @@ namespace {
 
 constexpr UINT g_killed = 1000;
 
-[[noreturn]] void refuse(const char* call) {
-    throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), call);
+void sure(const char* call, bool good) {
+    if (!good) {
+        throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), call);
+    }
 }
 
 struct CloseIt {
@@ -24,20 +26,9 @@ Handle makeJob() {
     Handle job(CreateJobObjectA(nullptr, nullptr));
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    if (!job || !SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits,
-                                         sizeof limits)) {
-        refuse("job");
-    }
+    sure("job", job && SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation,
+                                               &limits, sizeof limits));
     return job;
-}
-
-// Arguments of tests hold no quotation marks.
-std::string commandLine(const std::string& program, const std::vector<std::string>& arguments) {
-    std::string line = "\"" + program + "\"";
-    for (const std::string& argument : arguments) {
-        line += " \"" + argument + "\"";
-    }
-    return line;
 }
 
 BOOL WINAPI ignoreEvent(DWORD) {
@@ -46,15 +37,12 @@ BOOL WINAPI ignoreEvent(DWORD) {
 
 class WindowsChild final : public ChildProcess {
 public:
-    WindowsChild(const std::string& program, const std::vector<std::string>& arguments,
-                 const std::string& directory)
-        : m_job(makeJob()) {
+    // `line` is the command line.
+    WindowsChild(const std::string& program, std::string line, const std::string& directory) {
         SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
         HANDLE readEnd = nullptr;
         HANDLE writeEnd = nullptr;
-        if (!CreatePipe(&readEnd, &writeEnd, &inherited, 0)) {
-            refuse("CreatePipe");
-        }
+        sure("CreatePipe", CreatePipe(&readEnd, &writeEnd, &inherited, 0));
         m_output.reset(readEnd);
         const Handle output(writeEnd);
         SetHandleInformation(readEnd, HANDLE_FLAG_INHERIT, 0);
@@ -63,30 +51,25 @@ public:
         startup.dwFlags = STARTF_USESTDHANDLES;
         startup.hStdOutput = startup.hStdError = writeEnd;
         PROCESS_INFORMATION started{};
-        std::string line = commandLine(program, arguments);
         // A console of its own, so that a console event reaches no other process.
-        if (!CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE,
-                            CREATE_NO_WINDOW | CREATE_SUSPENDED, nullptr, directory.c_str(),
-                            &startup, &started)) {
-            refuse("CreateProcess");
-        }
+        sure("CreateProcess", CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE,
+                                             CREATE_NO_WINDOW | CREATE_SUSPENDED, nullptr,
+                                             directory.c_str(), &startup, &started));
         m_process.reset(started.hProcess);
         m_id = started.dwProcessId;
         const Handle thread(started.hThread);
         if (!AssignProcessToJobObject(m_job.get(), started.hProcess)) {
             TerminateProcess(started.hProcess, g_killed);
-            refuse("AssignProcessToJobObject");
+            sure("AssignProcessToJobObject", false);
         }
         ResumeThread(started.hThread);
     }
     ~WindowsChild() override { TerminateJobObject(m_job.get(), g_killed); }
     size_t read(std::span<char> buffer) override {
         DWORD size = 0;
-        if (!ReadFile(m_output.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &size,
-                      nullptr) &&
-            GetLastError() != ERROR_BROKEN_PIPE) {
-            refuse("ReadFile");
-        }
+        sure("ReadFile", ReadFile(m_output.get(), buffer.data(), static_cast<DWORD>(buffer.size()),
+                                  &size, nullptr) ||
+                             GetLastError() == ERROR_BROKEN_PIPE);
         return size;
     }
     // Only processes that share a console can send each other its events. A process that just
@@ -95,31 +78,25 @@ public:
         SetConsoleCtrlHandler(ignoreEvent, TRUE);
         FreeConsole();
         for (int tries = 0; !AttachConsole(m_id); ++tries) {
+            sure("AttachConsole", tries < 50);
             if (WaitForSingleObject(m_process.get(), 100) == WAIT_OBJECT_0) {
                 return;
             }
-            if (tries == 50) {
-                refuse("AttachConsole");
-            }
         }
-        if (!GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)) {
-            refuse("GenerateConsoleCtrlEvent");
-        }
+        sure("GenerateConsoleCtrlEvent", GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
         FreeConsole();
     }
     // Commands that the program runs go with it: one that is just starting would wait for ever.
     void kill() override { TerminateJobObject(m_job.get(), g_killed); }
     int wait() override {
         DWORD code = 0;
-        if (WaitForSingleObject(m_process.get(), INFINITE) != WAIT_OBJECT_0 ||
-            !GetExitCodeProcess(m_process.get(), &code)) {
-            refuse("WaitForSingleObject");
-        }
+        sure("wait", WaitForSingleObject(m_process.get(), INFINITE) == WAIT_OBJECT_0 &&
+                         GetExitCodeProcess(m_process.get(), &code));
         return static_cast<int>(code);
     }
 
 private:
-    Handle m_job;
+    Handle m_job = makeJob();
     Handle m_output;
     Handle m_process;
     DWORD m_id = 0;
@@ -127,10 +104,15 @@ private:
 
 } // namespace
 
+// Arguments of tests hold no quotation marks.
 std::unique_ptr<ChildProcess> ChildProcess::start(const std::string& program,
                                                   const std::vector<std::string>& arguments,
                                                   const std::string& directory) {
-    return std::make_unique<WindowsChild>(program, arguments, directory);
+    std::string line = "\"" + program + "\"";
+    for (const std::string& argument : arguments) {
+        line += " \"" + argument + "\"";
+    }
+    return std::make_unique<WindowsChild>(program, std::move(line), directory);
 }
 
 // A console can be closed by its user and by the system, not by a program without a window.

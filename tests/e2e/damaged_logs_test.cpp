@@ -1,26 +1,16 @@
-// Damaged log files: what lies before the damage and in later files counts, the rest of a damaged
-// file does not, and nothing is read twice.
+// Damaged, unfinished and late log files: what lies before the damage and in later files counts,
+// the rest of a damaged file does not, and nothing is read twice.
 #include "service_world.h"
-
-#include "worldgen/install.h"
 
 namespace kestrine::test {
 namespace {
 
 using worldgen::Block;
 using worldgen::DatFile;
-using worldgen::Record;
 
 constexpr int g_date = 20121230;
+constexpr int g_noDate = 20121399; // none of the calendar, so in no week and no month
 constexpr uint32_t g_type = 3;
-
-// What is wrong with a file of three blocks: visits to before.HOST, the damage with visits to
-// never.HOST, and visits to never.HOST.
-struct Damage {
-    const char* name;
-    bool headerGood; // so that the file counts as read
-    std::function<DatFile(const std::string& host)> make;
-};
 
 Block blockOf(const std::string& host, bool compressed = false) {
     Block block;
@@ -28,186 +18,91 @@ Block blockOf(const std::string& host, bool compressed = false) {
     return block.visit(host, g_type, 2);
 }
 
-Record visitRecord(const std::string& host) {
-    return {worldgen::visitPayload(host, g_type), worldgen::userBufferRecord, {}, {}};
-}
-
-DatFile goodFile(const std::string& host) {
-    return DatFile().add(blockOf(host, true)).add(blockOf(host));
-}
-
-// The damaged block in the middle.
-auto inBlock(const std::function<void(Block&)>& damage, bool compressed = false) {
-    return [=](const std::string& host) {
-        Block block = blockOf("never." + host, compressed);
-        damage(block);
-        return DatFile()
-            .add(blockOf("before." + host, true))
-            .add(block)
-            .add(blockOf("never." + host));
-    };
-}
-
-// A damaged record in the middle of a block: the records before it have been delivered already.
-auto inRecord(const std::function<void(Record&)>& damage, bool compressed) {
-    return [=](const std::string& host) {
-        Record record = visitRecord("never." + host);
-        damage(record);
-        Block block;
-        block.compressed = compressed;
-        block.visit("before." + host, g_type, 2).add(record).visit("never." + host, g_type);
-        return DatFile().add(block).add(blockOf("never." + host));
-    };
-}
-
-// Without its last bytes.
-auto cut(size_t missing) {
-    return [=](const std::string& host) {
-        DatFile file = DatFile().add(blockOf("before." + host));
-        const size_t size = file.bytes().size();
-        file.add(blockOf("never." + host));
-        return file.truncate(missing == 0 ? size + 31 : file.bytes().size() - missing);
-    };
-}
-
-auto badHeader(const std::function<void(DatFile&)>& damage) {
-    return [=](const std::string& host) {
-        DatFile file = goodFile("never." + host);
-        damage(file);
-        return file;
-    };
-}
-
-const std::vector<Damage>& damages() {
-    static const std::vector<Damage> all = {
-        {"crc", true, inRecord([](Record& r) { r.crc = 1; }, false)},
-        {"crc-compressed", true, inRecord([](Record& r) { r.crc = 1; }, true)},
-        {"record-too-long", true, inRecord([](Record& r) { r.length = 100000; }, false)},
-        {"record-near-4g", true, inRecord([](Record& r) { r.length = 0xFFFFFFF5u; }, true)},
-        {"block-type", true, inBlock([](Block& b) { b.blockType = 7; })},
-        {"block-flag", true, inBlock([](Block& b) { b.flag = 2; })},
-        {"block-size", true, inBlock([](Block& b) { b.blockSize = 2097153; }, true)},
-        {"raw-size", true, inBlock([](Block& b) { b.rawSize = 2097153; })},
-        {"raw-size-off-by-one", true,
-         inBlock([](Block& b) { b.rawSize = uint32_t(b.raw.size() + 1); }, true)},
-        {"no-zlib", true, inBlock([](Block& b) { b.payload = std::string(90, 'z'); }, true)},
-        {"cut-payload", true, cut(1)},
-        {"cut-block-header", true, cut(0)},
-        {"magic", false, badHeader([](DatFile& f) { f.magic(0xABCDABCCu); })},
-        {"cut-header", false, badHeader([](DatFile& f) { f.truncate(27); })},
-        {"empty", false, badHeader([](DatFile& f) { f.truncate(0); })},
-    };
-    return all;
-}
-
-class DamagedLogs : public testing::Test {
-protected:
-    DamagedLogs() { m_world.makeAccounts({"alice"}); }
-
-    void write(const DatFile& file, int device, int number, int date = g_date) {
-        file.write(m_world.node("alice", device, date), number);
-    }
-    void expect(const std::string& host, uint64_t times, int date = g_date) {
-        m_world.expected().visit("alice", date, host, g_type, times);
-    }
-    void expectNode(int device, int newest, int date = g_date) {
-        m_world.expected().node("alice", device, date, newest);
-    }
-    // Log data is damaged on purpose: error lines are no reason to fail.
-    testing::AssertionResult passes(int number) {
-        const auto service = m_world.start();
-        if (!service->waitForPause(number)) {
-            return testing::AssertionFailure() << service->tail();
+// A (g)ood file, of four visits to the host; one with a bad (c)rc behind them, or a bad (t)ype of
+// block or a (u)nfinished one behind two; one with nothing to (s)ee; and ones that cannot be read:
+// (m)agic number, (h)alf a header, (e)mpty.
+DatFile fileOf(char kind, const std::string& host) {
+    const std::string never = "never." + host;
+    if (kind == 's') {
+        Block skipped;
+        for (int i = 0; i < worldgen::skipKindCount; ++i) {
+            skipped.add(makeSkipped(worldgen::SkipKind(i), never, g_type));
         }
-        return m_world.stop(*service);
+        return DatFile().add(skipped);
     }
+    Block block = blockOf(kind == 'g' || kind == 'c' ? host : never, kind != 'u');
+    if (kind == 'c') {
+        block.add({worldgen::visitPayload(never, g_type), worldgen::userBufferRecord, {}, 1});
+    }
+    block.blockType = kind == 't' ? 7 : 1;
+    DatFile file = DatFile().add(blockOf(host)).add(block);
+    switch (kind) {
+    case 'g':
+        return file;
+    case 'u':
+        return file.truncate(file.bytes().size() - 1);
+    case 'm':
+        return file.magic(0xABCDABCCu);
+    case 'h':
+        return file.truncate(27);
+    case 'e':
+        return file.truncate(0);
+    default:
+        return file.add(blockOf(never));
+    }
+}
 
-    ServiceWorld m_world;
+// The files of a node by number, at first and later; '-' stands for none.
+struct Node {
+    int date;
+    std::string files[2];
+    int newest = -1; // that was read
 };
 
-// Every kind of damage as the first, a middle, the last and the only file of a node; later another
-// good file follows.
-TEST_F(DamagedLogs, LoseTheRestOfTheirFileAlone) {
-    struct Node {
-        int device;
-        int files;
-        std::string host;
-    };
-    std::vector<Node> nodes;
-    for (const Damage& damage : damages()) {
-        for (const std::string shape : {"bg", "gbg", "gb", "b"}) { // bad and good files
-            const int device = static_cast<int>(nodes.size());
-            const std::string host = shape + "." + damage.name + ".example";
-            int newest = -1;
-            for (size_t i = 0; i < shape.size(); ++i) {
-                const bool good = shape[i] == 'g';
-                write(good ? goodFile(host) : damage.make(host), device, int(i));
-                if (good) {
-                    expect(host, 4);
-                } else if (damage.headerGood) {
-                    expect("before." + host, 2);
-                }
-                newest = good || damage.headerGood ? int(i) : newest;
-            }
-            expectNode(device, newest);
-            nodes.push_back({device, int(shape.size()), host});
+// Writes what a node has now, and expects what is not read yet.
+void bring(ServiceWorld& world, Node& node, int device, const std::string& files) {
+    bool reached = true; // no file is missing before
+    for (int i = node.newest + 1; i < std::ssize(files); ++i) {
+        const char kind = files[size_t(i)];
+        reached = reached && kind != '-';
+        const std::string host = std::to_string(i) + "." + std::to_string(device) + ".example";
+        if (kind != '-') {
+            fileOf(kind, host).write(world.node("alice", device, node.date), i);
         }
+        const uint64_t visits = kind == 'g' || kind == 'c' ? 4 : kind == 't' || kind == 'u' ? 2 : 0;
+        if (reached && visits > 0) {
+            world.expected().visit("alice", node.date, host, g_type, visits);
+        }
+        node.newest = reached && (visits > 0 || kind == 's') ? i : node.newest;
     }
-    ASSERT_TRUE(passes(2)); // the second one must find nothing to do
-    ASSERT_TRUE(m_world.matches());
-    for (const Node& node : nodes) {
-        write(goodFile("later." + node.host), node.device, node.files);
-        expect("later." + node.host, 4);
-        expectNode(node.device, node.files);
+    // A node without a readable file is looked at, if its date has a day file.
+    if (node.newest >= 0 || (node.date == g_date && files[0] != '-')) {
+        world.expected().node("alice", device, node.date, node.newest);
     }
-    ASSERT_TRUE(passes(1));
-    ASSERT_TRUE(m_world.matches());
 }
 
-// Files that are still being written, or come late.
-TEST_F(DamagedLogs, UnfinishedAndLateFilesAreCountedWhenTheyAreThere) {
-    constexpr int unreadable = 20121231; // a date without a readable file
-    constexpr int noVisit = 20130101;    // a date with nothing to count
-    constexpr int noDate = 20121399;     // no date of the calendar, so in no week and no month
-    write(goodFile("first.example"), 1, 0);
-    write(goodFile("late.example").truncate(10), 1, 1); // its header is not complete
-    expect("first.example", 4);
-    expectNode(1, 0);
-    write(goodFile("one.example"), 2, 1); // file 0 is missing
-    write(goodFile("zero.example"), 3, 0);
-    write(goodFile("two.example"), 3, 2); // file 1 is missing
-    expect("zero.example", 4);
-    expectNode(3, 0);
-    write(DatFile().magic(1), 1, 0, unreadable);
-    Block skipped;
-    for (int kind = 0; kind < worldgen::skipKindCount; ++kind) {
-        skipped.add(makeSkipped(worldgen::SkipKind(kind), "never.example", g_type));
+TEST(DamagedLogs, LoseTheRestOfTheirFileAlone) {
+    std::vector<Node> nodes = {{g_date, {"gh", "gg"}},   {g_date, {"-g", "gg"}},
+                               {g_date, {"g-g", "ggg"}}, {20121231, {"m", "mg"}},
+                               {20130101, {"s", "s"}},   {g_noDate, {"g", "g"}}};
+    for (const char damage : std::string("ctumhe")) {
+        const std::string bad(1, damage);
+        for (const std::string& files : {bad + "g", "g" + bad + "g", "g" + bad, bad}) {
+            nodes.push_back({g_date, {files, files + "g"}});
+        }
     }
-    write(DatFile().add(skipped), 1, 0, noVisit);
-    expectNode(1, 0, noVisit);
-    write(goodFile("thirteenth.example"), 1, 0, noDate);
-    expect("thirteenth.example", 4, noDate);
-    expectNode(1, 0, noDate);
-    ASSERT_TRUE(passes(1));
-    ASSERT_TRUE(m_world.matches(true)); // those of the last date are never deleted
-
-    write(goodFile("late.example"), 1, 1);
-    expect("late.example", 4);
-    expectNode(1, 1);
-    write(goodFile("zero.example"), 2, 0);
-    expect("zero.example", 4);
-    expect("one.example", 4);
-    expectNode(2, 1);
-    write(goodFile("one.example"), 3, 1);
-    expect("one.example", 4);
-    expect("two.example", 4);
-    expectNode(3, 2);
-    write(goodFile("readable.example"), 1, 1, unreadable);
-    expect("readable.example", 4, unreadable);
-    expectNode(1, 1, unreadable);
-    ASSERT_TRUE(passes(1));
-    ASSERT_TRUE(m_world.matches(true)); // those of the last date are never deleted
-    EXPECT_TRUE(m_world.setAside().empty());
+    ServiceWorld world;
+    world.makeAccounts({"alice"});
+    for (size_t round = 0; round < 2; ++round) {
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            bring(world, nodes[i], int(i), nodes[i].files[round]);
+        }
+        const auto service = world.start();
+        ASSERT_TRUE(service->waitForPause(2)) << service->tail(); // the second finds nothing to do
+        ASSERT_TRUE(world.stop(*service));
+        ASSERT_TRUE(world.matches(true)) << round; // new-day files of no date are never deleted
+    }
+    EXPECT_TRUE(world.setAside().empty());
 }
 
 } // namespace

@@ -7,23 +7,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 
 namespace kestrine::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Answer {
-    int code;
-    Lines lines;
-};
-
-Answer ask(const std::string& program, const Lines& arguments, const std::string& directory) {
-    ServiceProcess process(program, arguments, directory);
-    const int code = process.wait();
-    return {code, process.lines()};
-}
 
 // What the programs answer to their command lines; none of it touches a file.
 TEST(Frame, ProgramsAnswerWithoutAStart) {
@@ -60,7 +50,7 @@ TEST(Frame, ProgramsAnswerWithoutAStart) {
         {MKLOGDATA_PROGRAM, {world.dir() / "new", "--unknown"}, 109, {"--unknown"}},
     };
     for (const auto& [program, arguments, code, parts] : rows) {
-        const auto [given, lines] = ask(program, arguments, world.programDir());
+        const auto [given, lines] = run(program, arguments, world.programDir());
         EXPECT_EQ(given, code) << testing::PrintToString(arguments);
         for (const std::string& part : parts) {
             EXPECT_EQ(countLines(lines, part), 1) << part << testing::PrintToString(lines);
@@ -78,9 +68,8 @@ TEST(Frame, RefusesToStart) {
     ServiceWorld world;
     world.generate(tinyWorld(300));
     const std::string dataPathFile = world.dir() / "install/mysql_path.ini";
-    const std::string accountFile = worldgen::accountFilePath(world.dir().path()).string();
     const auto refuses = [&](const std::string& line) {
-        const auto [code, lines] = ask(world.program(), {"--check"}, world.programDir());
+        const auto [code, lines] = run(world.program(), {"--check"}, world.programDir());
         EXPECT_EQ(code, 1);
         EXPECT_GE(countLines(lines, line), 1) << line << testing::PrintToString(lines);
         const auto service = world.start();
@@ -116,17 +105,12 @@ TEST(Frame, RefusesToStart) {
 
 // " e 14: 5: 3 UrlFile::open 81 open x fail" for "E:UrlFile::open 81 open x fail".
 std::string consoleLineOf(const std::string& logLine) {
-    constexpr std::string_view shape = " L 00:00:00 "; // a digit may be a blank
-    bool good = logLine.size() > shape.size();
-    for (size_t i = 0; good && i < shape.size(); ++i) {
-        const std::string_view allowed = shape[i] == 'L'   ? "ied"
-                                         : shape[i] == '0' ? " 0123456789"
-                                                           : shape.substr(i, 1);
-        good = allowed.find(logLine[i]) != std::string_view::npos;
+    static const std::regex shape(" [ied] [ \\d]\\d:[ \\d]\\d:[ \\d]\\d .+");
+    if (!std::regex_match(logLine.substr(0, 100), shape)) {
+        ADD_FAILURE() << "no log line: " << logLine;
+        return logLine;
     }
-    EXPECT_TRUE(good) << "no log line: " << logLine;
-    const char level = static_cast<char>(logLine[1] - 'a' + 'A');
-    return good ? std::string(1, level) + ":" + logLine.substr(shape.size()) : logLine;
+    return std::string(1, static_cast<char>(logLine[1] - 'a' + 'A')) + ":" + logLine.substr(12);
 }
 
 // Directories elsewhere than below the log data, and everything said in the log file too.
@@ -140,7 +124,7 @@ TEST(Frame, SettingsAndArgumentsAreTakenAndEveryLineIsLogged) {
     ASSERT_TRUE(service->waitForPause()) << service->tail();
     EXPECT_TRUE(world.dir().has("fast/memory"));
     EXPECT_TRUE(hasLineEndingIn({service->lines().front()}, std::string(" kestrine ") + g_version));
-    const auto [code, lines] = ask(world.program(), {"--check"}, world.programDir());
+    const auto [code, lines] = run(world.program(), {"--check"}, world.programDir());
     EXPECT_EQ(code, 1);
     EXPECT_EQ(countLines(lines, "memory disk: " + (world.dir() / "fast/memory")), 1);
     EXPECT_EQ(Lines(lines.end() - 2, lines.end()), Lines({"wrong: 1", "  the service is running"}));
@@ -157,14 +141,11 @@ TEST(Frame, SettingsAndArgumentsAreTakenAndEveryLineIsLogged) {
 
     Lines logged;
     for (const auto& [name, content] : world.dir().tree()) {
-        const size_t at = name.find("/log/kestrine/kestrine");
-        if (at == std::string::npos) {
+        static const std::regex shape("install/ml/log/kestrine/kestrine\\d{8}\\.txt");
+        if (!name.starts_with("install/ml/log/") || name.ends_with('/')) {
             continue;
         }
-        const std::string date = name.substr(at + 22);
-        EXPECT_TRUE(date.size() == 12 && date.find_first_not_of("0123456789") == 8 &&
-                    date.ends_with(".txt"))
-            << name;
+        EXPECT_TRUE(std::regex_match(name, shape)) << name;
         std::istringstream stream(content);
         for (std::string line; std::getline(stream, line);) {
             logged.push_back(consoleLineOf(line));

@@ -8,12 +8,6 @@
 
 namespace kestrine::test {
 
-namespace {
-
-constexpr std::string_view g_pauseLine = " 0s elapsed, wait to find new data";
-
-} // namespace
-
 int countLines(const Lines& lines, std::string_view part) {
     return static_cast<int>(std::ranges::count_if(
         lines, [part](const std::string& line) { return line.find(part) != std::string::npos; }));
@@ -71,23 +65,16 @@ std::string ServiceProcess::tail() const {
     return text;
 }
 
-bool ServiceProcess::waitFor(const std::function<bool(const Lines&)>& condition) {
-    bool holds = false;
-    std::unique_lock lock(m_mutex);
-    m_changed.wait_for(lock, m_limit, [&] { return (holds = condition(m_lines)) || m_ended; });
-    return holds;
-}
-
 bool ServiceProcess::waitForLine(std::string_view part, int times) {
-    return waitFor([=](const Lines& all) { return countLines(all, part) >= times; });
-}
-
-bool ServiceProcess::waitForPause(int number) {
-    return waitForLine(g_pauseLine, number);
+    bool there = false;
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, m_limit,
+                       [&] { return (there = countLines(m_lines, part) >= times) || m_ended; });
+    return there;
 }
 
 int ServiceProcess::pauses() const {
-    return countLines(lines(), g_pauseLine);
+    return countLines(lines(), m_pauseLine);
 }
 
 int ServiceProcess::wait() {
@@ -99,6 +86,12 @@ int ServiceProcess::wait() {
         }
     }
     return m_child->wait();
+}
+
+Answer run(const std::string& program, const Lines& arguments, const std::string& directory) {
+    ServiceProcess process(program, arguments, directory);
+    const int code = process.wait();
+    return {code, process.lines()};
 }
 
 } // namespace kestrine::test

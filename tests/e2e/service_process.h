@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -26,12 +25,10 @@ public:
     // The last few of them, for messages.
     [[nodiscard]] std::string tail() const;
 
-    // Wait until the lines satisfy a condition. False when the program ended or the time is over
-    // before that.
-    [[nodiscard]] bool waitFor(const std::function<bool(const Lines&)>& condition);
+    // Wait for lines with a text. False when the program ended or the time is over before that.
     [[nodiscard]] bool waitForLine(std::string_view part, int times = 1);
     // A pause between two passes begins; of the whole run, counted from 1.
-    [[nodiscard]] bool waitForPause(int number = 1);
+    [[nodiscard]] bool waitForPause(int number = 1) { return waitForLine(m_pauseLine, number); }
     [[nodiscard]] int pauses() const;
 
     void request(StopRequest request) { m_child->request(request); }
@@ -45,6 +42,7 @@ private:
     void takeOutput(std::string_view text);
 
     static constexpr std::chrono::seconds m_limit{180};
+    static constexpr std::string_view m_pauseLine = " 0s elapsed, wait to find new data";
 
     std::unique_ptr<ChildProcess> m_child;
     mutable std::mutex m_mutex;
@@ -54,6 +52,13 @@ private:
     bool m_ended = false;
     std::thread m_reader;
 };
+
+// A program that ends by itself.
+struct Answer {
+    int code;
+    Lines lines;
+};
+Answer run(const std::string& program, const Lines& arguments, const std::string& directory);
 
 [[nodiscard]] int countLines(const Lines& lines, std::string_view part);
 

@@ -4,9 +4,8 @@
 #include "worldgen/install.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <random>
+#include <regex>
 #include <thread>
 
 namespace kestrine::test {
@@ -25,24 +24,19 @@ public:
 };
 [[maybe_unused]] const auto* const g_quiet = testing::AddGlobalTestEnvironment(new Quiet);
 
+Settings merged(Settings settings, const Settings& more) {
+    for (const auto& [key, value] : more) {
+        std::erase_if(settings, [&name = key](const auto& line) { return line.first == name; });
+        settings.emplace_back(key, value);
+    }
+    return settings;
+}
+
 testing::AssertionResult failure(const std::string& what, const ServiceProcess& service) {
     return testing::AssertionFailure() << what << "; " << service.tail();
 }
 
-uint64_t fromEnvironment(const char* name, uint64_t standard) {
-    const char* const given = std::getenv(name);
-    return given != nullptr ? std::strtoull(given, nullptr, 10) : standard;
-}
-
 } // namespace
-
-uint64_t randomSeed() {
-    return fromEnvironment("KESTRINE_SEED", 1);
-}
-
-uint64_t rounds(uint64_t standard) {
-    return fromEnvironment("KESTRINE_ROUNDS", standard);
-}
 
 worldgen::WorldSettings smallWorld(uint64_t visits) {
     worldgen::WorldSettings settings;
@@ -88,34 +82,26 @@ std::set<std::string> namesBelow(const std::string& directory) {
 
 ServiceWorld::ServiceWorld(Settings settings)
     : m_settings(
-          {{"sleepTime", "1"}, {"daycrcsortInterval", "1"}, {"weekmoncrcsortInterval", "1"}}),
-      m_world(m_dir.path()) {
-    for (auto& [key, value] : settings) {
-        std::erase_if(m_settings, [&name = key](const auto& line) { return line.first == name; });
-        m_settings.emplace_back(key, value);
-    }
-}
-
-void ServiceWorld::prepare(worldgen::WorldSettings& settings) {
-    settings.seed = m_seed++;
-    settings.install.urlstat = m_settings;
-}
+          merged({{"sleepTime", "1"}, {"daycrcsortInterval", "1"}, {"weekmoncrcsortInterval", "1"}},
+                 settings)),
+      m_world(m_dir.path()) {}
 
 void ServiceWorld::generate(worldgen::WorldSettings settings) {
-    prepare(settings);
+    settings.seed = m_seed++;
+    settings.install.urlstat = m_settings;
     m_expected.add(m_world.generate(settings));
     installProgram();
 }
 
 void ServiceWorld::append(worldgen::WorldSettings settings) {
-    prepare(settings);
+    settings.seed = m_seed++;
     m_expected.add(m_world.append(settings));
 }
 
 void ServiceWorld::makeAccounts(const std::vector<std::string>& names) {
-    worldgen::WorldSettings settings;
-    prepare(settings);
-    worldgen::writeInstall(m_dir.path(), names, settings.install);
+    worldgen::InstallSettings settings;
+    settings.urlstat = m_settings;
+    worldgen::writeInstall(m_dir.path(), names, settings);
     installProgram();
 }
 
@@ -144,12 +130,7 @@ void ServiceWorld::restore() {
 
 void ServiceWorld::configure(const Settings& settings) {
     std::string text = "[urlstat]\n";
-    for (const auto& [key, value] : m_settings) {
-        const bool replaced = std::ranges::any_of(
-            settings, [&name = key](const auto& line) { return line.first == name; });
-        text += replaced ? "" : key + "=" + value + "\n";
-    }
-    for (const auto& [key, value] : settings) {
+    for (const auto& [key, value] : merged(m_settings, settings)) {
         text += key + "=" + value + "\n";
     }
     worldgen::writeFile(worldgen::urlstatIniPath(m_dir.path()), text);
@@ -176,12 +157,9 @@ testing::AssertionResult ServiceWorld::stop(ServiceProcess& service, StopRequest
     const Lines lines = service.lines();
     const std::string signal =
         std::string("Recv signal:") + (request == StopRequest::Interrupt ? "2" : "15") + " ... ";
-    if (code != 0) {
-        return failure("exit code " + std::to_string(code) + " after a stop", service);
-    }
-    if (countLines(lines, "Recv signal:") != 1 || countLines(lines, signal) != 1 ||
+    if (code != 0 || countLines(lines, "Recv signal:") != 1 || countLines(lines, signal) != 1 ||
         lines.back().find(" exit normally") == std::string::npos) {
-        return failure("no orderly end", service);
+        return failure("no orderly end, exit code " + std::to_string(code), service);
     }
     if (fs::exists(logData() + "/_memdisk")) {
         return failure("the memory disk is still there", service);
@@ -212,13 +190,11 @@ testing::AssertionResult ServiceWorld::matches(bool newDayFilesKept) const {
 }
 
 std::vector<std::string> ServiceWorld::setAside() const {
+    static const std::regex shape(".*/_urlstat/debug/.*?([^/]+/)[^/_]*_([^/]+)");
     std::vector<std::string> names;
-    std::error_code missing;
-    for (const auto& entry : fs::recursive_directory_iterator(statRoot() + "/debug", missing)) {
-        const std::string name = entry.path().filename().string();
-        if (entry.is_regular_file()) {
-            names.push_back(entry.path().parent_path().filename().string() + "/" +
-                            name.substr(name.find('_') + 1));
+    for (const auto& [name, content] : m_dir.tree()) {
+        if (std::smatch parts; std::regex_match(name, parts, shape)) {
+            names.push_back(parts.str(1) + parts.str(2));
         }
     }
     return names;

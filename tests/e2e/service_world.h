@@ -20,11 +20,6 @@ namespace kestrine::test {
 
 using Settings = std::vector<std::pair<std::string, std::string>>; // lines of urlstat.ini
 
-// Seed of the random choices and length of the loops over them; the environment variables
-// KESTRINE_SEED and KESTRINE_ROUNDS set others.
-[[nodiscard]] uint64_t randomSeed();
-[[nodiscard]] uint64_t rounds(uint64_t standard);
-
 // Two accounts of one device, three dates from a Saturday to a last day of the year, small files.
 [[nodiscard]] worldgen::WorldSettings smallWorld(uint64_t visits = 6000);
 // The same with one account and these dates, so that a pass is short.
@@ -74,8 +69,6 @@ public:
     [[nodiscard]] std::vector<std::string> setAside() const;
 
 private:
-    void prepare(worldgen::WorldSettings& settings);
-
     TempDir m_dir;
     Settings m_settings;
     worldgen::World m_world;

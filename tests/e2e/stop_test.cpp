@@ -3,8 +3,9 @@
 
 #include "worldgen/install.h"
 
-#include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -12,8 +13,6 @@ namespace kestrine::test {
 namespace {
 
 using Microseconds = std::chrono::microseconds;
-
-constexpr const char* g_running = "command rmdir"; // the first line after the run flag is set
 
 // How long the first pass over new log data takes.
 Microseconds timeOnePass(ServiceWorld& world) {
@@ -25,6 +24,58 @@ Microseconds timeOnePass(ServiceWorld& world) {
     return std::chrono::duration_cast<Microseconds>(end - begin);
 }
 
+// The environment may set another one.
+uint64_t choice(const char* name, uint64_t standard) {
+    const char* const given = std::getenv(name);
+    return given != nullptr ? std::strtoull(given, nullptr, 10) : standard;
+}
+
+// Ends passes at random moments; no request stands for a kill. New logs keep coming in between. The
+// service must start again every time, and nothing that it left behind may count twice, be lost, or
+// be taken for damaged.
+void endAtRandom(uint64_t times, std::optional<StopRequest> request) {
+    const uint64_t seed = choice("KESTRINE_SEED", 1);
+    SCOPED_TRACE("KESTRINE_SEED=" + std::to_string(seed));
+    std::mt19937_64 random(seed);
+    ServiceWorld world(Settings{{"maxHashMemory", "16"}});
+    world.generate(tinyWorld(6000));
+    const Microseconds whole = timeOnePass(world);
+    for (uint64_t i = 0, last = choice("KESTRINE_ROUNDS", times); i < last; ++i) {
+        if (i % 3 == 0) {
+            worldgen::WorldSettings more = tinyWorld(request ? 4000 : 1500);
+            more.newDays = i % 100 == 15 ? 1 : 0;
+            more.newDevices = i == 24 ? 1 : 0;
+            world.append(more);
+        }
+        SCOPED_TRACE(i);
+        const auto service = world.start();
+        // The first line after the run flag is set.
+        ASSERT_TRUE(!request || service->waitForLine("command rmdir")) << service->tail();
+        std::this_thread::sleep_for(whole * (random() % 1000) / 1000);
+        if (request) {
+            ASSERT_TRUE(world.stop(*service, *request));
+        } else {
+            service->kill();
+            ASSERT_GE(service->wait(), 1000) << "ended by itself; " << service->tail();
+        }
+        // The remains of a set of lists are the one thing that is reported as an error, after
+        // kills.
+        const Lines errors = errorLines(*service);
+        ASSERT_EQ(request ? 0 : countLines(errors, "topn.temp.temp exist, delete"),
+                  static_cast<int>(errors.size()))
+            << service->tail();
+        if (i % 50 == 49 || i + 1 == last) {
+            (void)timeOnePass(world);
+            ASSERT_TRUE(world.matches());
+        }
+    }
+    EXPECT_TRUE(world.setAside().empty());
+}
+
+TEST(Kill, AtRandomMomentsHundredsOfTimesLosesNothing) {
+    endAtRandom(300, std::nullopt);
+}
+
 class RandomStop : public testing::TestWithParam<StopRequest> {};
 
 TEST_P(RandomStop, AtAnyMomentEndsInOrderAndLosesNothing) {
@@ -32,34 +83,14 @@ TEST_P(RandomStop, AtAnyMomentEndsInOrderAndLosesNothing) {
         GTEST_SKIP() << "here the request is the closing of a console window, which only its user "
                         "and the system can bring about";
     }
-    const uint64_t seed = randomSeed();
-    SCOPED_TRACE("KESTRINE_SEED=" + std::to_string(seed));
-    std::mt19937_64 random(seed);
-    ServiceWorld world(Settings{{"maxHashMemory", "16"}});
-    world.generate(tinyWorld(8000));
-    const Microseconds whole = timeOnePass(world);
-    for (uint64_t i = 0; i < rounds(50); ++i) {
-        if (i % 4 == 0) {
-            world.append(tinyWorld(4000));
-        }
-        const auto service = world.start();
-        ASSERT_TRUE(service->waitForLine(g_running)) << service->tail();
-        std::this_thread::sleep_for(whole * (random() % 1000) / 1000);
-        ASSERT_TRUE(world.stop(*service, GetParam())) << "stop " << i;
-        EXPECT_EQ(errorLines(*service), Lines());
-    }
-    ASSERT_TRUE(world.onePass());
-    ASSERT_TRUE(world.matches());
-    EXPECT_TRUE(world.setAside().empty());
+    endAtRandom(50, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Stop, RandomStop,
+INSTANTIATE_TEST_SUITE_P(Signal, RandomStop,
                          testing::Values(StopRequest::Interrupt, StopRequest::Terminate,
                                          StopRequest::HangUp),
                          [](const auto& request) {
-                             return request.param == StopRequest::Interrupt   ? "Interrupt"
-                                    : request.param == StopRequest::Terminate ? "Terminate"
-                                                                              : "HangUp";
+                             return std::to_string(static_cast<int>(request.param));
                          });
 
 // Right behind the line that says so, the handler stands.
@@ -70,7 +101,7 @@ TEST(Stop, AnEarlyRequestIsKept) {
         const auto service = world.start();
         ASSERT_TRUE(service->waitForLine("m_maxHashMemory")) << service->tail();
         std::this_thread::sleep_for(Microseconds(300 * i));
-        ASSERT_TRUE(world.stop(*service, StopRequest::Interrupt)) << service->tail();
+        ASSERT_TRUE(world.stop(*service));
     }
 }
 
@@ -94,7 +125,7 @@ TEST(Instance, ASecondOneIsRefusedAndChangesNothing) {
     const auto service = world.start();
     ASSERT_TRUE(service->waitForPause()) << service->tail();
     world.append(tinyWorld(500));
-    worldgen::writeFile(worldgen::urlstatIniPath(world.dir().path()), "[urlstat]\nsleepTime=1\n");
+    world.configure({{"sleepTime", "1"}});
     const auto withoutLog = [&world] {
         auto files = world.dir().tree();
         std::erase_if(files,
@@ -102,55 +133,15 @@ TEST(Instance, ASecondOneIsRefusedAndChangesNothing) {
         return files;
     };
     const auto before = withoutLog();
-
-    ServiceProcess second(world.program(), {}, world.programDir());
-    EXPECT_EQ(second.wait(), -1);
-    const Lines lines = second.lines();
-    ASSERT_EQ(lines.size(), 2u) << second.tail();
-    EXPECT_TRUE(lines[0].starts_with("I:") && lines[0].ends_with(" another instance is running"))
-        << lines[0];
-    EXPECT_TRUE(lines[1].starts_with("E:main ") && lines[1].ends_with(" create instance fail"))
-        << lines[1];
+    const auto [code, lines] = run(world.program(), {}, world.programDir());
+    EXPECT_EQ(code, -1);
+    EXPECT_THAT(lines,
+                testing::ElementsAre(testing::MatchesRegex("I:.* another instance is running"),
+                                     testing::MatchesRegex("E:main .* create instance fail")));
     EXPECT_TRUE(withoutLog() == before);
-
     ASSERT_TRUE(world.stop(*service));
     ASSERT_TRUE(world.onePass());
     ASSERT_TRUE(world.matches());
-}
-
-// New logs keep coming in between. A killed service must start again every time, and nothing that
-// it left behind may count twice, be lost, or be taken for damaged.
-TEST(Kill, AtRandomMomentsHundredsOfTimesLosesNothing) {
-    const uint64_t seed = randomSeed();
-    SCOPED_TRACE("KESTRINE_SEED=" + std::to_string(seed));
-    std::mt19937_64 random(seed);
-    ServiceWorld world(Settings{{"maxHashMemory", "16"}});
-    world.generate(tinyWorld(6000));
-    const Microseconds whole = timeOnePass(world);
-    for (uint64_t i = 0, last = rounds(300); i < last; ++i) {
-        if (i % 3 == 0) {
-            worldgen::WorldSettings more = tinyWorld(1500);
-            more.newDays = i % 100 == 15 ? 1 : 0;
-            more.newDevices = i == 24 ? 1 : 0;
-            world.append(more);
-        }
-        const auto service = world.start();
-        std::this_thread::sleep_for(whole * (random() % 1000) / 1000);
-        service->kill();
-        ASSERT_GE(service->wait(), 1000) << "ended by itself; " << service->tail();
-        // The remains of a set of lists are the one thing that is reported as an error.
-        const Lines errors = errorLines(*service);
-        ASSERT_EQ(countLines(errors, "topn.temp.temp exist, delete"),
-                  static_cast<int>(errors.size()))
-            << "kill " << i << "; " << service->tail();
-        if (i % 50 == 49 || i + 1 == last) {
-            const auto undisturbed = world.start();
-            ASSERT_TRUE(undisturbed->waitForPause()) << undisturbed->tail();
-            ASSERT_TRUE(world.stop(*undisturbed));
-            ASSERT_TRUE(world.matches()) << "after kill " << i;
-        }
-    }
-    EXPECT_TRUE(world.setAside().empty());
 }
 
 } // namespace

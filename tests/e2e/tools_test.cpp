@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 
 namespace kestrine::test {
@@ -10,15 +11,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    int code;
-    Lines lines;
-};
-
-Result run(const std::string& program, const std::vector<std::string>& arguments) {
-    ServiceProcess process(program, arguments, fs::temp_directory_path().string());
-    const int code = process.wait();
-    return {code, process.lines()};
+Answer run(const std::string& program, const Lines& arguments) {
+    return test::run(program, arguments, fs::temp_directory_path().string());
 }
 
 // Takes in the file of totals, "account date type visits host" lines, and returns the visits.
@@ -40,22 +34,22 @@ uint64_t addTotals(ExpectedWorld& expected, const std::string& totals) {
 TEST(Tools, TotalsOfMklogdataAreWhatTheServiceCounts) {
     ServiceWorld world;
     const std::string root = world.dir().path();
-    const Lines common = {root, "--hosts", "900", "--totals", root + "/totals"};
-    const auto with = [&common](std::initializer_list<const char*> more) {
-        Lines arguments = common;
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return arguments;
-    };
-    const Lines first = with({"--visits", "3000", "--days", "2", "--first-date", "20131231",
-                              "--files-per-node", "2", "--long-node-files", "0", "--seed", "7"});
-    const Lines second = with({"--append", "--visits", "1000", "--files-per-node", "1"});
-    for (const auto& [arguments, visits] : {std::pair(first, 3000), std::pair(second, 1000)}) {
-        const Result made = run(MKLOGDATA_PROGRAM, arguments);
+    const std::pair<const char*, uint64_t> calls[] = {
+        {"--visits 3000 --days 2 --first-date 20131231 --files-per-node 2 --long-node-files 0 "
+         "--seed 7",
+         3000},
+        {"--visits 1000 --append --files-per-node 1", 1000}};
+    Lines arguments;
+    for (const auto& [words, visits] : calls) {
+        std::istringstream stream(words);
+        arguments = {root, "--hosts", "900", "--totals", root + "/totals"};
+        std::copy(std::istream_iterator<std::string>(stream), {}, std::back_inserter(arguments));
+        const Answer made = run(MKLOGDATA_PROGRAM, arguments);
         ASSERT_EQ(made.code, 0) << testing::PrintToString(made.lines);
         EXPECT_EQ(countLines(made.lines, "total visits " + std::to_string(visits)), 1)
             << testing::PrintToString(made.lines);
         EXPECT_EQ(countLines(made.lines, "account "), 4);
-        EXPECT_EQ(addTotals(world.expected(), world.dir().read("totals")), uint64_t(visits));
+        EXPECT_EQ(addTotals(world.expected(), world.dir().read("totals")), visits);
     }
     for (const int date : {20131231, 20140101}) {
         for (const auto& [account, device] :
@@ -63,7 +57,8 @@ TEST(Tools, TotalsOfMklogdataAreWhatTheServiceCounts) {
             world.expected().node(account, device, date, 2);
         }
     }
-    EXPECT_NE(run(MKLOGDATA_PROGRAM, first).code, 0) << "a world was overwritten";
+    arguments.erase(std::ranges::find(arguments, "--append"));
+    EXPECT_NE(run(MKLOGDATA_PROGRAM, arguments).code, 0) << "a world was overwritten";
     world.installProgram();
     ASSERT_TRUE(world.onePass());
     ASSERT_TRUE(world.matches());
@@ -79,18 +74,18 @@ TEST(Tools, UrlstatShowsFilesAndTellsGoodFromDamaged) {
         const std::string path = world.statRoot() + "/" + name;
         const auto total = std::ranges::find_if(
             expected, [](const std::string& line) { return line.starts_with("total "); });
-        const Result dump = run(URLSTAT_PROGRAM, {"dump", path});
-        EXPECT_EQ(dump.code, 0);
-        EXPECT_EQ(dump.lines, Lines(expected.begin(), total)) << name;
-        const Result top = run(URLSTAT_PROGRAM, {"top", path, "-n", "7"});
-        EXPECT_EQ(top.code, 0);
-        EXPECT_EQ(top.lines.size(), 8u) << name;
-        const Result status = run(URLSTAT_PROGRAM, {"status", path});
+        const auto [code, lines] = run(URLSTAT_PROGRAM, {"dump", path});
+        EXPECT_EQ(code, 0);
+        EXPECT_EQ(lines, Lines(expected.begin(), total)) << name;
+        const Answer top = run(URLSTAT_PROGRAM, {"top", path, "-n", "7"});
+        EXPECT_EQ(std::pair(top.code, top.lines.size()), std::pair(0, size_t{8})) << name;
+        const Answer status = run(URLSTAT_PROGRAM, {"status", path});
         EXPECT_EQ(status.code, 0);
         EXPECT_EQ(countLines(status.lines, "visits       " + total->substr(6)), 1) << name;
 
         const std::vector<uint8_t> good = readBytes(path);
-        for (const size_t at : {size_t{60}, good.size() - 3}) { // first block, end position
+        // First block, status, end position.
+        for (const size_t at : {size_t{60}, good.size() - 12, good.size() - 3}) {
             std::vector<uint8_t> damaged = good;
             damaged[at] ^= 0x20;
             writeBytes(path, damaged);
