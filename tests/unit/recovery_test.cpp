@@ -148,7 +148,9 @@ TEST_F(RecoveryTest, FilesThatContradictEachOther) {
         // Day file lost or broken: one number left out above what the week file knows is no gap.
         ". . . 2 1 . . 2", ". . 12 2 1 L . 2", ". . 12 2 1 . 12 2", ". . 4 2 1 L 4 2",
         ". . 5 2 1 L . 2", "bad 1 . 2 1 L . 2", "bad 1 23 2 1 L 23 2", "bad 0 23 2 1 L . 2",
-        "bad 0 23 2 1 . 23 2", "bad bad 3 2 1 L . 2", "bad 1 4 2 1 L 4 2",
+        "bad 0 23 2 1 . 23 2", "bad bad 3 2 1 L . 2", "bad 1 6 2 1 L 6 2",
+        // ... if what it stands on is still there.
+        "bad 1 4 2 1 L . 2", ". . 6 2 1 L . 2",
         // A week file gives way to its backup only when it is damaged or belongs elsewhere.
         "1 . . 2 1 L . 2", "1 . 2 3 1 L 2 3", "2 1 . 1 0 L . 1", "2 1 . bad 1 L . 1",
         "2 1 2 bad bad L 2 .", "2 1 . other 1 . . 1", "other 1 . 1 . . . 1",
