@@ -22,13 +22,24 @@ bool isLink(const FindEntry& entry) {
     return (entry.attributes & g_attributeLink) != 0;
 }
 
-// "N.temp", also of a merge in rounds or one being written.
+// Takes the digits at the beginning of the text; false when there are none.
+bool takeDigits(std::string_view& text) {
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(digits);
+    return digits > 0;
+}
+
+// "N.temp", also of a merge in rounds or one being written, or "SECONDS_N.temp", set aside.
 bool isSpillFile(const FindEntry& entry) {
     constexpr std::string_view endings[] = {".temp", ".temp.temp", ".merge.temp"};
-    const size_t digits = std::min(entry.name.find_first_not_of("0123456789"), entry.name.size());
-    const std::string_view ending = std::string_view(entry.name).substr(digits);
-    return !Util::isDirectory(entry) && digits > 0 &&
-           std::ranges::find(endings, ending) != std::end(endings);
+    std::string_view rest = entry.name;
+    bool numbered = takeDigits(rest);
+    if (numbered && rest.starts_with('_')) {
+        rest.remove_prefix(1);
+        numbered = takeDigits(rest);
+    }
+    return !Util::isDirectory(entry) && numbered &&
+           std::ranges::find(endings, rest) != std::end(endings);
 }
 
 using EntryTest = std::function<bool(const std::string& path, const FindEntry& entry)>;

@@ -34,6 +34,7 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
     // What a killed service left, and what is found there besides.
     dir.makeDirs("mem/alice");
     dir.write("mem/bob/20121231/0.temp");
+    dir.write("mem/debug/20121231/1330732800_7.temp"); // set aside
     dir.write(std::string("mem/") + g_memoryDiskMarker);
     EXPECT_TRUE(mayBeMemoryDisk(dir / "mem", data, stat) && holdsOnlySpillFiles(dir / "mem"));
     for (const char* const other :
