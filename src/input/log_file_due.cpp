@@ -2,7 +2,9 @@
 
 #include "frame/log.h"
 #include "frame/retry.h"
+#include "frame/text.h"
 #include "platform/platform.h"
+#include "tree/listing.h"
 #include "tree/names.h"
 
 #include <cerrno>
@@ -31,6 +33,20 @@ int isLogFileDue(const std::string& typeDirectory, int32_t number, int32_t settl
     }
     const bool rested = settleTime == 0 || platform().now() - info.modified >= settleTime;
     return rested || hasSuccessor(typeDirectory, number) ? 1 : 0;
+}
+
+int firstLogFileAbove(const std::string& typeDirectory, int32_t above, int32_t& number) {
+    number = -1;
+    const auto takeFile = [&](const std::string& path, uint32_t) {
+        const int32_t found = leadingInteger(names::lastComponent(path));
+        const bool wanted = found > above && (number < 0 || found < number);
+        number = wanted && path == names::datFile(typeDirectory, found) ? found : number;
+        return 0;
+    };
+    return Util::tranverse(typeDirectory, [&](const std::string& path, uint32_t attributes) {
+        const bool directory = (attributes & g_attributeDirectory) != 0;
+        return directory ? Util::tranverse(path, takeFile) : 0;
+    });
 }
 
 } // namespace kestrine

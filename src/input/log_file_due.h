@@ -1,4 +1,4 @@
-// Whether a log file is there to be read.
+// Which log files are there to be read.
 #pragma once
 
 #include <cstdint>
@@ -12,5 +12,10 @@ namespace kestrine {
 // path, or it cannot be looked at for good (no access). -1: the call failed, which may pass.
 [[nodiscard]] int isLogFileDue(const std::string& typeDirectory, int32_t number,
                                int32_t settleTime);
+
+// The lowest number above `above` of a log file of a node's type directory, -1 when there is none.
+// 0 or -1.
+[[nodiscard]] int firstLogFileAbove(const std::string& typeDirectory, int32_t above,
+                                    int32_t& number);
 
 } // namespace kestrine

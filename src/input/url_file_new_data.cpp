@@ -138,6 +138,9 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
     if (updateFromDatFile(datePath, status) != 0) {
         return LOG_FAIL("updateFromDatFile %s fail", datePath.c_str());
     }
+    if (resumeBehindLoss(datePath, newDir, status) != 0) {
+        return LOG_FAIL("resumeBehindLoss %s fail", datePath.c_str());
+    }
     if (status.entries().empty()) {
         LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
         return 0;
@@ -211,6 +214,45 @@ int UrlFileNewData::updateFromDatFile(const std::string& datePath, DayStatus& st
     };
     if (Util::tranverse(account, visitor) != 0) {
         return LOG_FAIL("tranverse %s to get device fail", account.c_str());
+    }
+    return 0;
+}
+
+// When week or month file know more of the date than its own files do, these have lost positions,
+// and the logs up to them may be gone: they were counted. Then no file would ever follow the
+// position that is left; the node goes on with the first file that is there.
+int UrlFileNewData::resumeBehindLoss(const std::string& datePath,
+                                     const std::string& newDayDirectory, DayStatus& status) const {
+    const std::string date(names::lastComponent(datePath));
+    int32_t known = -1;
+    if (highestNumberKnown(names::accountDirOfNewDayDir(newDayDirectory), date, known) != 0) {
+        return -1;
+    }
+    if (known <= status.newCounter()) {
+        return 0;
+    }
+    const std::string account(names::parentOf(names::parentOf(datePath)));
+    return Util::tranverse(account, [&](const std::string& path, uint32_t attributes) {
+        const bool device = (attributes & g_attributeDirectory) != 0 &&
+                            names::lastComponent(path).find(g_deviceMark) != std::string_view::npos;
+        return device ? resumeNode(names::join(path, date), status) : 0;
+    });
+}
+
+int UrlFileNewData::resumeNode(const std::string& nodePath, DayStatus& status) const {
+    const NodeEntry* const entry = status.findEntry(nodePath);
+    const int32_t reached = entry == nullptr ? -1 : entry->fileNumber;
+    const std::string typeDirectory = names::typeDir(nodePath);
+    int32_t first = -1;
+    if (firstLogFileAbove(typeDirectory, reached, first) != 0) {
+        return -1;
+    }
+    if (first >= 0 && first - 1 > reached) {
+        LOG_INFO("files %d to %d of %s are gone, go on with the next", reached + 1, first - 1,
+                 nodePath.c_str());
+        std::erase_if(status.entries(),
+                      [&nodePath](const NodeEntry& node) { return node.path == nodePath; });
+        status.entries().push_back(NodeEntry{nodePath, first - 1, 0});
     }
     return 0;
 }

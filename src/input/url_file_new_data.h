@@ -14,7 +14,8 @@ namespace kestrine {
 
 // A node is due when the log file after the one that its progress names exists: the growth of the
 // file already reached does not count. Progress is what the day file and the new-day files not yet
-// merged into it say; a node that neither knows is due when its file 0 exists.
+// merged into it say; a node that neither knows is due when its file 0 exists. Where they have lost
+// what week or month file still know, the node goes on behind the logs that are gone.
 class UrlFileNewData : public AbstractNewData {
 public:
     explicit UrlFileNewData(const Configuration& configuration) : m_configuration(configuration) {}
@@ -47,6 +48,9 @@ private:
     [[nodiscard]] int updateDayStatusFromNew(const std::string& newDayDirectory,
                                              DayStatus& status) const;
     [[nodiscard]] int updateFromDatFile(const std::string& datePath, DayStatus& status) const;
+    [[nodiscard]] int resumeBehindLoss(const std::string& datePath,
+                                       const std::string& newDayDirectory, DayStatus& status) const;
+    [[nodiscard]] int resumeNode(const std::string& nodePath, DayStatus& status) const;
     [[nodiscard]] int selectDueNodes(const DayStatus& status, DayStatus& due) const;
 
     const Configuration& m_configuration;

@@ -21,38 +21,16 @@ int DateLedger::read(const std::string& accountDir, const std::string& date, boo
     for (const std::string& path : files) {
         m_waiting.emplace(names::newDayNumber(path), path);
     }
-    for (const PeriodKind& kind : periodKinds()) {
-        const bool has = kind.range == nullptr || names::isCalendarDate(date);
-        if (has && readPeriod(kind, accountDir, date, fellBack) != 0) {
-            return -1;
-        }
-    }
-    return 0;
-}
-
-int DateLedger::readPeriod(const PeriodKind& kind, const std::string& accountDir,
-                           const std::string& date, bool* fellBack) {
-    std::string directory = names::dayDir(accountDir, date);
-    if (kind.range != nullptr) {
-        std::string begin;
-        std::string end;
-        if (kind.range(date, begin, end) != 0) {
-            return -1;
-        }
-        directory = names::periodDir(accountDir, kind.period, begin, end);
-    }
-    const PeriodFiles files = periodFiles(directory, kind.period);
+    const PeriodFiles day = periodFiles(names::dayDir(accountDir, date), Period::Day);
     std::unique_ptr<UrlFile> file;
-    const int ret = openFormal(files, kind.period, file, fellBack);
+    const int ret = openFormal(day, Period::Day, file, fellBack);
     if (ret < 0) {
-        return LOG_FAIL("read status of %s fail", files.formal.c_str());
+        return LOG_FAIL("read status of %s fail", day.formal.c_str());
     }
-    if (ret == 0 && kind.period == Period::Day) {
+    if (ret == 0) {
         m_dayStatus = *file->dayStatus();
-    } else if (ret == 0) {
-        m_known = std::max(m_known, file->weekMonStatus()->counterOfDate(date));
     }
-    return 0;
+    return highestNumberKnown(accountDir, date, m_known, fellBack);
 }
 
 std::vector<std::string> DateLedger::dueFiles() const {

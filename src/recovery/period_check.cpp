@@ -16,24 +16,6 @@
 
 namespace kestrine {
 
-namespace {
-
-// The directories of the day, week and month of a date.
-std::set<std::string> directoriesOf(const std::string& accountDir, const std::string& date) {
-    std::set<std::string> directories{names::dayDir(accountDir, date)};
-    for (const PeriodKind& kind : periodKinds()) {
-        std::string begin;
-        std::string end;
-        if (kind.range != nullptr && names::isCalendarDate(date) &&
-            kind.range(date, begin, end) == 0) {
-            directories.insert(names::periodDir(accountDir, kind.period, begin, end));
-        }
-    }
-    return directories;
-}
-
-} // namespace
-
 int PeriodCheck::check() {
     std::set<std::string> dates;
     std::set<std::string> periods;
@@ -81,8 +63,12 @@ int PeriodCheck::checkDate(const std::string& date) {
     if (ledger.read(m_accountDir, date, &fellBack) != 0) {
         return -1;
     }
-    if (fellBack) {
-        m_fellBack.merge(directoriesOf(m_accountDir, date));
+    std::vector<PeriodOfDate> periods;
+    if (fellBack && periodsOfDate(m_accountDir, date, periods) != 0) {
+        return -1;
+    }
+    for (const PeriodOfDate& period : periods) {
+        m_fellBack.insert(period.files.directory);
     }
     return ledger.settleGap();
 }

@@ -6,6 +6,9 @@
 #include "tree/names.h"
 #include "tree/quarantine.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace kestrine {
 
 namespace {
@@ -63,6 +66,29 @@ int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>
     }
     file.reset();
     return 1;
+}
+
+int highestNumberKnown(const std::string& accountDir, const std::string& date, int32_t& known,
+                       bool* fellBack) {
+    known = -1;
+    std::vector<PeriodOfDate> periods;
+    if (periodsOfDate(accountDir, date, periods) != 0) {
+        return -1;
+    }
+    for (const auto& [period, files] : periods) {
+        if (period == Period::Day) {
+            continue;
+        }
+        std::unique_ptr<UrlFile> file;
+        const int ret = openFormal(files, period, file, fellBack);
+        if (ret < 0) {
+            return LOG_FAIL("read status of %s fail", files.formal.c_str());
+        }
+        if (ret == 0) {
+            known = std::max(known, file->weekMonStatus()->counterOfDate(date));
+        }
+    }
+    return 0;
 }
 
 } // namespace kestrine

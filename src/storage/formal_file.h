@@ -19,4 +19,9 @@ namespace kestrine {
 [[nodiscard]] int openFormal(const PeriodFiles& files, Period period,
                              std::unique_ptr<UrlFile>& file, bool* fellBack = nullptr);
 
+// The highest new-day number of the date that its week and month file hold, -1 for none. Damage as
+// above. 0 or -1.
+[[nodiscard]] int highestNumberKnown(const std::string& accountDir, const std::string& date,
+                                     int32_t& known, bool* fellBack = nullptr);
+
 } // namespace kestrine

@@ -1,5 +1,6 @@
 #include "tree/period.h"
 
+#include "frame/log.h"
 #include "tree/calendar.h"
 #include "tree/names.h"
 
@@ -41,6 +42,24 @@ PeriodFiles periodFiles(std::string_view directory, Period period) {
     const std::string formal = names::formalFile(directory, period);
     return {std::string(directory), formal, names::backupOf(formal), names::tempOf(formal),
             names::topDir(directory)};
+}
+
+int periodsOfDate(std::string_view accountDir, const std::string& date,
+                  std::vector<PeriodOfDate>& periods) {
+    periods = {{Period::Day, periodFiles(names::dayDir(accountDir, date), Period::Day)}};
+    for (const PeriodKind& kind : periodKinds()) {
+        if (kind.range == nullptr || !names::isCalendarDate(date)) {
+            continue;
+        }
+        std::string begin;
+        std::string end;
+        if (kind.range(date, begin, end) != 0) {
+            return LOG_FAIL("period of %s fail", date.c_str());
+        }
+        const std::string directory = names::periodDir(accountDir, kind.period, begin, end);
+        periods.push_back({kind.period, periodFiles(directory, kind.period)});
+    }
+    return 0;
 }
 
 bool names::parsePeriodDir(std::string_view name, PeriodDir& dir) {

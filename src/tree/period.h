@@ -53,6 +53,15 @@ struct PeriodFiles {
 };
 [[nodiscard]] PeriodFiles periodFiles(std::string_view directory, Period period);
 
+// The files of a date's day, week and month, in the order of the stages; of a date that is none of
+// the calendar only those of its day. 0 or -1.
+struct PeriodOfDate {
+    Period period = Period::Day;
+    PeriodFiles files;
+};
+[[nodiscard]] int periodsOfDate(std::string_view accountDir, const std::string& date,
+                                std::vector<PeriodOfDate>& periods);
+
 namespace names {
 
 // What a directory's name says: a date (eight digits from 20000001 to 29999998, calendar date or

@@ -66,7 +66,9 @@ TEST_F(Damaged, AnyByte) {
         for (size_t at = 0; at < good.size() && !HasFailure();
              at += static_cast<size_t>(step * stepOf()), ++tried) {
             MemoryDisk::Bytes bad = good;
-            tried % 4 == 0 ? bad.resize(at) : void(bad[at] ^= tried % 2 == 0 ? 1 : 0x80);
+            tried % 4 == 0
+                ? bad.resize(at)
+                : void(bad[at] = static_cast<uint8_t>(bad[at] ^ (tried % 2 == 0 ? 1 : 0x80)));
             restore(*tree);
             g_world->disk.files[pathOf(file)] = bad;
             EXPECT_EQ(wrongInTheEnd(), "") << tree->name << ", " << file << ", case " << tried

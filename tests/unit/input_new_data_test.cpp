@@ -156,6 +156,20 @@ TEST_F(NewDataTest, DamagedStatusIsSetAside) {
     }
 }
 
+// The week file knows more than the date's own files: positions were lost.
+TEST_F(NewDataTest, GoesOnBehindLogsThatAreGoneWithTheirPositions) {
+    put({"devid_1/20120303/A/0/3.dat", "devid_1/20120303/A/1/100.dat",
+         "devid_2/20120303/A/0/0.dat"});
+    EXPECT_EQ(due(), Lines{"devid_2/20120303 -1 0"});
+    test::writeUrlFile("stat/acc/week20120226_20120303/weekcrcsort", {{test::recordOf("host")}},
+                       test::weekMonStatusOf({{"stat/acc/new/20120303", 4}}));
+    EXPECT_EQ(due(), (Lines{"devid_1/20120303 2 0", "devid_2/20120303 -1 0"}));
+    writeStatus(g_day, 2, {{"devid_1", 3, 9}}); // an older one came back
+    EXPECT_EQ(due(), (Lines{"devid_1/20120303 99 0", "devid_2/20120303 -1 0"}));
+    writeStatus(g_day, 4, {{"devid_1", 3, 9}});
+    EXPECT_EQ(due(), Lines{"devid_2/20120303 -1 0"});
+}
+
 TEST_F(NewDataTest, PathsAtTheLimit) {
     const size_t room = g_maxPath - (g_account + "//20120303/A/0/0.dat").size();
     const std::string longest = "devid_2" + std::string(room - 7, 'x');
