@@ -29,7 +29,7 @@ void withBackup(const std::string& path, void (*apply)(const std::string&)) {
 void lose(const std::string& path) {
     FileInfo info;
     if (platform().info(path, info) == 0) {
-        EXPECT_EQ(info.isDirectory ? platform().removeTree("rmdir", path)
+        EXPECT_EQ(info.isDirectory ? platform().removeTree("rmdir /S /Q \"" + path + "\"", path)
                                    : platform().removeFile(path),
                   0)
             << path;
