@@ -50,10 +50,12 @@ int64_t DateLedger::next() const {
     return m_known > reached() ? numberAcross(reached()) : int64_t{reached()} + 1;
 }
 
-// The number that follows `last` across what week and month file know: one number is left out above
-// that, and the distance says what the new one stands on, so that a later loss of `last` shows.
+// The number that follows `last` across what week and month file know. So many are left out that no
+// number given in order is taken for it, and the distance says what the new one stands on, so that
+// a later loss of `last` shows.
 int64_t DateLedger::numberAcross(int32_t last) const {
-    return int64_t{m_known} + 2 + (int64_t{last} + 1);
+    constexpr int64_t leftOut = 1000;
+    return m_known + leftOut + (int64_t{last} + 1);
 }
 
 // The last number, of the day file or waiting, before the first gap; `reached` without one. What

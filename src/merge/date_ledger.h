@@ -6,9 +6,9 @@
 //
 // When a day file was lost or rolled back, week or month file know more than the date itself, and
 // nobody can tell from the numbers whether the logs that are read next are among what they hold.
-// Therefore at least one number is left out then: across that gap no file can be brought forward,
-// so that week and month are counted anew from the day files and give way only to a result that
-// holds at least as much (cycle/period_stage.h).
+// Therefore about a thousand numbers are left out then: across that gap no file can be brought
+// forward, so that week and month are counted anew from the day files and give way only to a result
+// that holds at least as much (cycle/period_stage.h).
 #pragma once
 
 #include "storage/status.h"

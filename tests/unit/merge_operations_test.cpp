@@ -211,10 +211,10 @@ TEST_F(MergeOperationsTest, NextNumberIsAboveAllThatAnyFileKnows) {
           {{}, 7, -2, 7, 8},
           {{"3"}, 7, 5, 7, 8},
           {{"8", "9"}, 7, 9, 9, 10},
-          // One is left out, and one for each number that the new one stands on, when the month
-          // file knows more than day and waiting files.
-          {{}, -2, 5, -1, 7},
-          {{"8"}, 7, 9, 8, 20},
+          // A thousand are left out, and one for each number that the new one stands on, when the
+          // month file knows more than day and waiting files.
+          {{}, -2, 5, -1, 1005},
+          {{"8"}, 7, 9, 8, 1018},
           {{"x", "", "3x", "-4", "0x20", "2147483648"}, -2, -2, -1, 0}}) {
         m_disk.files.clear();
         for (const std::string& name : waiting) {

@@ -145,12 +145,13 @@ TEST_F(RecoveryTest, FilesThatContradictEachOther) {
         // What waits beyond a gap is read again, if that can be; otherwise it stays.
         "1 . 34 1 . L . 1", "1 . 2357 1 . L 23 1", ". . 12 . . L . .", "1 . 34 1 . . 34 1",
         "1 . 2357 1 . . 2357 1",
-        // Day file lost or broken: one number left out above what the week file knows is no gap.
-        ". . . 2 1 . . 2", ". . 12 2 1 L . 2", ". . 12 2 1 . 12 2", ". . 4 2 1 L 4 2",
-        ". . 5 2 1 L . 2", "bad 1 . 2 1 L . 2", "bad 1 23 2 1 L 23 2", "bad 0 23 2 1 L . 2",
-        "bad 0 23 2 1 . 23 2", "bad bad 3 2 1 L . 2", "bad 1 6 2 1 L 6 2",
+        // Day file lost or broken: a thousand numbers (a: 1000) left out above what the week file
+        // knows are no gap.
+        ". . . 2 1 . . 2", ". . 12 2 1 L . 2", ". . 12 2 1 . 12 2", ". . c 2 1 L c 2",
+        ". . 4 2 1 L . 2", ". . d 2 1 L . 2", "bad 1 . 2 1 L . 2", "bad 1 23 2 1 L 23 2",
+        "bad 0 23 2 1 L . 2", "bad 0 23 2 1 . 23 2", "bad bad 3 2 1 L . 2", "bad 1 e 2 1 L e 2",
         // ... if what it stands on is still there.
-        "bad 1 4 2 1 L . 2", ". . 6 2 1 L . 2",
+        "bad 1 c 2 1 L . 2", ". . e 2 1 L . 2",
         // A week file gives way to its backup only when it is damaged or belongs elsewhere.
         "1 . . 2 1 L . 2", "1 . 2 3 1 L 2 3", "2 1 . 1 0 L . 1", "2 1 . bad 1 L . 1",
         "2 1 2 bad bad L 2 .", "2 1 . other 1 . . 1", "other 1 . 1 . . . 1",
@@ -170,10 +171,10 @@ TEST_F(RecoveryTest, FilesThatContradictEachOther) {
         }
         for (const char digit : waiting) {
             if (digit != '.') {
-                putNew(g_date, digit - '0');
+                putNew(g_date, digit >= 'a' ? 1000 + digit - 'a' : digit - '0');
             }
         }
-        for (int32_t number = 0; number < 10 && logs == "L"; ++number) {
+        for (int32_t number = 0; number < 1010 && logs == "L"; ++number) {
             m_disk.files[names::datFile(names::typeDir(node(g_date)), number)] = {};
         }
         putState(weekFile, week);
@@ -188,7 +189,8 @@ TEST_F(RecoveryTest, FilesThatContradictEachOther) {
         file.reset();
         std::string left;
         for (const std::string& name : m_disk.names(newDir(g_date))) {
-            left += name.front();
+            const int32_t number = names::newDayNumber(name);
+            left += static_cast<char>(number >= 1000 ? 'a' + number - 1000 : '0' + number);
         }
         EXPECT_EQ(left.empty() ? "." : left, waitingAfter);
         if (weekAfter != ".") {
