@@ -53,6 +53,22 @@ int stepOf() {
     return step != nullptr ? std::max(std::atoi(step), 1) : 1;
 }
 
+worldgen::WorldSettings smallLogs(uint64_t visits, uint32_t hosts, int days) {
+    worldgen::WorldSettings settings;
+    settings.visits = visits;
+    settings.hosts = hosts;
+    settings.types = 2;
+    settings.accounts = 1;
+    settings.devices = 2;
+    settings.firstDate = 20131130;
+    settings.days = days;
+    settings.filesPerNode = 1;
+    settings.longNodeFiles = 0;
+    settings.blockBytes = 16384;
+    settings.threads = 1;
+    return settings;
+}
+
 SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
     : FakeClockPlatform(systemPlatform()) {
     seconds = g_now;
@@ -169,10 +185,6 @@ End SimWorld::run(const Plan& plan) {
 // Between two passes the service sleeps in steps.
 void SimWorld::sleep(uint32_t milliseconds) {
     FakeClockPlatform::sleep(milliseconds);
-    if (m_plan != nullptr && m_plan->onSleep) {
-        m_plan->onSleep(slept);
-        return;
-    }
     if (m_plan == nullptr || milliseconds != g_pauseStep || ++m_pauseSteps % g_pauseSteps != 0) {
         return;
     }
@@ -211,11 +223,6 @@ std::string SimWorld::errors() const {
         text += m_lines[i];
     }
     return text;
-}
-
-size_t SimWorld::lines(std::string_view part) const {
-    return static_cast<size_t>(std::ranges::count_if(
-        m_lines, [part](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
 TreeText SimWorld::tree() {

@@ -20,6 +20,9 @@ namespace kestrine::test {
 // Of the points of a sweep every so-manieth is tried: KESTRINE_SWEEP_STEP, 1 without it.
 [[nodiscard]] int stepOf();
 
+// Few small logs, in one file for each node; from the last day of a week and of its month on.
+[[nodiscard]] worldgen::WorldSettings smallLogs(uint64_t visits, uint32_t hosts, int days);
+
 // How a run of the service ended.
 enum class End { Normal, Failed, Killed, StartUpOver };
 
@@ -33,8 +36,6 @@ struct Plan {
     bool startUpOnly = false;                   // ends before the first pass
     std::function<void(int pass)> inPause = {}; // after that pass, from 1; null: the next logs come
     std::function<void(int, const char*)> onCall = {}; // number and name
-    std::function<void(uint64_t)> onSleep =
-        {};                // milliseconds slept so far; then no pass is counted
     std::string only = {}; // the one path whose calls count; else all of the service's
 };
 
@@ -71,10 +72,7 @@ public:
     [[nodiscard]] TreeText tree();
     // Files that were set aside.
     [[nodiscard]] std::set<std::string> setAside() const;
-    // The last error lines of the last run; how many of all lines, unless they were left out, have
-    // this in them.
-    [[nodiscard]] std::string errors() const;
-    [[nodiscard]] size_t lines(std::string_view part) const;
+    [[nodiscard]] std::string errors() const; // the last lines of the last run
 
     struct State {
         std::map<std::string, MemoryDisk::Bytes> files;

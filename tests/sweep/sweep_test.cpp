@@ -23,19 +23,7 @@ protected:
     // several times in a pass.
     static void SetUpTestSuite() {
         reportErrorsToStderr(); // other lines are not even formatted
-        worldgen::WorldSettings settings;
-        settings.visits = 150;
-        settings.hosts = 60;
-        settings.types = 2;
-        settings.accounts = 1;
-        settings.devices = 2;
-        settings.firstDate = 20131130; // a Saturday, the last day of its month
-        settings.days = 2;
-        settings.filesPerNode = 1;
-        settings.longNodeFiles = 0;
-        settings.blockBytes = 16384;
-        settings.threads = 1;
-        g_world = std::make_unique<SimWorld>(settings, 2);
+        g_world = std::make_unique<SimWorld>(smallLogs(150, 60, 2), 2);
         g_fresh = g_world->save();
         for (const Calls calls : {Calls::Changing, Calls::Reading}) {
             g_world->restore(g_fresh);

@@ -34,19 +34,9 @@ class Trees : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         reportErrorsToStderr(); // other lines are not even formatted
-        worldgen::WorldSettings settings;
-        settings.visits = 240;
-        settings.hosts = 30;
-        settings.types = 2;
+        worldgen::WorldSettings settings = smallLogs(240, 30, 3);
         settings.accounts = 2;
-        settings.devices = 2;
-        settings.firstDate = 20131130; // the last day of its week and month
-        settings.days = 3;
-        settings.filesPerNode = 1;
-        settings.longNodeFiles = 0;
-        settings.blockBytes = 16384;
         settings.rawPercent = 0;
-        settings.threads = 1;
         g_world = std::make_unique<SimWorld>(settings, g_oldRounds + 1, true);
         g_world->configure("maxHashMemory", "1024"); // no spill, which would only take time
         g_world->configure("memoryDiskSize", "512000");
