@@ -1,23 +1,66 @@
+// Measures what needs no service, each against its own codec; bench/run.py puts it into the table.
+#include "codecs.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "support.h"
+#include "measure.h"
+#include "rows.h"
 #include "tree/free_space.h"
 
-#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include <CLI/CLI.hpp>
 
 using namespace kestrine;
 
-int main(int argc, char** argv) {
-    reportErrorsToStderr();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
+namespace {
+
+// Settings of a run alone, whose files lie in its directory.
+const Configuration& loadSettings(const std::string& directory) {
+    std::filesystem::current_path(directory);
+    std::filesystem::create_directories("config");
+    std::ofstream(Configuration::g_file)
+        << "[" << Configuration::g_section << "]\nurlStatRoot=" << directory
+        << "/root\nmemoryDiskPath=" << directory << "/memdisk\n";
+    Configuration* settings = nullptr;
+    bench::require(Configuration::getInstance(&settings) == 0, "load the settings");
+    return *settings;
+}
+
+void printRows(const std::string& directory, int rounds, uint32_t hosts) {
+    const bench::Run run{directory, rounds, hosts, loadSettings(directory)};
     uint32_t free = 0;
-    bench::require(Util::getAvailableSpace(bench::directory(), free) == 0 &&
-                       free > g_minFreeSpaceMiB,
-                   "run: merges wait until more than 5 GiB are free in the temporary directory");
+    bench::require(Util::getAvailableSpace(directory, free) == 0 && free > g_minFreeSpaceMiB,
+                   "run: merges wait until more than 5 GiB are free");
+    bench::mergeRows(run);
+    bench::spillRows(run);
+    bench::topRows(run);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Measures parts of Kestrine against the codec that they use.");
+    app.require_subcommand(1);
+    std::string directory;
+    int rounds = 5;
+    uint32_t hosts = 1000000;
+    CLI::App* rows = app.add_subcommand("rows", "Merge, spill and top lists: lines of ratios");
+    rows->add_option("DIRECTORY", directory, "For files that it makes")->required();
+    rows->add_option("--rounds", rounds, "Measurements of each")->capture_default_str();
+    rows->add_option("--hosts", hosts, "Hosts of the largest file")->capture_default_str();
+    CLI::App* decode =
+        app.add_subcommand("decode", "CPU seconds to decode the log files of a directory");
+    decode->add_option("DIRECTORY", directory, "Log data")->required();
+    CLI11_PARSE(app, argc, argv);
+
+    reportErrorsToStderr();
     g_isRunning = 1;
-    benchmark::RunSpecifiedBenchmarks();
+    if (decode->parsed()) {
+        bench::printDecoding(directory);
+    } else {
+        printRows(std::filesystem::absolute(directory).generic_string(), rounds, hosts);
+    }
     return 0;
 }

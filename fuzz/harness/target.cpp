@@ -4,26 +4,12 @@
 #include "harness/target.h"
 
 #include "frame/run_flag.h"
-#include "harness/fuzz_platform.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
 namespace kestrine::fuzz {
-
-namespace {
-
-[[noreturn]] void makeCorpus(const std::string& directory) {
-    int number = 0;
-    for (const std::string& seed : makeSeeds()) {
-        std::ofstream stream(directory + "/seed" + std::to_string(number++), std::ios::binary);
-        require(!(stream << seed << std::flush).fail(), "seeds can be written");
-    }
-    std::exit(0);
-}
-
-} // namespace
 
 void require(bool kept, const char* promise, int line) {
     if (!kept) {
@@ -32,25 +18,43 @@ void require(bool kept, const char* promise, int line) {
     }
 }
 
+Machine::Machine() : FakeClockPlatform(systemPlatform()) {
+    seconds = 1600000000;
+    local = LocalTime{2020, 9, 13, 12, 26, 40};
+    ticks = 1000;
+    freeBytes = uint64_t{1} << 50;
+    executable = ""; // unknown, so that no log file is looked for
+    onSleep = [] { require(false, "nothing waits"); };
+}
+
+Machine& machine() {
+    static Machine one;
+    return one;
+}
+
 } // namespace kestrine::fuzz
 
+using namespace kestrine;
+
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    using namespace kestrine;
-    setPlatform(&fuzz::disk());
+    setPlatform(&fuzz::machine().disk);
     g_isRunning = 1;
-    // Reports are formatted, since formatting is part of what is tested, and then go nowhere,
-    // without a system call.
-    cookie_io_functions_t nowhere{};
-    nowhere.write = [](void*, const char*, size_t size) { return static_cast<ssize_t>(size); };
-    stdout = fopencookie(nullptr, "w", nowhere);
     if (*argc == 3 && std::string_view((*argv)[1]) == "--make-corpus") {
-        fuzz::makeCorpus((*argv)[2]);
+        int number = 0;
+        for (const std::string& seed : fuzz::makeSeeds()) {
+            const std::string path = (*argv)[2] + ("/seed" + std::to_string(number++));
+            std::ofstream stream(path, std::ios::binary);
+            fuzz::require(!(stream << seed << std::flush).fail(), "seeds can be written");
+        }
+        std::exit(0);
     }
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    kestrine::fuzz::disk().clear();
-    kestrine::fuzz::runInput({data, size});
+    fuzz::machine().disk.files.clear();
+    fuzz::machine().disk.directories.clear();
+    fuzz::machine().disk.times.clear();
+    fuzz::runInput({data, size});
     return 0;
 }

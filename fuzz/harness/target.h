@@ -3,10 +3,9 @@
 #pragma once
 
 #include "frame/bytes.h"
+#include "support/memory_disk.h"
 
-#include <algorithm>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kestrine::fuzz {
@@ -15,38 +14,23 @@ namespace kestrine::fuzz {
 // Runs one input. Whatever the bytes, it returns; a broken promise of the code under test ends the
 // process through `require` or a sanitizer.
 void runInput(ByteView input);
-// Good inputs, made by the project's own writers.
+// Good inputs, made by the project's own writers. Where an input is taken apart by libFuzzer's
+// FuzzedDataProvider, its numbers stand at the end, the first one last.
 [[nodiscard]] std::vector<std::string> makeSeeds();
 
 // Ends the process with a message when a promise is broken.
 void require(bool kept, const char* promise, int line = __builtin_LINE());
 
-// Takes an input apart from its front; behind its end there are zeros.
-class InputReader {
-public:
-    explicit InputReader(ByteView input) : m_rest(input) {}
-
-    [[nodiscard]] bool empty() const { return m_rest.empty(); }
-    ByteView take(size_t length) { // at most
-        const ByteView taken = m_rest.first(std::min(length, m_rest.size()));
-        m_rest = m_rest.subspan(taken.size());
-        return taken;
-    }
-    ByteView takeAll() { return take(m_rest.size()); }
-    uint8_t byte() { return empty() ? uint8_t{0} : take(1)[0]; }
-    uint16_t word() {
-        const auto low = byte();
-        return static_cast<uint16_t>(low | byte() << 8);
+// The machine that all targets run on: a disk in memory with endless space, time standing still.
+struct Machine : test::FakeClockPlatform {
+    Machine();
+    void writeConsole(std::string_view, bool) override {} // formatted, which is tested, too
+    void put(const std::string& path, ByteView bytes) {
+        disk.files[path] = {bytes.begin(), bytes.end()};
     }
 
-private:
-    ByteView m_rest;
+    test::MemoryDisk disk{*this};
 };
-
-// The other direction, for seeds: a word and the text.
-inline std::string withLength(std::string_view text) {
-    return std::string{static_cast<char>(text.size()), static_cast<char>(text.size() >> 8)} +
-           std::string(text);
-}
+[[nodiscard]] Machine& machine();
 
 } // namespace kestrine::fuzz

@@ -25,6 +25,7 @@ int DayStage::settleGaps() const {
             return -1;
         }
         DateLedger ledger;
+        // Where nothing waits there is no gap, and three trailers need not be read.
         if (!files.empty() &&
             (ledger.read(m_accountDir, std::string(names::lastComponent(date))) != 0 ||
              ledger.settleGap() != 0)) {
@@ -54,6 +55,7 @@ int DayStage::run() const {
 int DayStage::mergeOneDate(const std::string& newDayDirectory) const {
     DateLedger ledger;
     const std::string date(names::lastComponent(newDayDirectory));
+    // Again, although settleGaps ran before: a damaged file may have been set aside since.
     if (ledger.read(m_accountDir, date) != 0 || ledger.settleGap() != 0) {
         return LOG_FAIL("getDaycrcsortNews from %s fail", newDayDirectory.c_str());
     }
@@ -71,6 +73,7 @@ int DayStage::mergeOneDate(const std::string& newDayDirectory) const {
     if (ret < 0) {
         return LOG_FAIL("mergeNew2Day fail");
     }
+    // 1: a stop, or the day file holds all of them. There is no output then.
     return ret == 1 ? 0 : publish(day, Period::Day, files, {});
 }
 

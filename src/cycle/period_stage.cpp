@@ -23,6 +23,7 @@ namespace {
 constexpr const char* g_keepMarker = "do_not_delete_daycrcsortnew";
 
 constexpr int g_again = 2; // result: a file was set aside, look at the period once more
+// Every look but the last found one more damaged file; after so many the pass fails.
 constexpr int g_maxLooks = 4;
 
 } // namespace
@@ -89,6 +90,7 @@ int PeriodStage::listDates(std::vector<std::string>& waiting, std::vector<std::s
 int PeriodStage::mergeOnePeriod(const Group& group, bool all) {
     const PeriodFiles files = periodFiles(
         names::periodDir(m_accountDir, m_kind.period, group.begin, group.end), m_kind.period);
+    // It was compared with the day files before, and nothing has come since.
     if (!all && !group.waiting && platform().exists(files.formal)) {
         return 0;
     }
@@ -101,11 +103,13 @@ int PeriodStage::mergeOnePeriod(const Group& group, bool all) {
     if (found == 0) {
         status = *current->weekMonStatus();
     }
+    // Closed before a merge opens it again and `publish` renames it.
     current.reset();
     PeriodState state;
     if (const int ret = state.read(m_accountDir, group.dates); ret != 0) {
         return ret > 0 ? g_again : -1;
     }
+    // Nothing to build from; or nothing that waits, and no need to count anew.
     if (found != 0 ? state.dayFiles().empty()
                    : state.waitingFiles().empty() && state.fits(status)) {
         return 0;
@@ -151,6 +155,7 @@ int PeriodStage::countAnew(const PeriodFiles& files, const PeriodState& state,
     if (ret != 0) {
         return ret < 0 ? LOG_FAIL("mergeNew2Week fail") : 0;
     }
+    // An error or a stop leaves the output: either ends the process, and the next start removes it.
     const int dominates = holdsAtLeast(files.temp, files.formal);
     uint64_t total = 0;
     if (dominates < 0 || dominates == 3) {
@@ -159,14 +164,17 @@ int PeriodStage::countAnew(const PeriodFiles& files, const PeriodState& state,
     if (dominates == 0 && readTotal(files.temp, m_kind.statusType, total) != 0) {
         return -1;
     }
+    // What the old file would come to if it were brought forward over the gap.
     const uint64_t forward =
         static_cast<uint64_t>(status.totalCount()) + state.waitingTotal(status);
     if (dominates == 1 || (dominates == 0 && total >= forward)) {
         return publishOutput(files, state, state.dayFiles());
     }
+    // The name must be free for whatever is merged instead.
     if (platform().removeFile(files.temp) != 0) {
         return LOG_FAIL("remove %s fail, errno %d", files.temp.c_str(), errno);
     }
+    // The old file is damaged: next time it is its backup that is compared, or the file is built.
     if (dominates == 2) {
         return Util::setAside(files.formal) == 0 ? g_again : -1;
     }
@@ -177,6 +185,8 @@ int PeriodStage::countAnew(const PeriodFiles& files, const PeriodState& state,
 
 int PeriodStage::publishOutput(const PeriodFiles& files, const PeriodState& state,
                                const std::vector<std::string>& inputs) {
+    // All that wait, also those that this merge left out: the file holds them, as do day and week
+    // files.
     const bool keep = !m_kind.deletesNewDayFiles || platform().exists(g_keepMarker);
     return publish(files, m_kind.period, inputs,
                    keep ? std::vector<std::string>() : state.waitingFiles());

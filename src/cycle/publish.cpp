@@ -15,6 +15,7 @@ namespace kestrine {
 
 namespace {
 
+// Its owner may hold it open for a moment.
 constexpr int g_dirStatTries = 5;
 constexpr uint32_t g_dirStatPause = 1000; // ms
 
@@ -29,9 +30,11 @@ int deleteNewDayFiles(const std::vector<std::string>& files) {
 }
 
 void setAsideDamaged(const std::string& path, uint32_t statusType) {
+    // An input may be deleted by now. An error or a stop while it is read leaves it alone.
     if (!platform().exists(path) || verifyTwice(path, statusType) != 1) {
         return;
     }
+    // New-day files have no backup that could come back.
     const bool formal = names::newDayNumber(path) < 0;
     if ((formal ? Util::setAside(path) : Util::dumpBrokenFile(path)) != 0) {
         LOG_ERROR("remove broken file %s fail", path.c_str());
@@ -56,6 +59,7 @@ int deleteDirStat(const std::string& directory) {
 
 int publish(const PeriodFiles& files, Period period, const std::vector<std::string>& inputs,
             const std::vector<std::string>& deleted) {
+    // The output is not put in place: start-up removes it, and its inputs still wait.
     if (stopRequested()) {
         return 0;
     }
@@ -68,12 +72,17 @@ int publish(const PeriodFiles& files, Period period, const std::vector<std::stri
     if (stopRequested()) {
         return 0;
     }
+    // Behind the replacement, which was synced. Removals are not: what comes back is left out by
+    // its number.
     if (deleteNewDayFiles(deleted) != 0) {
         return -1;
     }
+    // Last, since lists can be made again at any time; a kill before this leaves the file without.
     TopUrlRecord top;
     const uint32_t type = kindOf(period).statusType;
     if (top.createTop(type, files.directory, files.formal) != 0) {
+        // The visits are in place all the same. Reading for the lists is the first time that copied
+        // blocks are looked into.
         LOG_ERROR("create top for %s fail", files.formal.c_str());
         setAsideDamaged(files.formal, type);
         for (const std::string& path : inputs) {

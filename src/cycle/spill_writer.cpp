@@ -6,6 +6,8 @@
 #include "tree/directories.h"
 #include "tree/names.h"
 
+#include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cinttypes>
 
@@ -20,6 +22,7 @@ int createDirectoryOf(const std::string& path) {
     if (path.size() > g_maxPath) {
         return LOG_FAIL("sprintf_n fail, errno %d", errno);
     }
+    // Not synced: what a power failure takes from here is read from the logs again.
     if (Util::createDir(path, Durable::No) != 0) {
         return LOG_FAIL("create dir %s fail", path.c_str());
     }
@@ -27,6 +30,27 @@ int createDirectoryOf(const std::string& path) {
 }
 
 } // namespace
+
+// The list and the records that it names, which lie in no order: those next in turn are loaded
+// ahead.
+class SpillWriter::Records {
+public:
+    Records(const UrlHashMap& map, std::span<const KeyedRecord> list) : m_map(map), m_list(list) {}
+
+    [[nodiscard]] size_t size() const { return m_list.size(); }
+    [[nodiscard]] UrlRecordView operator[](size_t i) const {
+        if (i + g_ahead < m_list.size()) {
+            m_map.prefetchAt(m_list[i + g_ahead].place);
+        }
+        return m_map.recordAt(m_list[i].place);
+    }
+
+private:
+    static constexpr size_t g_ahead = 8;
+
+    const UrlHashMap& m_map;
+    std::span<const KeyedRecord> m_list;
+};
 
 void SpillWriter::openDate(const std::string& account, const DayStatus& status) {
     m_account = account;
@@ -36,14 +60,18 @@ void SpillWriter::openDate(const std::string& account, const DayStatus& status) 
 
 void SpillWriter::dropDate() {
     m_memFileList.dropLastGroup();
+    // What an earlier move of the memory disk has merged for this date, too.
     m_diskTempFileList.dropDate(m_status->date());
 }
 
-int SpillWriter::writeRecords(std::vector<KeyedRecord>& records) {
+int SpillWriter::writeRecords(const UrlHashMap& map, std::span<const KeyedRecord> list) {
+    assert(m_status != nullptr && std::ranges::is_sorted(list, {}, &KeyedRecord::key));
+    const Records records(map, list);
     for (size_t from = 0; from < records.size() && !stopRequested();) {
         size_t to = from;
         Result result = writeFile(records, from, to, Place::MemoryDisk);
         if (result == Result::NoSpace && m_memFileList.hasFiles()) {
+            // Then the same records once more: the file that found no room is gone.
             LOG_INFO("no space on memory disk for %s, move its files to disk", m_account.c_str());
             if (moveMemoryDiskToDisk() != 0) {
                 return -1;
@@ -51,17 +79,17 @@ int SpillWriter::writeRecords(std::vector<KeyedRecord>& records) {
             continue;
         }
         if (result == Result::NoSpace) {
+            // Nothing of ours can be moved away: the memory disk is smaller than its budget says.
             LOG_INFO("no space on memory disk for %s, write to disk", m_account.c_str());
             result = writeFile(records, from, to, Place::Disk);
         }
         if (result != Result::Written) {
             return -1;
         }
-        for (; from < to; ++from) {
-            records[from].record.reset();
-        }
+        // Only now: until its file is complete a record may have to be written once more.
+        from = to;
         if (from < records.size() && !stopRequested() &&
-            checkWriteMemDiskTempToDiskTemp(*records[from].record, 0) != 0) {
+            checkWriteMemDiskTempToDiskTemp(records[from], 0) != 0) {
             return -1;
         }
     }
@@ -78,12 +106,15 @@ SpillWriter::Result SpillWriter::resultOf(int ret, Place place) {
 
 // Writes one file of the records from `from` on, to the end or until the memory disk's budget cuts
 // it; `to` is the first record that is not in it. After a stop there is no file.
-SpillWriter::Result SpillWriter::writeFile(std::vector<KeyedRecord>& records, size_t from,
-                                           size_t& to, Place place) {
+SpillWriter::Result SpillWriter::writeFile(const Records& records, size_t from, size_t& to,
+                                           Place place) {
+    // ENOSPC below is to come from this file, and a failure without a system call leaves errno
+    // alone.
     errno = 0;
     std::string path;
     Result result = resultOf(createPath(place, path), place);
     if (result == Result::Written) {
+        // Closed with this scope: not every system removes an open file.
         UrlFile file(m_configuration.urlBlockSize());
         result = fill(file, path, records, from, to, place);
     }
@@ -93,6 +124,7 @@ SpillWriter::Result SpillWriter::writeFile(std::vector<KeyedRecord>& records, si
     if (platform().exists(path) && platform().removeFile(path) != 0) {
         LOG_INFO("remove %s fail, errno %d", path.c_str(), errno);
     }
+    // Written without a file after a stop: the caller looks at the flag and drops the date.
     return result == Result::Written && !stopRequested() ? Result::Failed : result;
 }
 
@@ -114,16 +146,18 @@ int SpillWriter::handOn(const std::string& path, Place place) {
 }
 
 SpillWriter::Result SpillWriter::fill(UrlFile& file, const std::string& path,
-                                      const std::vector<KeyedRecord>& records, size_t from,
-                                      size_t& to, Place place) {
+                                      const Records& records, size_t from, size_t& to,
+                                      Place place) {
     if (const int ret = file.open(path, OpenMode::Truncate); ret != 0) {
         const Result result = resultOf(ret, place);
         LOG_ERROR("open file %s fail", path.c_str());
         return result;
     }
     for (to = from; to < records.size(); ++to) {
-        const UrlRecord& record = *records[to].record;
+        const UrlRecordView record = records[to];
         if (place == Place::MemoryDisk && crossesMemoryDisk(record, file, to == from)) {
+            // What is in the file already makes it worth finishing; its successor begins with this
+            // record.
             if (to > from) {
                 break;
             }
@@ -134,7 +168,7 @@ SpillWriter::Result SpillWriter::fill(UrlFile& file, const std::string& path,
         if (stopRequested()) {
             return Result::Written;
         }
-        if (const Result result = resultOf(file.writeOneRecord(record.view()), place);
+        if (const Result result = resultOf(file.writeOneRecord(record), place);
             result != Result::Written) {
             LOG_ERROR("write one record fail %s", path.c_str());
             return result;
@@ -147,6 +181,7 @@ int SpillWriter::finish(UrlFile& file) {
     if (file.flush() != 0) {
         return LOG_FAIL("flush %s fail", file.path().c_str());
     }
+    // As it is now: the caller's goes on as nodes are read.
     DayStatus status = *m_status;
     status.setTotalCount(file.totalCount());
     if (file.writeStatus(status) != 0) {
@@ -160,7 +195,7 @@ int SpillWriter::finish(UrlFile& file) {
 
 // Bytes on the memory disk, at most, with one more record, which may begin a block, in a file that
 // has `pending` bytes so far.
-int64_t SpillWriter::memoryDiskBytes(const UrlRecord& record, int64_t pending) const {
+int64_t SpillWriter::memoryDiskBytes(const UrlRecordView& record, int64_t pending) const {
     return static_cast<int64_t>(m_memFileList.totalSize() + m_status->writtenSize() +
                                 sizeof(int64_t) + BlockHeader::g_size + record.size()) +
            pending;
@@ -173,14 +208,14 @@ int64_t SpillWriter::usableMemoryDisk() const {
 // The budget would be crossed and there is something to be done about it: files that can be moved,
 // or a file being written that can be finished. With a budget that leaves nothing usable the file
 // being written is never cut.
-bool SpillWriter::crossesMemoryDisk(const UrlRecord& record, const UrlFile& file,
+bool SpillWriter::crossesMemoryDisk(const UrlRecordView& record, const UrlFile& file,
                                     bool empty) const {
     return memoryDiskBytes(record, file.pendingSize()) > usableMemoryDisk() &&
            (m_memFileList.hasFiles() || (!empty && usableMemoryDisk() > 0));
 }
 
 // Makes room on the memory disk for the first record of a file.
-int SpillWriter::checkWriteMemDiskTempToDiskTemp(const UrlRecord& record, int64_t pending) {
+int SpillWriter::checkWriteMemDiskTempToDiskTemp(const UrlRecordView& record, int64_t pending) {
     const int64_t current = memoryDiskBytes(record, pending);
     const int64_t max = usableMemoryDisk();
     LOG_INFO("prepare to write to disk cur:%" PRId64 "K %" PRId64 " max:%" PRId64 "K %" PRId64,
@@ -221,6 +256,7 @@ int SpillWriter::setDayStatusAndPathForMemdiskFile() {
     m_memFileList.setLastStatus(*m_status);
     LOG_DEBUG("add new memory disk file m_memFileList, print daystatus:");
     m_status->print();
+    // Its status stays in the list all the same: logs without a host move positions, too.
     if (m_memFileList.lastGroupSize() == 0) {
         LOG_DEBUG("size 0, not add file");
         return 0;

@@ -7,7 +7,7 @@
 //     moved to disk and the file is written again, or, when there is none to move, as a disk
 //     temporary file.
 //  3. A file is closed with the status of the date being read and joins the date's group.
-// A record is freed when the file that holds it is finished, so that it can be written once more.
+// The records stay in the map until all are in files, so that one can be written once more.
 #pragma once
 
 #include "aggregate/url_hash_map.h"
@@ -18,8 +18,8 @@
 #include "storage/url_file.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace kestrine {
 
@@ -33,9 +33,9 @@ public:
     // Begins a date of the account with that path. The status is the caller's and may move forward
     // while the date is read: each file carries it as it then is.
     void openDate(const std::string& account, const DayStatus& status);
-    // Writes records, in ascending key order, and frees those that are in a file. 0, also after a
-    // stop, with records left over: the date is dropped then; -1.
-    [[nodiscard]] int writeRecords(std::vector<KeyedRecord>& records);
+    // Writes listed records of a map, in ascending key order. 0, also after a stop, with records
+    // left over: the date is dropped then; -1.
+    [[nodiscard]] int writeRecords(const UrlHashMap& map, std::span<const KeyedRecord> records);
     // Names the disk temporary file into which the date's memory-disk files will be merged. 0 or
     // -1.
     [[nodiscard]] int setDayStatusAndPathForMemdiskFile();
@@ -46,21 +46,20 @@ private:
     enum class Place { MemoryDisk, Disk };
     // NoSpace: the memory disk is full. After this and after a failure the file is gone.
     enum class Result { Written, NoSpace, Failed };
+    class Records;
 
     [[nodiscard]] static Result resultOf(int ret, Place place);
-    [[nodiscard]] Result writeFile(std::vector<KeyedRecord>& records, size_t from, size_t& to,
-                                   Place place);
+    [[nodiscard]] Result writeFile(const Records& records, size_t from, size_t& to, Place place);
     [[nodiscard]] int createPath(Place place, std::string& path);
-    [[nodiscard]] Result fill(UrlFile& file, const std::string& path,
-                              const std::vector<KeyedRecord>& records, size_t from, size_t& to,
-                              Place place);
+    [[nodiscard]] Result fill(UrlFile& file, const std::string& path, const Records& records,
+                              size_t from, size_t& to, Place place);
     [[nodiscard]] int handOn(const std::string& path, Place place);
     [[nodiscard]] int finish(UrlFile& file);
-    [[nodiscard]] int64_t memoryDiskBytes(const UrlRecord& record, int64_t pending) const;
+    [[nodiscard]] int64_t memoryDiskBytes(const UrlRecordView& record, int64_t pending) const;
     [[nodiscard]] int64_t usableMemoryDisk() const;
-    [[nodiscard]] bool crossesMemoryDisk(const UrlRecord& record, const UrlFile& file,
+    [[nodiscard]] bool crossesMemoryDisk(const UrlRecordView& record, const UrlFile& file,
                                          bool empty) const;
-    [[nodiscard]] int checkWriteMemDiskTempToDiskTemp(const UrlRecord& record, int64_t pending);
+    [[nodiscard]] int checkWriteMemDiskTempToDiskTemp(const UrlRecordView& record, int64_t pending);
     [[nodiscard]] int moveMemoryDiskToDisk();
     [[nodiscard]] int createMemDiskDirAndGetFilePath(std::string& path);
     [[nodiscard]] int createDiskTempDirAndGetFilePath(std::string& path);

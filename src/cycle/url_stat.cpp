@@ -1,9 +1,7 @@
 #include "cycle/url_stat.h"
 
-#include "aggregate/priority_queue.h"
 #include "cycle/day_stage.h"
 #include "cycle/period_stage.h"
-#include "frame/data_path.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "frame/ticks.h"
@@ -11,12 +9,12 @@
 #include "input/url_file_new_data.h"
 #include "input/user_buffer.h"
 #include "platform/platform.h"
-#include "storage/url_key.h"
 #include "tree/directories.h"
 #include "tree/free_space.h"
 #include "tree/names.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cinttypes>
 
@@ -30,14 +28,10 @@ bool isDue(uint32_t& last, int32_t interval, uint32_t& seconds) {
     const uint32_t now = platform().tickCount();
     const uint32_t elapsed = elapsedTicks(last, now);
     seconds = elapsed / 1000;
+    // A tick that happens to be 0 counts as never: a merge comes too early, which harms nothing.
     const bool due = last == 0 || elapsed >= static_cast<uint32_t>(interval) * 1000U;
     last = due ? now : last;
     return due;
-}
-
-void sortByKey(std::vector<KeyedRecord>& records) {
-    std::sort(records.begin(), records.end(),
-              [](const KeyedRecord& a, const KeyedRecord& b) { return a.key < b.key; });
 }
 
 } // namespace
@@ -50,14 +44,7 @@ UrlStat::~UrlStat() {
 
 int UrlStat::init() {
     m_hashMemory = static_cast<uint64_t>(m_configuration.maxHashMemory());
-    const LoggerSettings settings;
-    m_bufferSize = settings.defaultBlockSize;
-    for (Buffer& buffer : m_buffers) {
-        if (buffer.allocate(static_cast<size_t>(m_bufferSize)) != 0) {
-            return LOG_FAIL("malloc fail, errno %d", errno);
-        }
-    }
-    return 0;
+    return ReadBuffers::getInstance(&m_buffers) == 0 ? 0 : LOG_FAIL("getInstance fail");
 }
 
 int UrlStat::run(const std::string& account) {
@@ -84,6 +71,8 @@ int UrlStat::run(const std::string& account) {
     if (new2Daycrcsort(account) != 0) {
         return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
+    // In this order, since the month stage deletes what all three have folded in. After a stop the
+    // later ones return 0 at once, so that none goes on where the one before has left off.
     if (weekcrcsort(account) != 0) {
         return LOG_FAIL("weekcrcsort fail");
     }
@@ -95,6 +84,8 @@ int UrlStat::run(const std::string& account) {
 
 int UrlStat::daycrcsort(const std::string& account) {
     m_account = account;
+    // Before positions are read: files beyond a gap name positions behind logs that must be read
+    // again.
     if (DayStage(account, accountDirectory()).settleGaps() != 0) {
         return LOG_FAIL("settle new-day files of %s fail", account.c_str());
     }
@@ -110,16 +101,23 @@ int UrlStat::daycrcsort(const std::string& account) {
     if (!days.empty() && makeDirectoriesDurable() != 0) {
         return LOG_FAIL("make directories of %s durable fail", account.c_str());
     }
-    for (DayStatus& day : days) {
-        if (createTempFile(day) != 0) {
-            return LOG_FAIL("create temp file fail %s", account.c_str());
-        }
-        if (stopRequested()) {
-            LOG_DEBUG("find g_isRunning 0, stop");
-            return 0;
-        }
+    if (!days.empty() && readLogs(days) != 0) {
+        return LOG_FAIL("create temp file fail %s", account.c_str());
     }
+    if (stopRequested()) {
+        LOG_DEBUG("find g_isRunning 0, stop");
+        return 0;
+    }
+    // Also without new logs: the merge into day files has an interval of its own.
     return daycrcsortnew(account);
+}
+
+int UrlStat::readLogs(std::vector<DayStatus>& days) {
+    int result = 0;
+    for (size_t i = 0; i < days.size() && result == 0 && !stopRequested(); ++i) {
+        result = createTempFile(days[i]);
+    }
+    return result;
 }
 
 // Before anything below them is: temporary files make their directories without syncing, and a kill
@@ -176,6 +174,7 @@ int UrlStat::moncrcsort(const std::string& account) {
 int UrlStat::runPeriods(Period period, bool& compared) const {
     PeriodStage stage(kindOf(period), m_account, accountDirectory());
     const int ret = stage.run(!compared);
+    // A comparison that failed or was stopped may have left periods out.
     compared = compared || (ret == 0 && !stopRequested());
     return ret;
 }
@@ -185,8 +184,8 @@ std::string UrlStat::accountDirectory() const {
 }
 
 int UrlStat::createTempFile(DayStatus& status) {
-    if (m_reader.init(m_buffers[0].span(), m_buffers[1].span(), m_configuration.settleTime()) !=
-        0) {
+    if (m_reader.init(m_buffers->stored.span(), m_buffers->raw.span(),
+                      m_configuration.settleTime()) != 0) {
         LOG_ERROR("param invalid");
     }
     m_dayStatus = &status;
@@ -195,6 +194,8 @@ int UrlStat::createTempFile(DayStatus& status) {
     m_map.clear();
     m_spill.openDate(m_account, status);
     bool moved = false;
+    // No failure of the pass: the other dates go on, and this one's logs are read again in the
+    // next.
     if (readNodes(status, moved) != 0 || !moved || stopRequested()) {
         dropDate();
         return 0;
@@ -209,6 +210,7 @@ int UrlStat::createTempFile(DayStatus& status) {
         dropDate();
         return 0;
     }
+    // The group takes the positions reached and is closed; until here any failure drops the date.
     if (m_spill.setDayStatusAndPathForMemdiskFile() != 0) {
         return LOG_FAIL("setDayStatusAndPathForMemdiskFile fail");
     }
@@ -223,6 +225,8 @@ int UrlStat::readNodes(DayStatus& status, bool& moved) {
         const int32_t fileBefore = status.entries()[i].fileNumber;
         if (dealOneDevice(status, i) != 0) {
             LOG_ERROR("dealOneDevice fail %s", status.entries()[i].path.c_str());
+            // A node that failed before its first visit costs the others nothing; it keeps its
+            // position.
             if (m_visits != visitsBefore || m_spillFailed) {
                 return -1;
             }
@@ -247,6 +251,7 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
     if (opened == g_loaderNoMore) {
         return m_reader.close() == 0 ? 0 : -1; // nothing readable yet: the entry stays as it was
     }
+    // Tried again in the next pass, from the same position.
     if (opened != 0) {
         LOG_ERROR("open %s fail", node.path.c_str());
         if (m_reader.close() != 0) {
@@ -256,6 +261,8 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
     }
     const int ret = dealAllDatFile(m_reader);
     if (ret == 0) {
+        assert(m_reader.hasPosition());
+        // After a stop this is somewhere in the middle, but then the whole date is dropped.
         node.fileNumber = m_reader.currentPosition().fileNumber;
         node.offset = m_reader.currentPosition().offset;
     } else {
@@ -270,11 +277,12 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
 int UrlStat::dealAllDatFile(LoaderReader& reader) {
     while (true) {
         size_t used = 0;
-        const int ret = reader.readHistory(m_buffers[2].span(), used);
+        const int ret = reader.readHistory(m_buffers->records.span(), used);
         if (ret != g_loaderDone && ret != g_loaderNoMore) {
             return LOG_FAIL("LoaderReader fail %d", ret);
         }
-        if (used > 0 && dealOneUserBuffer(m_buffers[2].span().first(used)) != 0) {
+        // Also with g_loaderNoMore: records that came before damage at the end are counted.
+        if (used > 0 && dealOneUserBuffer(m_buffers->records.span().first(used)) != 0) {
             return LOG_FAIL("dealOneUserBuffer %s fail", m_account.c_str());
         }
         if (stopRequested()) {
@@ -291,6 +299,7 @@ int UrlStat::dealOneUserBuffer(ByteView stream) {
     if (stream.empty()) {
         return LOG_FAIL("param invalid");
     }
+    VisitBatch visits;
     size_t offset = 0;
     ByteView payload;
     while (nextEntry(stream, offset, payload)) {
@@ -304,22 +313,34 @@ int UrlStat::dealOneUserBuffer(ByteView stream) {
         if (result != HostResult::Found) {
             continue;
         }
-        if (dealOneUrlRecord(host, type) != 0) {
-            return LOG_FAIL("dealOneUrlRecord from result %.*s fail", static_cast<int>(host.size()),
-                            host.data());
+        visits.add(m_map, host, type);
+        if (visits.full() && dealBatch(visits) != 0) {
+            return -1;
         }
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
             return 0;
         }
     }
+    return dealBatch(visits);
+}
+
+int UrlStat::dealBatch(VisitBatch& visits) {
+    // Only fetched, not kept: a spill between two visits moves records.
+    visits.loadRecords(m_map);
+    for (const Visit& visit : visits.all()) {
+        if (dealOneUrlRecord(visit) != 0) {
+            return LOG_FAIL("dealOneUrlRecord from result %.*s fail",
+                            static_cast<int>(visit.host.size()), visit.host.data());
+        }
+    }
+    visits.clear();
     return 0;
 }
 
-int UrlStat::dealOneUrlRecord(std::string_view host, uint32_t type) {
-    if (host.empty()) {
-        return LOG_FAIL("param invalid");
-    }
+int UrlStat::dealOneUrlRecord(const Visit& visit) {
+    const std::string_view host = visit.host;
+    // Tested before the lookup, which a spill would make useless: records move or go.
     if (m_map.usedMemory() + host.size() >= m_hashMemory) {
         if (writeHashMap(0) != 0) {
             return LOG_FAIL("writeHashMap fail %s", m_account.c_str());
@@ -329,21 +350,17 @@ int UrlStat::dealOneUrlRecord(std::string_view host, uint32_t type) {
             return 0;
         }
     }
-    const uint64_t key = urlKey(asBytes(host)); // always of the whole text
     ++m_visits;
-    if (UrlRecord* const record = m_map.find(key)) {
-        ++record->count;
+    if (m_map.addVisit(visit.key)) {
         return 0;
     }
     if (host.size() > g_maxHostText) {
         LOG_INFO("host len %d too long, set to %d : %.*s", static_cast<int>(host.size()),
                  static_cast<int>(g_maxHostText), static_cast<int>(host.size()), host.data());
     }
-    UrlRecordPtr record = makeUrlRecord({key, 1, type, host});
-    if (!record) {
+    if (m_map.insert({visit.key, 1, visit.type, host}) != 0) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
-    m_map.insert(std::move(record));
     return 0;
 }
 
@@ -355,6 +372,7 @@ int UrlStat::writeHashMap(int writeAll) {
         return 0;
     }
     const std::string& root = m_configuration.urlStatRoot();
+    // Of the statistics' volume: what is spilled to memory will be merged to there.
     if (Util::sleepWhileNoSpace(root) != 0) {
         return LOG_FAIL("sleepWhileNoSpace fail %s", root.c_str());
     }
@@ -362,52 +380,37 @@ int UrlStat::writeHashMap(int writeAll) {
         LOG_DEBUG("find g_isRunning 0, stop");
         return 0;
     }
-    std::vector<KeyedRecord> records;
-    if (m_map.takeAll(records) != 0) {
-        return LOG_FAIL("malloc fail, errno %d", errno);
-    }
-    sortByKey(records);
-    const auto percent = static_cast<uint64_t>(m_configuration.exportPersent());
-    const size_t keep =
-        writeAll != 0 ? 0 : static_cast<size_t>((100 - percent) * records.size() / 100);
-    if (keep > 0 && reserveByPercent(keep, m_map, records, records.size()) != 0) {
-        LOG_ERROR("reserve by percent fail");
-        m_spillFailed = true;
-        return -1;
-    }
-    m_spillFailed = m_spill.writeRecords(records) != 0;
+    m_spillFailed = spill(writeAll != 0) != 0;
     return m_spillFailed ? -1 : 0;
 }
 
-// The `keep` most visited records move into the map, the others to the front of `records`, which is
-// cut to them and sorted by key again.
-int UrlStat::reserveByPercent(size_t keep, UrlHashMap& map, std::vector<KeyedRecord>& records,
-                              size_t total) {
-    CPriorityQueue<UrlRecord*> queue;
-    if (queue.init(static_cast<uint32_t>(keep), lessByCountAndKey) != 0) {
-        return LOG_FAIL("MinHeap::init fail");
-    }
-    size_t written = 0;
-    int pushed = 0;
-    for (size_t i = 0; i < total && pushed >= 0; ++i) {
-        UrlRecord* dropped = nullptr;
-        pushed = queue.push(records[i].record.get(), dropped);
-        if (pushed >= 0) {
-            (void)records[i].record.release(); // the queue's, or `dropped`
-        }
-        if (pushed == 1) {
-            records[written++] = {dropped->key, UrlRecordPtr(dropped)};
-        }
-    }
-    for (; queue.size() > 0; queue.pop()) {
-        map.insert(UrlRecordPtr(queue.top()));
-    }
-    if (pushed < 0) {
+int UrlStat::spill(bool all) {
+    PageArray<KeyedRecord> list;
+    if (m_map.list(list) != 0) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
-    records.resize(written);
-    sortByKey(records);
-    return 0;
+    std::span<KeyedRecord> records = list.span();
+    const auto percent = static_cast<uint64_t>(m_configuration.exportPersent());
+    const size_t keep = all ? 0 : static_cast<size_t>((100 - percent) * records.size() / 100);
+    const Spared spared = reserveByPercent(keep, records);
+    if (m_spill.writeRecords(m_map, records) != 0) {
+        return -1;
+    }
+    // Before `retain` makes the table anew: there need not be memory for both.
+    list.release();
+    return m_map.retain(spared) == 0 ? 0 : LOG_FAIL("malloc fail, errno %d", errno);
+}
+
+// Takes the `keep` most visited records, which stay in the map, out of the list; the others keep
+// their order.
+Spared UrlStat::reserveByPercent(size_t keep, std::span<KeyedRecord>& records) {
+    const Spared spared = Spared::choose(records, keep);
+    const auto rest =
+        std::remove_if(records.begin(), records.end(), [&spared](const KeyedRecord& record) {
+            return spared.holds(record.key, record.visits);
+        });
+    records = records.first(static_cast<size_t>(rest - records.begin()));
+    return spared;
 }
 
 // The date hands nothing on: neither from the map nor from its temporary files.

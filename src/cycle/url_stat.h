@@ -22,17 +22,18 @@
 #pragma once
 
 #include "aggregate/url_hash_map.h"
+#include "aggregate/visit_batch.h"
 #include "cycle/spill_writer.h"
-#include "frame/buffer.h"
 #include "frame/configuration.h"
 #include "input/loader_reader.h"
+#include "input/read_buffers.h"
 #include "merge/disk_temp_file_list.h"
 #include "merge/mem_file_list.h"
 #include "storage/status.h"
 #include "tree/period.h"
 
-#include <array>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -64,9 +65,9 @@ public:
     [[nodiscard]] int weekcrcsort(const std::string& account);
     [[nodiscard]] int moncrcsort(const std::string& account);
 
-    // Counts one visit. The map is spilled first when its budget would be crossed. 0 or -1; after a
-    // stop the visit is not counted and the result is 0.
-    [[nodiscard]] int dealOneUrlRecord(std::string_view host, uint32_t type);
+    // Counts one visit, of a host that is not empty. The map is spilled first when its budget would
+    // be crossed. 0 or -1; after a stop the visit is not counted and the result is 0.
+    [[nodiscard]] int dealOneUrlRecord(const Visit& visit);
     // Counts the visits of a delivered record stream. 0 or -1.
     [[nodiscard]] int dealOneUserBuffer(ByteView stream);
 
@@ -76,24 +77,25 @@ private:
     [[nodiscard]] int runPeriods(Period period, bool& compared) const;
 
     // ---- a date's logs
+    [[nodiscard]] int readLogs(std::vector<DayStatus>& days);
     [[nodiscard]] int createTempFile(DayStatus& status);
     [[nodiscard]] int readNodes(DayStatus& status, bool& moved);
     [[nodiscard]] int dealOneDevice(DayStatus& status, size_t index);
     [[nodiscard]] int dealAllDatFile(LoaderReader& reader);
+    [[nodiscard]] int dealBatch(VisitBatch& visits);
     void dropDate();
 
     // ---- the map
     [[nodiscard]] int writeHashMap(int writeAll);
-    [[nodiscard]] static int reserveByPercent(size_t keep, UrlHashMap& map,
-                                              std::vector<KeyedRecord>& records, size_t total);
+    [[nodiscard]] int spill(bool all);
+    [[nodiscard]] static Spared reserveByPercent(size_t keep, std::span<KeyedRecord>& records);
 
     const Configuration& m_configuration;
     bool m_weeksCompared = false; // with all day files, by this process
     bool m_monthsCompared = false;
-    uint32_t m_lastDayMerge = 0;     // tick of the last day merge, 0: never
-    uint32_t m_lastWeekMonth = 0;    // tick of the last week and month stage, 0: never
-    int32_t m_bufferSize = 0;        // bytes of each work buffer
-    std::array<Buffer, 3> m_buffers; // block as stored, block uncompressed, delivered records
+    uint32_t m_lastDayMerge = 0;  // tick of the last day merge, 0: never
+    uint32_t m_lastWeekMonth = 0; // tick of the last week and month stage, 0: never
+    ReadBuffers* m_buffers = nullptr;
     MemFileList m_memFileList;
     DiskTempFileList m_diskTempFileList;
     uint64_t m_hashMemory = 0; // budget of the map in bytes

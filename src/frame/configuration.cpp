@@ -9,48 +9,46 @@ namespace kestrine {
 
 namespace {
 
-constexpr const char* g_settingsFile = "config/urlstat.ini";
-constexpr const char* g_section = "urlstat";
 constexpr int32_t g_urlBlockSize = 2048; // KiB, not configurable
 
 Configuration g_configuration;
 
 // A path with '/' throughout.
 std::string readPath(const IniFile& ini, const char* key) {
-    std::string path(ini.find(g_section, key).value_or(std::string_view()));
+    std::string path(ini.find(Configuration::g_section, key).value_or(std::string_view()));
     Util::replaceChar(path, '\\', '/');
     return path;
 }
 
 } // namespace
 
-struct Configuration::NumericSetting {
-    const char* key;
-    const char* name; // in messages
-    int32_t Configuration::*member;
-    int32_t defaultValue;
-    int32_t minimum;
-    int32_t maximum;
-};
-
-const Configuration::NumericSetting Configuration::g_numericSettings[7] = {
-    {"maxHashMemory", "m_maxHashMemory", &Configuration::m_maxHashMemory, 102400, 1, 1048576},
-    {"sleepTime", "m_sleepTime", &Configuration::m_sleepTime, 10800, 1, 36000},
-    {"daycrcsortInterval", "m_daycrcsortInterval", &Configuration::m_daycrcsortInterval, 18000, 1,
-     36000},
-    {"weekmoncrcsortInterval", "m_weekmoncrcsortInterval", &Configuration::m_weekmoncrcsortInterval,
-     86400, 1, 172800},
-    {"exportPersent", "m_exportPersent", &Configuration::m_exportPersent, 60, 1, 100},
-    {"memoryDiskSize", "m_memoryDiskSize", &Configuration::m_memoryDiskSize, 512000, 1, 2097152},
-    {"settleTime", "m_settleTime", &Configuration::m_settleTime, 0, 0, 86400},
-};
+std::span<const Configuration::NumericSetting> Configuration::numericSettings() {
+    // Key, name in messages, unit, member; default, least and largest value.
+    static constexpr NumericSetting settings[] = {
+        {"maxHashMemory", "m_maxHashMemory", "KiB", &Configuration::m_maxHashMemory, 102400, 1,
+         1048576},
+        {"sleepTime", "m_sleepTime", "s", &Configuration::m_sleepTime, 10800, 1, 36000},
+        {"daycrcsortInterval", "m_daycrcsortInterval", "s", &Configuration::m_daycrcsortInterval,
+         18000, 1, 36000},
+        {"weekmoncrcsortInterval", "m_weekmoncrcsortInterval", "s",
+         &Configuration::m_weekmoncrcsortInterval, 86400, 1, 172800},
+        {"exportPersent", "m_exportPersent", "%", &Configuration::m_exportPersent, 60, 1, 100},
+        {"memoryDiskSize", "m_memoryDiskSize", "KiB", &Configuration::m_memoryDiskSize, 512000, 1,
+         2097152},
+        {"settleTime", "m_settleTime", "s", &Configuration::m_settleTime, 0, 0, 86400},
+    };
+    return settings;
+}
 
 int Configuration::getInstance(Configuration** instance) {
     if (instance == nullptr) {
         return LOG_FAIL("param invalid");
     }
+    // Once in a process: the directories below hang on it, and may not change while they are
+    // locked.
     if (g_configuration.m_loaded == 0) {
         const int result = g_configuration.loadConfiguration();
+        // There, but not readable: with defaults the service might work on another tree.
         if (result < 0) {
             return LOG_FAIL("load configuration fail");
         }
@@ -71,20 +69,21 @@ void Configuration::resetInstance() {
 }
 
 int Configuration::loadConfiguration() {
-    if (!platform().exists(g_settingsFile)) {
-        LOG_INFO("%s not exist", g_settingsFile);
+    if (!platform().exists(g_file)) {
+        LOG_INFO("%s not exist", g_file);
         return 1;
     }
     IniFile ini;
-    if (ini.load(g_settingsFile) != 0) {
-        return LOG_FAIL("load %s fail", g_settingsFile);
+    if (ini.load(g_file) != 0) {
+        return LOG_FAIL("load %s fail", g_file);
     }
-    for (const NumericSetting& setting : g_numericSettings) {
+    for (const NumericSetting& setting : numericSettings()) {
         const auto value = ini.find(g_section, setting.key);
         this->*setting.member =
             value && !value->empty() ? leadingInteger(*value) : setting.defaultValue;
     }
     m_urlBlockSize = g_urlBlockSize;
+    // Empty ones get their defaults from WorkThread::init, which knows the data path.
     m_urlStatRoot = readPath(ini, "urlStatRoot");
     if (m_urlStatRoot.empty()) {
         LOG_INFO("urlstatroot empty!");
@@ -103,15 +102,16 @@ int Configuration::loadConfiguration() {
 }
 
 void Configuration::setDefaultConfiguration() {
-    for (const NumericSetting& setting : g_numericSettings) {
+    for (const NumericSetting& setting : numericSettings()) {
         this->*setting.member = setting.defaultValue;
     }
     m_urlBlockSize = g_urlBlockSize;
     LOG_INFO("set default configuration");
 }
 
+// Not the nearest bound: a value far out of range was meant for something else.
 void Configuration::checkRange() {
-    for (const NumericSetting& setting : g_numericSettings) {
+    for (const NumericSetting& setting : numericSettings()) {
         int32_t& value = this->*setting.member;
         if (value < setting.minimum || value > setting.maximum) {
             LOG_INFO("%s out of range %d min %d max %d, set to default %d", setting.name, value,

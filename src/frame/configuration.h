@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace kestrine {
@@ -10,6 +11,24 @@ namespace kestrine {
 // once per process; a changed file takes effect at the next start.
 class Configuration {
 public:
+    static constexpr const char* g_file = "config/urlstat.ini";
+    static constexpr const char* g_section = "urlstat";
+
+    // A number among the settings. Outside its range the default holds.
+    struct NumericSetting {
+        const char* key;
+        const char* name; // in messages
+        const char* unit; // of the numbers here, and of the member
+        int32_t Configuration::*member;
+        int32_t defaultValue;
+        int32_t minimum;
+        int32_t maximum;
+    };
+    [[nodiscard]] static std::span<const NumericSetting> numericSettings();
+    [[nodiscard]] int32_t valueOf(const NumericSetting& setting) const {
+        return this->*setting.member;
+    }
+
     // Stores the instance; the first call loads the file. 0, or -1. The process entry asks for it,
     // and hands it down by reference.
     [[nodiscard]] static int getInstance(Configuration** instance);
@@ -41,9 +60,6 @@ public:
     [[nodiscard]] const std::string& urlStatRoot() const { return m_urlStatRoot; }
 
 private:
-    struct NumericSetting;
-    static const NumericSetting g_numericSettings[7];
-
     void logSettings() const;
 
     int32_t m_loaded = 0;

@@ -16,6 +16,7 @@ constexpr const char* g_loggerSection = "loger";
 
 // The data-path file in the installation root; empty when the executable lies in no installation.
 std::string dataPathFile(std::string_view executable) {
+    // The last one: directories above the installation may begin with the same letters.
     const size_t rootEnd = executable.rfind("/ml");
     if (rootEnd == std::string_view::npos) {
         return {};
@@ -53,6 +54,8 @@ int getDataPath(std::string& dataPath) {
 
 LoggerSettings::LoggerSettings() {
     IniFile ini;
+    // The logging product need not be configured; then its defaults hold, as with values out of
+    // range.
     if (ini.load(g_loggerSettingsFile) != 0) {
         return;
     }
@@ -61,6 +64,7 @@ LoggerSettings::LoggerSettings() {
         maxBlockLife = blockLife;
     }
     const int32_t fileLife = ini.integer(g_loggerSection, "maxFileLife");
+    // A file lives longer than the blocks in it.
     if (fileLife >= 60 && fileLife <= 300 && fileLife > maxBlockLife) {
         maxFileLife = fileLife;
     }

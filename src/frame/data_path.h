@@ -16,9 +16,7 @@ struct LoggerSettings {
 
     int32_t defaultBlockSize = 2097152; // bytes, largest valid block
     int32_t maxBlockLife = 60;          // seconds
-    std::string devicePrefix = "devid_";
-    int32_t filesPerDirectory = 100;
-    int32_t maxFileLife = 300; // seconds
+    int32_t maxFileLife = 300;          // seconds
 };
 
 } // namespace kestrine

@@ -28,6 +28,7 @@ template <typename Named>
 const Named* findNamed(const std::vector<Named>& all, std::string_view name) {
     const uint64_t hash = hashOf(name);
     const auto found = std::find_if(all.begin(), all.end(), [&](const Named& one) {
+        // Most names are told apart by their hash alone.
         return one.hash == hash && one.name == name;
     });
     return found == all.end() ? nullptr : &*found;
@@ -64,6 +65,7 @@ int IniFile::load(const std::string& fileName) {
     if (known && !m_fileName.empty() && fileName == m_fileName && info.modified == m_modified) {
         return 0;
     }
+    // Whatever comes next: what was loaded before must not pass for what the file says now.
     free();
     std::string text;
     if (!known || readText(fileName, text) != 0) {
@@ -83,6 +85,7 @@ int IniFile::parse(std::string_view text) {
         text.remove_prefix(byteOrderMark.size());
     }
     while (!text.empty()) {
+        // A last line without a line feed ends with the text.
         const size_t lineEnd = std::min(text.find('\n'), text.size() - 1) + 1;
         const std::string_view line = text.substr(0, std::min(lineEnd, g_maxLine));
         text.remove_prefix(line.size());
@@ -101,12 +104,14 @@ int IniFile::parseLine(std::string_view line) {
     if (line.front() == '[') {
         return openSection(line);
     }
+    // Keys before the first section belong to none.
     return m_sections.empty() ? 0 : addKey(line);
 }
 
 // The name ends at a ']' directly before the line's end; otherwise all the rest is the name.
 int IniFile::openSection(std::string_view line) {
     line.remove_prefix(1);
+    // In a last line without a line feed the ']' therefore is part of the name.
     const size_t end = std::min(line.find("]\r"), line.find("]\n"));
     const auto name = keep(m_pool, line.substr(0, end));
     if (!name) {
@@ -130,6 +135,7 @@ int IniFile::addKey(std::string_view line) {
     if (value.starts_with(' ')) {
         value.remove_prefix(1);
     }
+    // Blanks at the end belong to the value, only the line's end does not.
     value = value.substr(0, value.find_last_not_of("\r\n") + 1);
     const auto keptKey = keep(m_pool, key);
     const auto keptValue = keep(m_pool, value);
@@ -153,6 +159,7 @@ int32_t IniFile::integer(std::string_view section, std::string_view key) const {
 
 void IniFile::free() {
     m_fileName.clear();
+    // Before the pool, into which their names and values point.
     m_sections.clear();
     m_pool.release();
 }

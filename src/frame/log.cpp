@@ -28,43 +28,37 @@ bool isDropped(LogLevel level) {
     return g_errorsToStderr && level != LogLevel::Error;
 }
 
-// The executable's directory with its last separator; empty when unknown.
-std::string executableDirectory() {
-    std::string path = platform().executablePath();
-    const size_t separator = path.find_last_of("/\\");
-    path.erase(separator == std::string::npos ? 0 : separator + 1);
-    return path;
-}
-
 // Names carry their date as year, month, day, so that the oldest sort first.
 void cleanUp(const std::string& directory, size_t filesToKeep) {
     std::vector<FindEntry> entries;
     FindStep step{};
+    // A listing that could not be closed is complete all the same.
     if (platform().find(directory + "kestrine*.txt", entries, step) != 0 &&
         step != FindStep::Close) {
         return;
     }
     std::ranges::sort(entries, {}, &FindEntry::name);
     for (size_t i = 0; i + filesToKeep < entries.size(); ++i) {
+        // What cannot be removed today is the oldest tomorrow, too.
         (void)platform().removeFile(directory + entries[i].name);
     }
 }
 
 // Reports nothing itself: it would be called again by its own report.
 std::unique_ptr<File> openToday(const LocalTime& today) {
-    const std::string base = executableDirectory();
-    if (base.empty()) {
+    const std::string place = logDirectory();
+    if (place.empty()) {
         return nullptr;
     }
-    const std::string parent = base + "log";
-    const std::string directory = parent + "/kestrine/";
+    const std::string directory = place + "/";
     char name[64];
     std::snprintf(name, sizeof name, "kestrine%4d%02d%02d.txt", today.year, today.month, today.day);
     const std::string path = directory + name;
     if (!platform().exists(path)) {
         if (!platform().exists(directory)) {
-            (void)platform().makeDirectory(parent);
-            (void)platform().makeDirectory(parent + "/kestrine");
+            // When these fail, so does the opening below, and the line is dropped.
+            (void)platform().makeDirectory(place.substr(0, place.rfind('/')));
+            (void)platform().makeDirectory(place);
         }
         cleanUp(directory, g_filesToKeep);
     }
@@ -139,6 +133,7 @@ int CRealTimeLog::write(int32_t level, std::string_view message) {
     LocalTime now;
     std::unique_ptr<File> file;
     {
+        // Two threads log, the signals' and the working one: one of them makes the day's file.
         const std::lock_guard<std::mutex> lock(m_openLock);
         now = platform().localTime();
         file = openToday(now);
@@ -149,6 +144,7 @@ int CRealTimeLog::write(int32_t level, std::string_view message) {
     std::string line = header(level, now);
     line += message.substr(0, g_maxMessage);
     line += '\n';
+    // In one call, which appends: lines of two threads do not mix. A full disk costs the line only.
     (void)file->write(asBytes(line));
     (void)file->close();
     return 1;
@@ -158,6 +154,7 @@ void logMessage(LogLevel level, const CodePlace& where, const char* format, ...)
     if (isDropped(level)) {
         return;
     }
+    // Callers report first and then tell reasons apart by errno: a full disk, too few handles.
     const int savedErrno = errno;
     va_list arguments;
     va_start(arguments, format);
@@ -180,6 +177,14 @@ void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format,
     writeConsole(level, message);
     writeFile(level, message);
     errno = savedErrno;
+}
+
+// Beside the executable.
+std::string logDirectory() {
+    const std::string path = platform().executablePath();
+    const size_t separator = path.find_last_of("/\\");
+    return separator == std::string::npos ? std::string()
+                                          : path.substr(0, separator + 1) + "log/kestrine";
 }
 
 void reportErrorsToStderr() {

@@ -61,6 +61,9 @@ void logMessage(LogLevel level, const CodePlace& where, const char* format, ...)
 void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format, ...)
     KESTRINE_PRINTF(3, 4);
 
+// Where the log files lie; empty when the executable's path is not known.
+[[nodiscard]] std::string logDirectory();
+
 // For programs beside the service: from now on reports of errors go to the standard error stream,
 // all others nowhere, and no log file is written. Call before any other thread exists.
 void reportErrorsToStderr();

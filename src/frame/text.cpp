@@ -11,6 +11,8 @@ int32_t leadingInteger(std::string_view text) {
     if (negative || text.starts_with('+')) {
         text.remove_prefix(1);
     }
+    // One above the largest, so that the smallest can be reached; digits beyond it change nothing,
+    // and ten times as much still fits.
     constexpr int64_t limit = int64_t{std::numeric_limits<int32_t>::max()} + 1;
     int64_t value = 0;
     for (const char c : text) {

@@ -14,6 +14,7 @@
 #include "frame/text.h"
 #include "input/account_file.h"
 #include "platform/platform.h"
+#include "tree/listing.h"
 #include "tree/names.h"
 
 #include <algorithm>
@@ -24,7 +25,6 @@ namespace kestrine {
 
 namespace {
 
-constexpr std::string_view g_devicePrefix = "devid_";
 constexpr std::string_view g_types = "A";
 constexpr int32_t g_firstDate = 20000001;
 constexpr int32_t g_lastDate = 21111110;
@@ -37,29 +37,13 @@ bool isDateName(const std::string& name) {
     if (name.size() != 8 || !isDigit(name.front()) || !isDigit(name.back())) {
         return false;
     }
+    // The leading digits only: a letter among the eight makes a number below the first date.
     const int32_t date = names::getDateOfPath(name);
     return date >= g_firstDate && date <= g_lastDate;
 }
 
-bool isDirectory(const FindEntry& entry) {
-    return (entry.attributes & g_attributeDirectory) != 0;
-}
-
 bool notFound(uint32_t error) {
     return error == g_errorFileNotFound || error == g_errorPathNotFound;
-}
-
-int getAccountFilePath(std::string& path) {
-    const std::string executable = platform().executablePath();
-    if (executable.empty()) {
-        return LOG_FAIL("GetModuleFileName fail, errcode %u", platform().lastError());
-    }
-    const size_t end = executable.find_last_of("/\\");
-    if (end == std::string::npos) {
-        return LOG_FAIL("%s invalid", executable.c_str());
-    }
-    path = executable.substr(0, end + 1) + "config/syncaccount.dat";
-    return 0;
 }
 
 struct FileNameLess {
@@ -73,6 +57,7 @@ using AccountNames = std::map<std::string, std::string, FileNameLess>;
 // True when the account may have a directory of its own beside those that are taken; it takes one.
 bool isUsable(const std::string& dataPath, const std::string& account, AccountNames& taken) {
     const std::string name = names::accountOf(account);
+    // Without a name of its own the account would be the log data itself.
     const bool named = account.find_first_not_of('/', dataPath.size()) != std::string::npos;
     if (!named || name.empty() || !platform().isPlainPath(name)) {
         LOG_ERROR("account %s has no usable directory name, left out", account.c_str());
@@ -92,12 +77,26 @@ int AbstractNewData::haveNewData(const std::string&) {
     return LOG_FAIL("should not run here");
 }
 
+int AbstractNewData::getAccountFilePath(std::string& path) {
+    const std::string executable = platform().executablePath();
+    if (executable.empty()) {
+        return LOG_FAIL("GetModuleFileName fail, errcode %u", platform().lastError());
+    }
+    const size_t end = executable.find_last_of("/\\");
+    if (end == std::string::npos) {
+        return LOG_FAIL("%s invalid", executable.c_str());
+    }
+    path = executable.substr(0, end + 1) + "config/syncaccount.dat";
+    return 0;
+}
+
 int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
     accounts.clear();
     std::string path;
     if (getAccountFilePath(path) != 0) {
         return -1;
     }
+    // No failure: the logging product writes it with its first account, which is waited for.
     if (!platform().exists(path)) {
         LOG_INFO("Account Record File Path(%s) not exist", path.c_str());
         return 0;
@@ -125,7 +124,8 @@ int AbstractNewData::getAllNews(const std::string& accountPath) {
     m_newNodes.clear();
     std::vector<std::string> devices;
     if (getAllDevice(accountPath, &devices) != 0) {
-        return LOG_FAIL("getAllDevice %s %s fail", accountPath.c_str(), g_devicePrefix.data());
+        return LOG_FAIL("getAllDevice %s %s fail", accountPath.c_str(),
+                        names::g_devicePrefix.data());
     }
     for (const std::string& device : devices) {
         if (getAllTypes(device) != 0) {
@@ -144,8 +144,9 @@ int AbstractNewData::getAllDevice(const std::string& accountPath,
     devices->clear();
     std::vector<FindEntry> entries;
     FindStep step = FindStep::First;
-    const std::string pattern = names::join(accountPath, std::string(g_devicePrefix) + "*");
+    const std::string pattern = names::join(accountPath, std::string(names::g_devicePrefix) + "*");
     if (platform().find(pattern, entries, step) != 0) {
+        // At a later step the listing broke off, and devices would be missing from it.
         if (step == FindStep::First && notFound(platform().lastError())) {
             LOG_INFO("cannot find any device in %s", accountPath.c_str());
             return 0;
@@ -154,7 +155,7 @@ int AbstractNewData::getAllDevice(const std::string& accountPath,
     }
     for (const FindEntry& entry : entries) {
         // The pattern may match other letter cases too.
-        if (isDirectory(entry) && entry.name.starts_with(g_devicePrefix)) {
+        if (Util::isDirectory(entry) && entry.name.starts_with(names::g_devicePrefix)) {
             devices->push_back(names::join(accountPath, entry.name));
         }
     }
@@ -174,7 +175,7 @@ int AbstractNewData::getAllTypes(const std::string& devicePath) {
                         platform().lastError());
     }
     for (const FindEntry& entry : entries) {
-        if (isDirectory(entry) && tryInsert(devicePath, entry.name) != 0) {
+        if (Util::isDirectory(entry) && tryInsert(devicePath, entry.name) != 0) {
             return -1;
         }
     }
@@ -197,6 +198,7 @@ int AbstractNewData::tryInsertOneType(const std::string& devicePath, const std::
                                       char type) {
     std::string nodePath = names::join(names::join(devicePath, date), std::string(1, type));
     FileInfo info;
+    // A date without this type holds nothing; one that goes away meanwhile is no failure either.
     if (platform().info(nodePath, info) != 0 || !info.isDirectory) {
         return 0;
     }

@@ -49,6 +49,7 @@ int CMlAccountFile::loadAddRecords() {
     if (file->close() != 0) {
         LOG_ERROR("close %s fail, errno %d", m_path.c_str(), errno);
     }
+    // Only what was read to its end: a part written back would lose the other accounts.
     if (result == 0 && m_version == g_olderVersion && save() != 0) {
         LOG_ERROR("rewrite %s in the current layout fail, its accounts are used all the same",
                   m_path.c_str());
@@ -67,6 +68,7 @@ int CMlAccountFile::readHeader(File& file, int32_t& count) {
         LOG_ERROR("magic of %s invalid %X", m_path.c_str(), magic);
         return g_magicUnknown;
     }
+    // The magic alone tells the layout; the version field is only written.
     m_version = magic == g_magic ? g_version : g_olderVersion;
     count = loadLittle<int32_t>(header.data() + 4);
     m_reserved = loadLittle<uint32_t>(header.data() + 12);
@@ -78,6 +80,7 @@ int CMlAccountFile::readRecords(File& file, int32_t count) {
     const size_t size = m_version == g_version ? AccountRecord::g_size : AccountRecord::g_olderSize;
     for (int32_t i = 0; i < count; ++i) {
         AccountRecord record;
+        // A damaged number must not fill the memory.
         if (i == g_mostRecords) {
             LOG_ERROR("%d records in %s, at most %d", count, m_path.c_str(), g_mostRecords);
             return g_recordUnreadable;
@@ -101,6 +104,7 @@ int CMlAccountFile::save() const {
         }
         return -1;
     }
+    // Its content is on stable storage by now, so the name never stands for half a file.
     if (platform().rename(temp, m_path) != 0) {
         LOG_ERROR("rename %s to %s fail, errno %d", temp.c_str(), m_path.c_str(), errno);
         (void)platform().removeFile(temp); // the next call overwrites it
@@ -130,6 +134,7 @@ int CMlAccountFile::writeTo(const std::string& path) const {
             return -1;
         }
     }
+    // Synced although it could be converted again: the accounts are another product's data.
     return file->sync() == 0 && file->close() == 0 ? 0 : -1;
 }
 

@@ -2,29 +2,12 @@
 
 #include "frame/bytes.h"
 #include "frame/log.h"
-#include "frame/retry.h"
+#include "storage/reading.h"
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace kestrine {
-
-namespace {
-
-// Reads at the offset, where the file stands; a call that fails for a passing reason is tried
-// again.
-int64_t readFrom(File& file, int64_t offset, std::span<uint8_t> buffer) {
-    bool again = false;
-    return triedAgain([&]() -> int64_t {
-        if (again && file.seek(offset) != 0) {
-            return -1;
-        }
-        again = true;
-        return file.read(buffer);
-    });
-}
-
-} // namespace
 
 int getFileHeader(File& file, LogFileHeader& header) {
     std::array<uint8_t, g_logFileHeaderSize> bytes{};
@@ -35,7 +18,6 @@ int getFileHeader(File& file, LogFileHeader& header) {
         return count < 0 ? g_readFailed : -1;
     }
     header.magic = loadLittle<uint32_t>(bytes.data());
-    std::copy_n(bytes.begin() + 4, header.label.size(), header.label.begin());
     if (header.magic != g_logFileMagic) {
         return LOG_FAIL("file header not match, flag, E:%X F:%X", g_logFileMagic, header.magic);
     }
@@ -71,6 +53,7 @@ int readBlockHeaderNoWait(File& file, int64_t offset, LogBlockHeader& header, ui
     std::array<uint8_t, g_logBlockHeaderSize> bytes{};
     const int result = readNoWait(file, offset, bytes);
     if (result != 0) {
+        // A file that ends here is not reported as an error: its writer may not have finished.
         if (result == g_readFailed) {
             LOG_ERROR("readNoWait fail errno %d", errno);
         }

@@ -20,7 +20,6 @@
 
 #include "platform/platform.h"
 
-#include <array>
 #include <cstdint>
 #include <span>
 
@@ -38,7 +37,6 @@ constexpr int g_readUnfinished = -9999; // the file ends before the bytes asked 
 
 struct LogFileHeader {
     uint32_t magic = 0;
-    std::array<char, 8> label{};
 };
 
 struct LogBlockHeader {

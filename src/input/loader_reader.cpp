@@ -13,6 +13,7 @@
 #include "frame/retry.h"
 #include "input/log_file_due.h"
 #include "input/user_buffer.h"
+#include "storage/codec.h"
 #include "tree/names.h"
 
 #include <zlib.h>
@@ -79,7 +80,6 @@ int LoaderReader::open(const std::string& nodePath, int32_t startFileNumber) {
     m_nodePath = nodePath;
     m_type = nodePath.back();
     m_committed = LoaderPosition{};
-    m_before = LoaderPosition{};
     m_current = LoaderPosition{startFileNumber};
     m_hasPosition = false;
     dropRawData();
@@ -117,6 +117,7 @@ int LoaderReader::openFile(int32_t fileNumber) {
             return there == 0 ? g_loaderNoMore : g_loaderError;
         }
         const std::string path = names::datFile(m_nodePath, number);
+        // One that cannot be read for good must not keep those behind it from being counted.
         const int result = tryOpenFile(path, number);
         if (result != g_loaderNoMore || number == std::numeric_limits<int32_t>::max()) {
             return result;
@@ -130,6 +131,7 @@ int LoaderReader::tryOpenFile(const std::string& path, int32_t fileNumber) {
     const int64_t next = int64_t{fileNumber} + 1;
     m_skippedRecords = 0;
     m_file = triedAgain([&path] { return platform().open(path, OpenMode::ReadExisting); });
+    // Never written here, so a log that only may be read is as good.
     if (!m_file && (errno == EACCES || errno == EPERM || errno == EROFS)) {
         m_file = triedAgain([&path] { return platform().open(path, OpenMode::Read); });
     }
@@ -145,6 +147,7 @@ int LoaderReader::tryOpenFile(const std::string& path, int32_t fileNumber) {
     LOG_DEBUG("read %s", path.c_str());
     LogFileHeader header;
     const int result = getFileHeader(*m_file, header);
+    // The call failed, not the file: the node waits for the next pass.
     if (result == g_readFailed) {
         return g_loaderError;
     }
@@ -168,6 +171,7 @@ int LoaderReader::tryOpenFile(const std::string& path, int32_t fileNumber) {
 }
 
 int LoaderReader::setHistoryEndPos() {
+    // Asked once: a file that grows faster than it is read would never end.
     if (getFileSize(*m_file, m_endPos) != 0) {
         LOG_ERROR("getFileSize fail, errno %d", errno);
         return g_loaderError;
@@ -176,6 +180,7 @@ int LoaderReader::setHistoryEndPos() {
 }
 
 int LoaderReader::jumpToNextFile() {
+    // Also what is left of a block with a damaged record: nothing behind it can be trusted.
     dropRawData();
     if (close() != 0) {
         LOG_ERROR("close fail");
@@ -266,6 +271,7 @@ int LoaderReader::readHistoryUnCompressData() {
         return g_loaderError;
     }
     const int64_t payload = position + static_cast<int64_t>(g_logBlockHeaderSize);
+    // No room for one more header: the end, or a block that is being written.
     if (payload > m_endPos) {
         return g_loaderNoMore;
     }
@@ -290,6 +296,7 @@ int LoaderReader::readHistoryUnCompressData() {
 
 int LoaderReader::readPayload(const LogBlockHeader& header, int64_t start) {
     const int64_t end = start + int64_t{header.storedSize()};
+    // A block that its writer has not finished is not read in part.
     if (end > m_endPos) {
         return g_loaderNoMore;
     }
@@ -312,9 +319,11 @@ int LoaderReader::readPayload(const LogBlockHeader& header, int64_t start) {
 }
 
 int LoaderReader::inflatePayload(const LogBlockHeader& header) {
-    uLongf length = header.rawSize;
-    const int result =
-        uncompress(m_rawBuffer.data(), &length, m_compressedBuffer.data(), header.blockSize);
+    size_t length = header.rawSize;
+    const int result = codec::decode(m_compressedBuffer.first(header.blockSize),
+                                     m_rawBuffer.first(header.rawSize), length);
+    m_callFailed = result == Z_MEM_ERROR; // says nothing about the bytes
+    // A shorter result is damage, too: the records at its end are missing.
     if (result != Z_OK || length != header.rawSize) {
         return LOG_FAIL("uncompress fail, ret %d, rawSize %u, unLen %u", result, header.rawSize,
                         static_cast<unsigned>(length));
@@ -329,6 +338,7 @@ bool LoaderReader::validNetAction(ByteView payload) {
     if (action >= 2 && action <= 4) {
         return true;
     }
+    // A log may hold nothing else: a line for each would drown all others.
     if (++m_skippedRecords <= g_skippedRecordLines) {
         LOG_INFO("net action invalid %d, skip this record", action);
     }
@@ -354,12 +364,15 @@ LoaderReader::Fill LoaderReader::fillRecord(std::span<uint8_t> buffer, size_t& u
             return Fill::Damaged;
         }
         const ByteView payload(head + g_logRecordHeadSize, length);
-        const auto computed = static_cast<uint32_t>(crc32(0, payload.data(), length));
+        // Of records of every type: after damage in one nobody can tell where the next begins.
+        const uint32_t computed = codec::crc32(payload);
         const auto stored = loadLittle<uint32_t>(head + 8);
         if (computed != stored) {
             LOG_ERROR("crc not match %u %u", computed, stored);
             return Fill::Damaged;
         }
+        // A record always fits an empty buffer of a block's size: its head in the block takes more
+        // than the length before it here.
         const size_t room = buffer.size() - used;
         if (room < g_entryLengthSize || room - g_entryLengthSize < length) {
             return Fill::Full;
@@ -375,7 +388,6 @@ LoaderReader::Fill LoaderReader::fillRecord(std::span<uint8_t> buffer, size_t& u
 }
 
 void LoaderReader::commitPosition() {
-    m_before = m_committed;
     m_committed = m_current;
     dropRawData();
 }

@@ -81,7 +81,6 @@ private:
     std::unique_ptr<File> m_file;
     LoaderPosition m_current;
     LoaderPosition m_committed; // everything up to here was delivered
-    LoaderPosition m_before;    // the committed position before that
     bool m_hasPosition = false;
     int64_t m_endPos = 0; // size of the file when it was opened
     std::span<uint8_t> m_compressedBuffer;

@@ -22,8 +22,6 @@ namespace kestrine {
 
 namespace {
 
-constexpr std::string_view g_deviceMark = "devid_";
-
 // Path of a node's log file; false when it is too long for the system.
 bool formDatPath(const std::string& nodePath, int32_t number, std::string& path) {
     path = names::datFile(names::join(nodePath, "A"), number);
@@ -58,6 +56,7 @@ int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
     for (const DayStatus& status : m_dayList) {
         DayStatus due;
         if (selectDueNodes(status, due) != 0) {
+            // All or none: what is due must not depend on which date failed.
             LOG_ERROR("have new data fail");
             out.clear();
             return -1;
@@ -72,6 +71,8 @@ int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
 }
 
 int UrlFileNewData::selectDueNodes(const DayStatus& status, DayStatus& due) const {
+    // It goes with the positions: if the highest number is another when they are written, they are
+    // not used.
     due.setNewCounter(status.newCounter());
     for (const NodeEntry& node : status.entries()) {
         const int result = haveNewData(node.path, node.fileNumber);
@@ -124,6 +125,7 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
     if (day) {
         status = *day->dayStatus();
     }
+    // Closed: the day file may be set aside or replaced later in the pass.
     day.reset();
     const int32_t held = status.newCounter();
     const std::string newDir =
@@ -145,6 +147,7 @@ int UrlFileNewData::addNewNode(const std::string& datePath) {
         LOG_INFO("cannot find any dat file for date %s", datePath.c_str());
         return 0;
     }
+    // Found here, not after all the logs were read: such a status is refused when it is written.
     if (status.writtenSize() > g_statusFrameSize + g_maxStatusLength) {
         LOG_ERROR("%d devices of date %s do not fit into a status, it is left out",
                   static_cast<int>(status.entries().size()), datePath.c_str());
@@ -176,6 +179,8 @@ int UrlFileNewData::updateDayStatus(const std::string& path, DayStatus& status) 
     if (file.close() != 0) {
         LOG_ERROR("close %s fail", path.c_str());
     }
+    // Its logs are read again, if they are there. The call fails all the same: what waits behind it
+    // must be settled first.
     if (file.broken()) {
         setAsideBroken(path);
     }
@@ -228,13 +233,15 @@ int UrlFileNewData::resumeBehindLoss(const std::string& datePath,
     if (highestNumberKnown(names::accountDirOfNewDayDir(newDayDirectory), date, known) != 0) {
         return -1;
     }
+    // Nothing is lost. A hole in the numbers of the logs is then waited out: a file may be late.
     if (known <= status.newCounter()) {
         return 0;
     }
     const std::string account(names::parentOf(names::parentOf(datePath)));
     return Util::tranverse(account, [&](const std::string& path, uint32_t attributes) {
-        const bool device = (attributes & g_attributeDirectory) != 0 &&
-                            names::lastComponent(path).find(g_deviceMark) != std::string_view::npos;
+        const bool device =
+            (attributes & g_attributeDirectory) != 0 &&
+            names::lastComponent(path).find(names::g_devicePrefix) != std::string_view::npos;
         return device ? resumeNode(names::join(path, date), status) : 0;
     });
 }
@@ -250,9 +257,8 @@ int UrlFileNewData::resumeNode(const std::string& nodePath, DayStatus& status) c
     if (first >= 0 && first - 1 > reached) {
         LOG_INFO("files %d to %d of %s are gone, go on with the next", reached + 1, first - 1,
                  nodePath.c_str());
-        std::erase_if(status.entries(),
-                      [&nodePath](const NodeEntry& node) { return node.path == nodePath; });
-        status.entries().push_back(NodeEntry{nodePath, first - 1, 0});
+        // As if the last of the missing ones had been read.
+        status.updateIfNewer({nodePath, first - 1, 0});
     }
     return 0;
 }
@@ -260,7 +266,8 @@ int UrlFileNewData::resumeNode(const std::string& nodePath, DayStatus& status) c
 int UrlFileNewData::devicePathCallBack(const std::string& path, uint32_t attributes,
                                        const std::string& date, DayStatus& status) const {
     const bool isDirectory = (attributes & g_attributeDirectory) != 0;
-    if (!isDirectory || names::lastComponent(path).find(g_deviceMark) == std::string_view::npos) {
+    if (!isDirectory ||
+        names::lastComponent(path).find(names::g_devicePrefix) == std::string_view::npos) {
         return 0;
     }
     const std::string nodePath = names::join(path, date);

@@ -12,6 +12,7 @@ constexpr std::string_view g_hostName = "host:";
 
 std::string_view contentOf(ByteView payload) {
     const auto length = loadLittle<uint32_t>(payload.data() + g_payloadContentLengthOffset);
+    // `substr` cuts a length that runs past the payload.
     return asText(payload.subspan(g_payloadContentOffset)).substr(0, length);
 }
 
@@ -47,6 +48,7 @@ HostResult findFieldHost(std::string_view content, std::string_view& host) {
     while (content.size() >= g_lengthSize) {
         const size_t size = loadLittle<uint32_t>(asBytes(content).data());
         content.remove_prefix(g_lengthSize);
+        // A field that runs out of the text: none behind it can be found.
         if (size > content.size()) {
             return HostResult::None;
         }
@@ -81,6 +83,7 @@ bool nextEntry(ByteView stream, size_t& offset, ByteView& payload) {
 }
 
 HostResult findHost(ByteView payload, std::string_view& host, uint32_t& type) {
+    // From here on every field before the content lies inside the payload.
     if (payload.size() <= g_payloadContentOffset ||
         loadLittle<uint32_t>(payload.data() + g_payloadKindOffset) == g_kindWithoutHost) {
         return HostResult::None;

@@ -30,6 +30,7 @@ int DateLedger::read(const std::string& accountDir, const std::string& date, boo
     if (ret == 0) {
         m_dayStatus = *file->dayStatus();
     }
+    // After the day file: one that fell back shows what week and month file know better.
     return highestNumberKnown(accountDir, date, m_known, fellBack);
 }
 
@@ -93,6 +94,8 @@ int DateLedger::logsRemain(int32_t before, bool& remain) const {
     DayStatus from = m_dayStatus;
     DayStatus to;
     for (const auto& [number, path] : due()) {
+        // A damaged one leaves `remain` false: where logs cannot be told, nothing that can be read
+        // is given up.
         if (const int ret = addStatus(path, number <= before ? from : to); ret != 0) {
             return ret < 0 ? -1 : 0;
         }
@@ -100,6 +103,7 @@ int DateLedger::logsRemain(int32_t before, bool& remain) const {
     for (const NodeEntry& node : to.entries()) {
         const NodeEntry* const known = from.findEntry(node.path);
         const std::string type = names::typeDir(node.path);
+        // All of them, the last included: positions name files that were read to their end.
         for (int32_t number = known == nullptr ? 0 : known->fileNumber + 1;
              number <= node.fileNumber; ++number) {
             if (!platform().exists(names::datFile(type, number))) {
@@ -120,6 +124,7 @@ int DateLedger::settleGap() {
     if (logsRemain(last, remain) != 0) {
         return -1;
     }
+    // Setting aside would lose visits that can be read, and nothing would replace them.
     if (!remain) {
         LOG_ERROR("new-day files between number %d and %s are missing, and not all of their logs "
                   "are there; what waits is merged without them",

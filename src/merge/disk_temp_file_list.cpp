@@ -18,6 +18,7 @@ void DiskTempFileList::add(const std::string& path, const DayStatus& status) {
     if (found == m_items.end()) {
         found = m_items.emplace(m_items.end());
         found->status.setNewCounter(-1);
+        // Of the first status: those that follow in a pass are the same one, moved forward.
         found->used = status.newCounter();
     }
     Item& item = *found;
@@ -52,11 +53,13 @@ int DiskTempFileList::mergeItem(Item& item) {
     if (numbered < 0) {
         return LOG_FAIL("getNextNewCounter fail");
     }
+    // A position from before the change may lie behind logs that must be read again.
     if (numbered > 0) {
         LOG_ERROR("files of %s have changed while its logs were read, they are read again",
                   directory.c_str());
         return removeAllDiskTempFIles(item);
     }
+    // In its own trailer, too, so that a merge which combines trailers finds it there.
     item.status.setNewCounter(counter);
     LOG_DEBUG("next new counter is %d", counter);
     const std::string newFile = names::newDayFile(directory, counter);
@@ -64,12 +67,15 @@ int DiskTempFileList::mergeItem(Item& item) {
         return LOG_FAIL("sprintf_n fail errno %d", errno);
     }
     std::vector<std::string> inputs = item.paths;
+    // Statuses that came without a file have given their positions already.
     std::erase(inputs, std::string());
     MergeFileList merge;
     const int ret = merge.mergeTemp2New(inputs, item.status, newFile);
     if (ret != 0) {
         return ret < 0 ? LOG_FAIL("merge temp to new fail") : ret;
     }
+    // The visits count by now. Files that stay are removed at the next start and never merged
+    // again.
     return removeAllDiskTempFIles(item) == 0 ? 0 : LOG_FAIL("removeAllDiskTempFIles fail");
 }
 
@@ -84,6 +90,7 @@ int DiskTempFileList::getNextNewCounter(const std::string& directory, int32_t us
         return 1;
     }
     const int64_t next = ledger.next();
+    // None is used twice: merges would take the second content for the first.
     if (next > g_lastNewDayNumber) {
         return LOG_FAIL("no new-day number is left for %s", directory.c_str());
     }
@@ -123,6 +130,7 @@ int DiskTempFileList::removeAllDiskTempFIles(const Item& item) {
 }
 
 void DiskTempFileList::dropDate(int32_t date) {
+    // Positions go with the files: neither may be handed on without the other.
     std::erase_if(m_items, [date](const Item& item) {
         if (item.status.date() != date) {
             return false;

@@ -80,6 +80,7 @@ int MemFileList::mergeGroup(Group& group, DiskTempFileList& list) {
         return ret < 0 ? LOG_FAIL("mergeTemp2Temp fail %s", group.output.c_str()) : ret;
     }
     list.add(group.output, group.status);
+    // Behind the merge: until its output has its name these are all there is of their visits.
     removeInputs(group);
     return 0;
 }
@@ -87,6 +88,8 @@ int MemFileList::mergeGroup(Group& group, DiskTempFileList& list) {
 void MemFileList::removeInputs(Group& group) {
     for (const std::string& path : group.inputs) {
         if (platform().removeFile(path) != 0) {
+            // Only logged: nothing reads it again, and the memory disk is emptied at the end and at
+            // every start.
             LOG_INFO("remove %s fail, errno %d", path.c_str(), errno);
         }
     }

@@ -31,6 +31,7 @@ namespace kestrine {
 namespace {
 
 constexpr uint32_t g_checkInterval = 60000; // ms between two tests of free space and run flag
+constexpr uint32_t g_stepsUnlooked = 1024;  // records between two looks at the clock
 constexpr const char* g_keysFault = "not ascending or not as in the header";
 
 // Marks an input broken whose keys are not what its headers and its order promise. Returns -1.
@@ -42,18 +43,17 @@ int breakInput(UrlFile& file, const char* what, const char* fault) {
 } // namespace
 
 int MergeEngine::commonMergeProcess(const std::vector<UrlFile*>& inputs) {
-    if (tryAllocMemory(inputs.size()) != 0) {
-        return LOG_FAIL("tryAllocMemory fail %s", m_output.path().c_str());
-    }
+    // The heap points into it, so it must never grow.
+    m_entries.reserve(inputs.size());
     if (initMergeMinHeap(inputs) != 0) {
         return LOG_FAIL("initMergeMinHeap fail out %s", m_output.path().c_str());
     }
     while (!m_heap.empty()) {
-        MergeEntry& entry = *m_heap.pop();
         if (const int ret = checkSpaceAndStop(); ret != 0) {
+            // After a stop the output is incomplete: the caller looks at the flag and removes it.
             return ret > 0 ? 0 : -1;
         }
-        if (mergeStep(entry) != 0) {
+        if (mergeStep(m_heap.top()) != 0) {
             return -1;
         }
     }
@@ -64,14 +64,6 @@ int MergeEngine::commonMergeProcess(const std::vector<UrlFile*>& inputs) {
         return LOG_FAIL("write once record %s fail", m_output.path().c_str());
     }
     return m_output.flush() == 0 ? 0 : LOG_FAIL("flush %s fail", m_output.path().c_str());
-}
-
-int MergeEngine::tryAllocMemory(size_t count) {
-    if (m_pending.allocate() != 0) {
-        return LOG_FAIL("assureNotEmpty fail");
-    }
-    m_entries.reserve(count);
-    return 0;
 }
 
 int MergeEngine::initMergeMinHeap(const std::vector<UrlFile*>& inputs) {
@@ -88,18 +80,20 @@ int MergeEngine::initMergeMinHeap(const std::vector<UrlFile*>& inputs) {
             return breakInput(*file, "block keys", "invalid");
         }
         entry.file = file;
-        entry.currentKey = entry.header.minKey;
-        entry.index = static_cast<uint32_t>(m_entries.size());
-        entry.active = true;
         assert(m_entries.size() < m_entries.capacity()); // the heap points into the array
         m_entries.push_back(entry);
-        m_heap.push(&m_entries.back());
+        m_heap.push(entry.header.minKey, &m_entries.back());
     }
     return 0;
 }
 
-// Once a minute, not for every record. 0; 1 when a stop was requested; -1.
+// Once a minute; the clock is looked at now and then only. 0; 1 when a stop was requested; -1.
 int MergeEngine::checkSpaceAndStop() {
+    if (m_stepsToLook > 0) {
+        --m_stepsToLook;
+        return 0;
+    }
+    m_stepsToLook = g_stepsUnlooked;
     const uint32_t now = platform().tickCount();
     if (m_lastCheck && elapsedTicks(*m_lastCheck, now) < g_checkInterval) {
         return 0;
@@ -118,34 +112,33 @@ int MergeEngine::checkSpaceAndStop() {
 }
 
 int MergeEngine::mergeStep(MergeEntry& entry) {
-    assert(entry.active);
-    const char* const out = m_output.path().c_str();
     if (entry.decompressed) {
-        return dealUnCompress(entry) == 0 ? 0
-                                          : LOG_FAIL("deal with uncompress data fail %s %s", out,
-                                                     entry.file->path().c_str());
+        return dealUnCompress(entry) == 0
+                   ? 0
+                   : LOG_FAIL("deal with uncompress data fail %s %s", m_output.path().c_str(),
+                              entry.file->path().c_str());
     }
+    m_stepsToLook = 0; // a block takes long
     if (isSmallerThanOthers(entry) && foldFits(entry)) {
         return copyBlock(entry);
     }
     if (decompressBlock(entry) != 0) {
         return -1;
     }
-    entry.decompressed = true;
-    return dealUnCompress(entry) == 0 ? 0 : LOG_FAIL("deal with uncompress data fail %s ", out);
+    return dealUnCompress(entry) == 0
+               ? 0
+               : LOG_FAIL("deal with uncompress data fail %s ", m_output.path().c_str());
 }
 
 // An equal key blocks the copy too: the two records must be summed.
 bool MergeEngine::isSmallerThanOthers(const MergeEntry& top) const {
-    return std::ranges::none_of(m_entries, [&top](const MergeEntry& other) {
-        return other.active && other.index != top.index && top.header.maxKey >= other.currentKey;
-    });
+    return m_heap.isBelowOthers(top.header.maxKey);
 }
 
 // False when the pending record is to be folded into the block, but the sum in its header, which
 // damage can make as large as any, has no room for it.
 bool MergeEngine::foldFits(const MergeEntry& entry) const {
-    return !m_pending.holds(entry.currentKey) ||
+    return !m_pending.holds(m_heap.topKey()) ||
            m_pending.record().count <= g_maxCount - static_cast<uint64_t>(entry.header.totalCount);
 }
 
@@ -153,7 +146,7 @@ bool MergeEngine::foldFits(const MergeEntry& entry) const {
 int MergeEngine::copyBlock(MergeEntry& entry) {
     const char* const out = m_output.path().c_str();
     const char* const in = entry.file->path().c_str();
-    if (m_pending.holds(entry.currentKey)) {
+    if (m_pending.holds(m_heap.topKey())) {
         return mergeMinKeyAndWriteOutBlock(entry) == 0
                    ? 0
                    : LOG_FAIL("mergeMinKeyAndWriteOutBlock fail %s %s", out, in);
@@ -175,8 +168,8 @@ int MergeEngine::writeCompressData(MergeEntry& entry) {
         return LOG_FAIL("flush %s fail", out);
     }
     ByteView data;
-    if (entry.file->readBlockData(data) != 0) {
-        return LOG_FAIL("read block data from %s fail", in);
+    if (readBlockData(entry, data) != 0) {
+        return -1;
     }
     if (m_output.writeBlockHeader(entry.header) != 0) {
         return LOG_FAIL("write block header to %s fail", out);
@@ -195,7 +188,11 @@ int MergeEngine::mergeMinKeyAndWriteOutBlock(MergeEntry& entry) {
         return LOG_FAIL("flush fail %s", out);
     }
     ByteView data;
-    if (decompressBlock(entry) != 0 || foldPending(entry) != 0 || compressAgain(entry, data) != 0) {
+    if (decompressBlock(entry) != 0) {
+        return -1;
+    }
+    foldPending(entry);
+    if (compressAgain(entry, data) != 0) {
         return -1;
     }
     if (m_output.writeBlockHeader(entry.header) != 0) {
@@ -205,22 +202,18 @@ int MergeEngine::mergeMinKeyAndWriteOutBlock(MergeEntry& entry) {
         return LOG_FAIL("writeBlockData fail %s", out);
     }
     noteWritten(entry.header.minKey, entry.header.maxKey);
+    // All its records are written, though the cursor has passed none: they would keep the next
+    // header from being read.
     entry.file->block().reset();
     return pushNextkeyFromHeader(entry) == 0 ? 0 : LOG_FAIL("pushNextkeyFromHeader fail %s", out);
 }
 
 // The pending record's count goes into the block's first record and into the header's sum.
-int MergeEngine::foldPending(MergeEntry& entry) {
-    assert(m_pending.holds(entry.currentKey) && foldFits(entry));
+void MergeEngine::foldPending(MergeEntry& entry) {
+    assert(m_pending.holds(entry.record.key) && foldFits(entry));
     UrlRecordBlock& block = entry.file->block();
-    UrlRecordView first;
-    if (!block.hasCurrent() || block.getCurrentUrlRecord(first) != 0 ||
-        first.key != entry.currentKey) {
-        return breakInput(*entry.file, "first key", "not as in the header");
-    }
     block.addToFirst(m_pending.release().count);
     entry.header = block.header();
-    return 0;
 }
 
 // The folded block as it will be stored, the header to match. A block that does not shrink is
@@ -232,7 +225,7 @@ int MergeEngine::compressAgain(MergeEntry& entry, ByteView& data) {
     }
     const ByteView raw = entry.file->block().rawData();
     entry.header.flag = 1;
-    if (compress->compress(raw.data(), static_cast<int32_t>(raw.size()), &data) != 0) {
+    if (compress->compress(raw, &data) != 0) {
         LOG_INFO("comress fail, write raw data");
         entry.header.flag = 0;
         data = raw;
@@ -241,54 +234,68 @@ int MergeEngine::compressAgain(MergeEntry& entry, ByteView& data) {
     return 0;
 }
 
+// The block's data as stored, which takes the place of other contents that records may lie in.
+int MergeEngine::readBlockData(MergeEntry& entry, ByteView& data) {
+    m_pending.keepText();
+    return entry.file->readBlockData(data) == 0
+               ? 0
+               : LOG_FAIL("read block data from %s fail", entry.file->path().c_str());
+}
+
+// Leaves the first record in the entry.
 int MergeEngine::decompressBlock(MergeEntry& entry) {
     assert(!entry.decompressed);
-    const char* const in = entry.file->path().c_str();
     ByteView data;
-    if (entry.file->readBlockData(data) != 0) {
-        return LOG_FAIL("read block data from %s fail", in);
+    if (readBlockData(entry, data) != 0) {
+        return -1;
     }
-    return entry.file->unCompress() == 0 ? 0 : LOG_FAIL("unCompress block data from %s fail", in);
+    if (entry.file->unCompress() != 0) {
+        return LOG_FAIL("unCompress block data from %s fail", entry.file->path().c_str());
+    }
+    entry.decompressed = true;
+    if (readRecord(entry) != 0) {
+        return LOG_FAIL("getTopRecord2 fail, no more record, should not");
+    }
+    return entry.record.key == m_heap.topKey() ? 0 : breakInput(*entry.file, "keys", g_keysFault);
+}
+
+int MergeEngine::readRecord(MergeEntry& entry) {
+    const UrlRecordBlock& block = entry.file->block();
+    if (!block.hasCurrent() || block.getCurrentUrlRecord(entry.record) != 0) {
+        entry.file->setBroken();
+        return -1;
+    }
+    return 0;
 }
 
 int MergeEngine::dealUnCompress(MergeEntry& entry) {
-    UrlRecordBlock& block = entry.file->block();
-    UrlRecordView record;
-    if (!block.hasCurrent() || block.getCurrentUrlRecord(record) != 0) {
-        entry.file->setBroken();
-        return LOG_FAIL("getTopRecord2 fail, no more record, should not");
-    }
-    if (record.key != entry.currentKey) {
-        return breakInput(*entry.file, "keys", g_keysFault);
-    }
-    if (m_pending.holds(record.key)) {
-        m_pending.add(record.count);
+    if (m_pending.holds(entry.record.key)) {
+        m_pending.add(entry.record.count);
     } else {
         if (m_pending.held() && writePending() != 0) {
             return LOG_FAIL("write one record fail %s", m_output.path().c_str());
         }
-        m_pending.hold(record);
+        m_pending.hold(entry.record);
     }
-    block.advance(record);
+    entry.file->block().advance(entry.record);
     return pushNextKey(entry) == 0
                ? 0
                : LOG_FAIL("pushNextKey from %s fail", entry.file->path().c_str());
 }
 
 int MergeEngine::pushNextKey(MergeEntry& entry) {
-    UrlRecordBlock& block = entry.file->block();
-    if (!block.hasCurrent()) {
+    if (!entry.file->block().hasCurrent()) {
         return pushNextkeyFromHeader(entry) == 0
                    ? 0
                    : LOG_FAIL("push next key from header fail %s", entry.file->path().c_str());
     }
-    UrlRecordView next;
-    if (block.getCurrentUrlRecord(next) != 0 || next.key <= entry.currentKey ||
-        next.key > entry.header.maxKey) {
+    const uint64_t lastKey = entry.record.key;
+    // A record beyond the header's last key may lie behind the first one of the next block.
+    if (readRecord(entry) != 0 || entry.record.key <= lastKey ||
+        entry.record.key > entry.header.maxKey) {
         return breakInput(*entry.file, "keys", g_keysFault);
     }
-    entry.currentKey = next.key;
-    m_heap.push(&entry);
+    m_heap.replaceTopKey(entry.record.key);
     return 0;
 }
 
@@ -299,15 +306,15 @@ int MergeEngine::pushNextkeyFromHeader(MergeEntry& entry) {
         return LOG_FAIL("read block header from %s fail", entry.file->path().c_str());
     }
     if (ret == 1) {
-        entry.active = false;
+        m_heap.removeTop();
         return 0;
     }
+    // Only with ascending blocks does a copied block need no look at its records.
     if (entry.header.minKey <= lastKey || entry.header.minKey > entry.header.maxKey) {
         return breakInput(*entry.file, "blocks", "not ascending");
     }
-    entry.currentKey = entry.header.minKey;
     entry.decompressed = false;
-    m_heap.push(&entry);
+    m_heap.replaceTopKey(entry.header.minKey);
     return 0;
 }
 

@@ -25,7 +25,6 @@ public:
     [[nodiscard]] int commonMergeProcess(const std::vector<UrlFile*>& inputs);
 
 private:
-    [[nodiscard]] int tryAllocMemory(size_t count);
     [[nodiscard]] int initMergeMinHeap(const std::vector<UrlFile*>& inputs);
     [[nodiscard]] int checkSpaceAndStop();
     [[nodiscard]] int mergeStep(MergeEntry& entry);
@@ -35,10 +34,12 @@ private:
     [[nodiscard]] int copyBlock(MergeEntry& entry);
     [[nodiscard]] int writeCompressData(MergeEntry& entry);
     [[nodiscard]] int mergeMinKeyAndWriteOutBlock(MergeEntry& entry);
-    [[nodiscard]] int foldPending(MergeEntry& entry);
+    void foldPending(MergeEntry& entry);
     [[nodiscard]] int compressAgain(MergeEntry& entry, ByteView& data);
 
+    [[nodiscard]] int readBlockData(MergeEntry& entry, ByteView& data);
     [[nodiscard]] int decompressBlock(MergeEntry& entry);
+    [[nodiscard]] static int readRecord(MergeEntry& entry);
     [[nodiscard]] int dealUnCompress(MergeEntry& entry);
     [[nodiscard]] int pushNextKey(MergeEntry& entry);
     [[nodiscard]] int pushNextkeyFromHeader(MergeEntry& entry);
@@ -49,6 +50,7 @@ private:
     std::vector<MergeEntry> m_entries; // of the inputs that have a block; stay where they are
     MergeHeap m_heap;
     PendingRecord m_pending;
+    uint32_t m_stepsToLook = 0;          // before the clock is looked at
     std::optional<uint32_t> m_lastCheck; // tick of the last test of free space and run flag
     std::optional<uint64_t> m_lastKey;   // of the output so far
 };

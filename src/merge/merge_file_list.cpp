@@ -48,6 +48,7 @@ void validateTotalCount(const std::vector<UrlFile*>& inputs, uint64_t outputTota
         LOG_DEBUG("%s %" PRId64, file->path().c_str(), static_cast<int64_t>(total));
         sum += total;
     }
+    // Reported only: the output names the sum of what was written into it, whatever its inputs say.
     if (sum != outputTotal) {
         LOG_INFO("total count not match %" PRId64 " %" PRId64, static_cast<int64_t>(sum),
                  static_cast<int64_t>(outputTotal));
@@ -77,6 +78,8 @@ int MergeFileList::mergeTemp2New(const std::vector<std::string>& inputs, const D
     if (removeLeftOver(work) != 0) {
         return -1;
     }
+    // Logs without any host: without a file that carries their positions they would be read for
+    // ever.
     if (!inputs.empty()) {
         return mergeTemps(inputs, status, newFile, Durable::Yes);
     }
@@ -94,6 +97,7 @@ int MergeFileList::mergeTemp2New(const std::vector<std::string>& inputs, const D
         return LOG_FAIL("rename %s to %s fail, errno %d, delete %s", work.c_str(), newFile.c_str(),
                         errno, work.c_str());
     }
+    // The name must last: the caller deletes temporary files, and later numbers count on this one.
     return Util::syncParent(newFile);
 }
 
@@ -117,6 +121,7 @@ int MergeFileList::mergeTemps(const std::vector<std::string>& paths, const DaySt
     const bool isNew = durable == Durable::Yes;
     const std::string work = names::tempOf(output);
     MergeInputs inputs{paths, InputKind::Temporary};
+    // In `diskTemp` in both cases, which start-up removes as a whole.
     MergeRounds rounds(std::string(names::parentOf(isNew ? paths.front() : output)));
     MergeFiles files(m_openFiles);
     if (const int opened = openInputs(files, rounds, inputs, work); opened != 0) {
@@ -135,6 +140,8 @@ int MergeFileList::mergeTemps(const std::vector<std::string>& paths, const DaySt
         return isNew ? LOG_FAIL("writeStatus fail %s", output.c_str())
                      : LOG_FAIL("writeStatus %s fail", output.c_str());
     }
+    // From here on the destructor of `files` has nothing to close, but a work file to remove until
+    // the rename.
     if (files.closeOutput(durable) != 0) {
         return -1;
     }
@@ -173,12 +180,16 @@ int MergeFileList::mergePeriod(MergeInputs inputs, Status status, const std::str
     if (finalPath.empty()) {
         return LOG_FAIL("param invalid");
     }
+    // Left by a stage that failed before it was put in place. Start-up removes it; overwriting it
+    // would hide what went wrong.
     if (platform().exists(finalPath)) {
         return LOG_FAIL("ERROR %s should not exist!", finalPath.c_str());
     }
     // First made and last gone, since nothing open can be removed.
     MergeRounds rounds(roundDirectoryOf(finalPath));
     MergeFiles files(m_openFiles);
+    // Formal inputs are all the dates of a period that is built, or counted anew beside its old
+    // file: that one takes no part.
     if (inputs.kind == InputKind::NewDay &&
         openSource(files, names::withoutTemp(finalPath), inputs.paths, status) != 0) {
         return -1;
@@ -196,6 +207,8 @@ int MergeFileList::mergePeriodInputs(MergeFiles& files, MergeRounds& rounds, Mer
     if (removeLeftOver(work) != 0) {
         return -1;
     }
+    // Rounds put temporary files in the place of paths; what is folded in is told by the names
+    // before.
     const MergeInputs folded = inputs;
     const size_t sources = files.inputs().size();
     if (const int opened = openInputs(files, rounds, inputs, work); opened != 0) {
@@ -228,6 +241,7 @@ int MergeFileList::finishPeriod(MergeFiles& files, const std::string& finalPath)
         return -1;
     }
     const std::string directory(names::parentOf(finalPath));
+    // While the old file still stands: a kill leaves it without lists, which start-up makes again.
     if (deleteTopnDir(directory) != 0) {
         return LOG_FAIL("deleteTopnDir %s fail", directory.c_str());
     }
@@ -282,6 +296,7 @@ int MergeFileList::mergeOneRound(const MergeInputs& group, const std::string& ou
     if (files.output().writeStatus(status) != 0 || files.closeUrlFiles() != 0) {
         return LOG_FAIL("writeStatus fail %s", output.c_str());
     }
+    // Closed, not synced: it is an input of the next round, or of the merge itself.
     files.keepOutput();
     return 0;
 }

@@ -23,6 +23,7 @@ int removeOneBrokenFile(const std::string& path, InputKind kind) {
     if (Util::dumpBrokenFile(path) != 0) {
         return LOG_FAIL("Util::dumpBrokenFile %s fail", path.c_str());
     }
+    // Moved away by now, unless the move has left a copy behind.
     if (removeWorkFile(path) != 0) {
         return -1;
     }
@@ -82,12 +83,13 @@ int MergeFiles::openFileList(const MergeInputs& inputs, const std::string& work)
     }
     const size_t before = m_inputs.size();
     int ret = 0;
-    for (auto path = inputs.paths.begin(); ret == 0 && path != inputs.paths.end(); ++path) {
-        ret = openInput(*path, inputs.kind);
+    for (size_t i = 0; ret == 0 && i < inputs.paths.size(); ++i) {
+        ret = openInput(inputs.paths[i], inputs.kindOf(i));
     }
     if (ret == 0) {
         ret = openOutput(work);
     }
+    // Given back, since the rounds that come next need handles of their own.
     while (ret == g_tooFewHandles && m_inputs.size() > before) {
         if (closeOne(m_inputs.back().file) != 0) {
             return -1;
@@ -110,6 +112,7 @@ int MergeFiles::openOutput(const std::string& work) {
 
 int MergeFiles::readDayStatus() {
     for (Input& input : m_inputs) {
+        // The source's was read when it was opened, and decides which inputs there are.
         if (input.file.dayStatus() != nullptr || input.file.weekMonStatus() != nullptr) {
             continue;
         }
@@ -121,6 +124,7 @@ int MergeFiles::readDayStatus() {
 }
 
 int MergeFiles::closeOutput(Durable durable) {
+    // Before it is closed, and so before any rename: a final name never stands for lost bytes.
     if (durable == Durable::Yes && m_output.sync() != 0) {
         return LOG_FAIL("sync %s fail", m_work.c_str());
     }
@@ -128,6 +132,8 @@ int MergeFiles::closeOutput(Durable durable) {
 }
 
 int MergeFiles::closeUrlFiles() {
+    // All of them, whichever fails: the output's failure may be the only sign of a write that was
+    // lost.
     int result = closeOne(m_output);
     for (Input& input : m_inputs) {
         result = std::min(result, closeOne(input.file));

@@ -19,10 +19,15 @@ enum class InputKind {
     Formal,    // a day, week or month file: its backup comes back
 };
 
-// Inputs of one kind.
+// Inputs of one kind, but the first ones, which other inputs were merged into (merge_rounds.h).
 struct MergeInputs {
     std::vector<std::string> paths;
     InputKind kind = InputKind::Temporary;
+    size_t temporary = 0;
+
+    [[nodiscard]] InputKind kindOf(size_t i) const {
+        return i < temporary ? InputKind::Temporary : kind;
+    }
 };
 
 // Result besides 0 and -1: the system has no handle for one more file (EMFILE, ENFILE).

@@ -2,41 +2,41 @@
 
 namespace kestrine {
 
-void MergeHeap::push(MergeEntry* entry) {
-    m_entries.push_back(entry);
-    size_t slot = m_entries.size() - 1;
-    while (slot > 0) {
-        const size_t parent = (slot - 1) / 2;
-        if (m_entries[parent]->currentKey <= entry->currentKey) {
-            break;
-        }
-        m_entries[slot] = m_entries[parent];
-        slot = parent;
+// All pushes come before the first removal, so that the number of nodes is a rank.
+void MergeHeap::push(uint64_t key, MergeEntry* entry) {
+    size_t slot = m_nodes.size();
+    const Node node{key, slot, entry};
+    m_nodes.push_back(node);
+    while (slot > 0 && node < m_nodes[(slot - 1) / 2]) {
+        m_nodes[slot] = m_nodes[(slot - 1) / 2];
+        slot = (slot - 1) / 2;
     }
-    m_entries[slot] = entry;
+    m_nodes[slot] = node;
 }
 
-MergeEntry* MergeHeap::pop() {
-    MergeEntry* const top = m_entries.front();
-    MergeEntry* const last = m_entries.back();
-    m_entries.pop_back();
-    const size_t size = m_entries.size();
-    if (size == 0) {
-        return top;
+void MergeHeap::removeTop() {
+    const Node last = m_nodes.back();
+    m_nodes.pop_back();
+    if (!m_nodes.empty()) {
+        sink(last);
     }
+}
+
+// Puts the node into the root's place and lets it sink.
+void MergeHeap::sink(Node node) {
+    const size_t size = m_nodes.size();
     size_t slot = 0;
     for (size_t child = 1; child < size; child = 2 * slot + 1) {
-        if (child + 1 < size && m_entries[child + 1]->currentKey <= m_entries[child]->currentKey) {
+        if (child + 1 < size && m_nodes[child + 1] < m_nodes[child]) {
             ++child;
         }
-        if (last->currentKey <= m_entries[child]->currentKey) {
+        if (node < m_nodes[child]) {
             break;
         }
-        m_entries[slot] = m_entries[child];
+        m_nodes[slot] = m_nodes[child];
         slot = child;
     }
-    m_entries[slot] = last;
-    return top;
+    m_nodes[slot] = node;
 }
 
 } // namespace kestrine

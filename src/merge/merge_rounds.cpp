@@ -9,6 +9,16 @@
 
 namespace kestrine {
 
+namespace {
+
+MergeInputs part(const MergeInputs& inputs, size_t from, size_t size) {
+    const auto first = inputs.paths.begin() + static_cast<ptrdiff_t>(from);
+    const size_t temporary = inputs.temporary - std::min(inputs.temporary, from);
+    return {{first, first + static_cast<ptrdiff_t>(size)}, inputs.kind, std::min(temporary, size)};
+}
+
+} // namespace
+
 MergeRounds::~MergeRounds() {
     for (const std::string& path : m_files) {
         (void)removeWorkFile(path); // reported there; start-up removes the whole directory
@@ -31,19 +41,26 @@ int MergeRounds::reduce(MergeInputs& inputs, const MergeGroup& merge) {
     return 0;
 }
 
-// All inputs once, group by group and in their order, which decides what equal positions become.
+// Merges as many inputs as are too many, group by group and in their order, which decides what
+// equal keys and positions become; those behind them stay as they are.
 int MergeRounds::mergeOnce(MergeInputs& inputs, const MergeGroup& merge) {
-    MergeInputs merged;
-    for (auto from = inputs.paths.begin(); from != inputs.paths.end();) {
+    MergeInputs result{{}, inputs.kind};
+    size_t from = 0;
+    while (inputs.paths.size() - from > 1) {
         assert(m_groupSize >= 2);
-        const auto left = static_cast<size_t>(inputs.paths.end() - from);
-        const auto to = from + static_cast<ptrdiff_t>(std::min(m_groupSize, left));
-        const MergeInputs group{{from, to}, inputs.kind};
+        const size_t left = inputs.paths.size() - from;
+        const size_t total = result.paths.size() + left;
+        if (total <= m_groupSize) {
+            break;
+        }
+        // No more than bring the number down to what may be open: each record merged is written
+        // twice.
+        const size_t size = std::min({m_groupSize, left, total - m_groupSize + 1});
         const std::string output =
             names::mergeRoundFile(m_directory, static_cast<int32_t>(m_files.size()));
-        const int ret = merge(group, output);
+        const int ret = merge(part(inputs, from, size), output);
         if (ret == g_tooFewHandles) {
-            if (takeFewer(group.paths.size()) != 0) {
+            if (takeFewer(size) != 0) {
                 return -1;
             }
             continue;
@@ -52,10 +69,14 @@ int MergeRounds::mergeOnce(MergeInputs& inputs, const MergeGroup& merge) {
             return ret;
         }
         m_files.push_back(output);
-        merged.paths.push_back(output);
-        from = to;
+        result.paths.push_back(output);
+        from += size;
     }
-    inputs = std::move(merged);
+    const MergeInputs rest = part(inputs, from, inputs.paths.size() - from);
+    // Damage in a temporary file costs nothing but the merge; the rest keep what their kind says.
+    result.temporary = result.paths.size() + rest.temporary;
+    result.paths.insert(result.paths.end(), rest.paths.begin(), rest.paths.end());
+    inputs = std::move(result);
     return 0;
 }
 

@@ -1,5 +1,5 @@
-// Merges of more inputs than may be open at once: groups of them are first merged into temporary
-// files, again and again until few enough are left.
+// Merges of more inputs than may be open at once: as many as are too many are first merged into
+// temporary files, group by group, again and again until few enough are left.
 #pragma once
 
 #include "merge/merge_files.h"

@@ -1,12 +1,13 @@
 // The record of a merge whose count is still being summed over the inputs.
 #pragma once
 
-#include "frame/buffer.h"
 #include "storage/url_record.h"
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cstdint>
+#include <cstring>
 
 namespace kestrine {
 
@@ -18,30 +19,33 @@ namespace kestrine {
 
 class PendingRecord {
 public:
-    // Makes the room for one record; called before anything else. 0 or -1.
-    [[nodiscard]] int allocate() {
-        return Util::assureNotEmpty(static_cast<int32_t>(g_maxRecordSize), &m_text);
-    }
-
     [[nodiscard]] bool held() const { return m_held; }
     [[nodiscard]] bool holds(uint64_t key) const { return m_held && m_record.key == key; }
     [[nodiscard]] const UrlRecordView& record() const {
         assert(m_held);
         return m_record;
     }
-    // Copies the record, whose block may go away.
+    // Takes a record whose text lies in a block.
     void hold(const UrlRecordView& record) {
-        assert(!m_held && record.url.size() < m_text.size());
-        std::ranges::copy(asBytes(record.url), m_text.data());
+        assert(!m_held);
         m_record = record;
-        m_record.url = asText(ByteView(m_text.data(), record.url.size()));
         m_held = true;
+    }
+    // Copies the text: the contents of a block are about to go away.
+    void keepText() {
+        if (!m_held || m_record.url.data() == asText(m_text).data()) {
+            return;
+        }
+        assert(m_record.url.size() < m_text.size());
+        std::memcpy(m_text.data(), m_record.url.data(), m_record.url.size());
+        m_record.url = asText(ByteView(m_text).first(m_record.url.size()));
     }
     void add(uint64_t count) {
         assert(m_held);
         m_record.count = sumOfCounts(m_record.count, count);
     }
-    // Gives the record up. What is returned is valid until the next `hold`.
+    // Gives the record up. What is returned is valid until the next `hold`, or until its block
+    // goes.
     [[nodiscard]] const UrlRecordView& release() {
         assert(m_held);
         m_held = false;
@@ -49,8 +53,8 @@ public:
     }
 
 private:
-    Buffer m_text;
-    UrlRecordView m_record; // its text lies in m_text
+    std::array<uint8_t, g_maxHostText + 1> m_text;
+    UrlRecordView m_record; // its text lies in a block or in m_text
     bool m_held = false;
 };
 

@@ -16,6 +16,7 @@ int PeriodState::read(const std::string& accountDir, const std::vector<std::stri
         Date& state = m_dates[date];
         const PeriodFiles day = periodFiles(names::dayDir(accountDir, date), Period::Day);
         std::unique_ptr<UrlFile> file;
+        // A date without a day file keeps counter -1: nothing of it can be missing.
         const int ret = openFormal(day, Period::Day, file);
         if (ret < 0) {
             return LOG_FAIL("read status of %s fail", day.formal.c_str());
@@ -42,6 +43,7 @@ int PeriodState::readWaiting(const std::string& newDayDirectory, Date& state) {
         UrlFile file;
         if (file.open(path, OpenMode::Read) != 0 || file.readStatus(g_dayStatusType) != 0) {
             LOG_ERROR("read status from %s fail", path.c_str());
+            // Closed before it is moved; an error moves nothing.
             if (!file.broken() || file.close() != 0) {
                 return -1;
             }
@@ -55,6 +57,7 @@ int PeriodState::readWaiting(const std::string& newDayDirectory, Date& state) {
 bool PeriodState::fits(const WeekMonStatus& status) const {
     uint64_t total = 0;
     for (const auto& [name, date] : m_dates) {
+        // A date that was removed asks for nothing: what the file holds of it stays.
         const int32_t held = status.counterOfDate(name);
         if (!date.dayFile.empty()) {
             if (!allWait(date, held)) {
@@ -77,6 +80,7 @@ bool PeriodState::allWait(const Date& date, int32_t held) {
 
 // Visits of a date in its new-day files up to a number, by the day file and those that wait.
 uint64_t PeriodState::totalUpTo(const Date& date, int32_t held) {
+    // Totals that contradict each other wrap to a number that no file reaches: it is counted anew.
     uint64_t total = date.total;
     for (const auto& [number, file] : date.waiting) {
         if (number > date.counter && number <= held) {
@@ -107,6 +111,8 @@ std::string PeriodState::datesKnownBetter(const WeekMonStatus& status) const {
         int32_t reached = -1;
         if (date != m_dates.end()) {
             const auto& waiting = date->second.waiting;
+            // What waits may lie below the day file's counter, since only the month stage deletes
+            // it.
             reached = waiting.empty() ? date->second.counter
                                       : std::max(date->second.counter, waiting.rbegin()->first);
         }
@@ -162,6 +168,7 @@ private:
 } // namespace
 
 int holdsAtLeast(const std::string& candidate, const std::string& current) {
+    // Keys ascend in both, which the streams verify, so that one walk is enough.
     RecordStream mine(candidate);
     RecordStream theirs(current);
     int ret = 0;
@@ -173,6 +180,8 @@ int holdsAtLeast(const std::string& candidate, const std::string& current) {
         while (found == 0 && mine.record().key < theirs.record().key) {
             found = mine.next();
         }
+        // The candidate was just written: damage in it is a failure of this pass, and nothing is
+        // replaced.
         if (found < 0 || found == 2) {
             return LOG_FAIL("read %s fail", candidate.c_str());
         }

@@ -55,6 +55,7 @@ void updateWeekMonStatusIFNewer(WeekMonStatus& status, const std::string& datePa
         entries.push_back({datePath, number});
     } else if (number > entry->counter) {
         LOG_DEBUG("%s update", datePath.c_str());
+        // The path as well, which may have been written before the tree was moved.
         *entry = {datePath, number};
     }
 }
@@ -134,6 +135,8 @@ int getNewDayStatus(const std::vector<UrlFile*>& inputs, DayStatus& status) {
 int takeDayCounters(const std::vector<std::string>& dayFiles, int32_t& openFiles,
                     WeekMonStatus& status) {
     for (const std::string& path : dayFiles) {
+        // One at a time, closed before the next: they are opened again, as inputs, in as many as
+        // may be.
         MergeFiles day(openFiles);
         if (day.openSource(path, g_dayStatusType) != 0) {
             return -1;

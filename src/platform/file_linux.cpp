@@ -44,6 +44,8 @@ public:
             if (put > 0) {
                 done += static_cast<size_t>(put);
             } else if (put == 0 || errno != EINTR) {
+                // Set also when a part was written: callers tell a full disk by errno. A write that
+                // takes nothing and names no error counts as one.
                 fail(put == 0 ? ENOSPC : errno);
                 return done > 0 ? static_cast<int64_t>(done) : -1;
             }
@@ -68,6 +70,7 @@ public:
     [[nodiscard]] int sync() override {
         int result = 0;
         do {
+            // Data and size; the times of a file need not be durable.
             result = ::fdatasync(m_descriptor.get());
         } while (result != 0 && errno == EINTR);
         return result == 0 ? 0 : fail();
@@ -106,6 +109,7 @@ int unfitKind(const std::string& path) {
 Descriptor openDescriptor(const std::string& path, OpenMode mode) {
     int number = -1;
     do {
+        // Not handed to child processes, which would hold files and locks beyond our end.
         number = ::open(path.c_str(), openFlags(mode) | O_CLOEXEC, 0666);
     } while (number < 0 && errno == EINTR);
     if (number < 0 || number > STDERR_FILENO) {

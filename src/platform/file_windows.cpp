@@ -42,6 +42,7 @@ public:
             const auto part = static_cast<DWORD>(std::min(data.size() - done, g_longestTransfer));
             DWORD put = 0;
             const bool written = WriteFile(m_handle, data.data() + done, part, &put, nullptr);
+            // Counted also when the call failed: a part may have been written before.
             done += put;
             if (!written || put == 0) {
                 fail(written ? ERROR_DISK_FULL : GetLastError());
@@ -108,6 +109,7 @@ std::unique_ptr<File> openFile(const std::string& path, OpenMode mode) {
     const Opening opening = openingOf(mode);
     HANDLE handle = INVALID_HANDLE_VALUE;
     const auto attempt = [&] {
+        // Shared in every way: the log writer and whoever looks at the files go on working.
         handle = CreateFileA(path.c_str(), opening.access,
                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                              opening.disposition, FILE_ATTRIBUTE_NORMAL, nullptr);

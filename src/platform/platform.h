@@ -62,6 +62,8 @@ public:
 
 struct FileInfo {
     bool isDirectory = false;
+    // Neither a file nor a directory: a pipe, a socket, a device, or a link that leads to nothing.
+    bool isOther = false;
     int64_t size = 0;
     int64_t modified = 0; // seconds since 1970
 };

@@ -37,6 +37,7 @@ public:
 
     [[nodiscard]] bool exists(const std::string& path) override {
         struct stat status {};
+        // Only these three say that it is not there; after any other error it counts as there.
         return ::stat(path.c_str(), &status) == 0 ||
                (errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG);
     }
@@ -44,10 +45,17 @@ public:
     [[nodiscard]] int info(const std::string& path, FileInfo& info) override {
         struct stat status {};
         if (::stat(path.c_str(), &status) != 0) {
-            return fail();
+            const int error = errno;
+            // A link to nothing stands in the way of a file, so it must not pass for a free name.
+            const bool deadLink = (error == ENOENT || error == ELOOP) &&
+                                  ::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+            if (!deadLink) {
+                return fail(error);
+            }
         }
         info.isDirectory = S_ISDIR(status.st_mode);
-        info.size = info.isDirectory ? 0 : status.st_size;
+        info.isOther = !info.isDirectory && !S_ISREG(status.st_mode);
+        info.size = S_ISREG(status.st_mode) ? status.st_size : 0;
         info.modified = status.st_mtime;
         return 0;
     }
@@ -85,6 +93,8 @@ public:
         std::string place = path.empty() ? "." : path;
         struct statvfs volume {};
         while (::statvfs(place.c_str(), &volume) != 0) {
+            // What is not made yet will lie on the volume of the first directory above it that is
+            // there.
             const bool notThere = errno == ENOENT || errno == ENOTDIR;
             if (errno != EINTR && !(notThere && cutToParent(place))) {
                 return fail();
@@ -108,6 +118,7 @@ public:
         if (::stat(path.c_str(), &itself) != 0 || ::stat((path + "/..").c_str(), &parent) != 0) {
             return false;
         }
+        // Of "/" the directory above is itself.
         return itself.st_dev != parent.st_dev || itself.st_ino == parent.st_ino;
     }
 
@@ -138,6 +149,7 @@ public:
 
     [[nodiscard]] uint32_t tickCount() override {
         timespec time{};
+        // Goes on while the machine sleeps, and no change of the time of day moves it.
         ::clock_gettime(CLOCK_BOOTTIME, &time);
         return static_cast<uint32_t>(int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000);
     }

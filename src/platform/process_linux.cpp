@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -56,6 +57,7 @@ NamedEventResult bindName(const std::string& name, std::unique_ptr<NamedEvent>& 
         if (errno != EADDRINUSE) {
             return NamedEventResult::CreateFailed;
         }
+        // Callers get a handle in this case, too; closing this one does nothing.
         event = std::make_unique<HeldName>(Descriptor(-1));
         return NamedEventResult::AlreadyExists;
     }
@@ -63,22 +65,44 @@ NamedEventResult bindName(const std::string& name, std::unique_ptr<NamedEvent>& 
     return NamedEventResult::Created;
 }
 
-// A lock of the open file, which the kernel takes back with its last descriptor.
-LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-    if (file.get() < 0) {
-        fail();
-        return LockResult::Failed;
-    }
+namespace {
+
+// Whether the path still names the open file: another process may have removed it, with its lock.
+bool isNamedBy(int file, const std::string& path) {
+    struct stat open {};
+    struct stat named {};
+    return ::fstat(file, &open) == 0 && ::stat(path.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+int lockOpenFile(int file) {
     int result = 0;
     do {
-        result = ::flock(file.get(), LOCK_EX | LOCK_NB);
+        result = ::flock(file, LOCK_EX | LOCK_NB);
     } while (result != 0 && errno == EINTR);
-    if (result == 0) {
-        lock = std::make_unique<HeldName>(std::move(file));
-        return LockResult::Locked;
+    return result;
+}
+
+} // namespace
+
+// A lock of the open file, which the kernel takes back with its last descriptor.
+LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
+    constexpr int tries = 10; // then the file system has no lasting identities
+    for (int i = 1;; ++i) {
+        Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+        if (file.get() < 0) {
+            fail();
+            return LockResult::Failed;
+        }
+        if (lockOpenFile(file.get()) != 0) {
+            fail();
+            break;
+        }
+        if (i == tries || isNamedBy(file.get(), path)) {
+            lock = std::make_unique<HeldName>(std::move(file));
+            return LockResult::Locked;
+        }
     }
-    fail();
     if (errno == EWOULDBLOCK) {
         return LockResult::HeldByAnother;
     }
@@ -87,6 +111,7 @@ LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& l
 }
 
 void ignoreBrokenPipes() {
+    // A write without a reader then fails, which costs a line and not the process.
     std::signal(SIGPIPE, SIG_IGN);
 }
 
@@ -136,6 +161,8 @@ void waitForSignals(sigset_t waited, void (*handler)(int)) {
         if (sigwait(&waited, &number) == 0) {
             sigdelset(&waited, number);
             giveDefaultAction(number);
+            // After the default action is back, so that a second signal ends a service that does
+            // not stop.
             handler(number == SIGHUP ? SIGTERM : number);
         }
     }
@@ -162,6 +189,7 @@ int startSignalThread(std::span<const int> signals, void (*handler)(int)) {
     try {
         std::thread(waitForSignals, waited, handler).detach();
     } catch (const std::system_error& error) {
+        // Nobody would take the signals: they must end the process again.
         pthread_sigmask(SIG_UNBLOCK, &waited, nullptr);
         return fail(error.code().value());
     }

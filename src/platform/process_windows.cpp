@@ -48,6 +48,7 @@ NamedEventResult createEvent(const std::string& name, std::unique_ptr<NamedEvent
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
     constexpr BOOL manualReset = TRUE;
     constexpr BOOL signalled = FALSE;
+    // The call succeeds also for a name that is taken; only this code tells.
     SetLastError(ERROR_SUCCESS);
     const HANDLE handle = CreateEventA(&attributes, manualReset, signalled, name.c_str());
     if (handle == nullptr) {
@@ -77,6 +78,7 @@ LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& l
     }
     auto file = std::make_unique<OwnedHandle>(handle);
     OVERLAPPED place{};
+    // Far behind the end, so that the lock keeps nobody from reading the file.
     place.OffsetHigh = 0x7FFFFFFF;
     constexpr DWORD flags = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
     if (LockFileEx(handle, flags, 0, 1, 0, &place)) {

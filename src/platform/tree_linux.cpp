@@ -38,6 +38,7 @@ const dirent* nextEntry(DIR* stream) {
 
 // A link counts as what it points to, and is marked.
 uint32_t attributesOf(int directory, const dirent& entry) {
+    // Saves a call for each entry; some file systems do not tell the type.
     if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) {
         return entry.d_type == DT_DIR ? g_attributeDirectory : 0;
     }
@@ -81,6 +82,7 @@ int findEntries(const std::string& pattern, std::vector<FindEntry>& entries, Fin
             entries.push_back({entry->d_name, attributesOf(::dirfd(stream.get()), *entry)});
         }
     }
+    // Entries may be missing, which only errno tells.
     if (errno != 0) {
         return failFind(step, FindStep::Next, errno);
     }
@@ -146,6 +148,7 @@ int removeEmptied(int parent, const char* name) {
 }
 
 int removeEntry(int parent, const char* name) {
+    // Without asking first what it is: whatever is no directory goes itself, links included.
     if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
         return 0;
     }
@@ -208,8 +211,10 @@ int copyFile(const std::string& from, const std::string& to) {
     if (!target) {
         return -1;
     }
+    // Synced before the original goes: this copy is then all there is.
     if (copyContent(*source, *target) != 0 || target->sync() != 0 || target->close() != 0) {
         const int error = errno;
+        // A half copy must not pass for the file; the reason of the failure is kept across this.
         ::unlink(to.c_str());
         return fail(error);
     }
@@ -222,6 +227,7 @@ int moveFile(const std::string& from, const std::string& to) {
     if (renamePath(from, to) == 0) {
         return 0;
     }
+    // The roots may lie on two volumes, or a mount point between.
     if (errno != EXDEV || copyFile(from, to) != 0) {
         return -1;
     }

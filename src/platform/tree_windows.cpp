@@ -51,6 +51,7 @@ int findEntries(const std::string& pattern, std::vector<FindEntry>& entries, Fin
             entries.push_back({data.cFileName, attributesOf(data)});
         }
     } while (FindNextFileA(search, &data));
+    // Any other code broke the listing off, and entries are missing.
     if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES) {
         step = FindStep::Next;
         FindClose(search);
@@ -72,6 +73,7 @@ int deleteFile(const std::string& path) {
 int renamePath(const std::string& from, const std::string& to) {
     const bool isDirectory =
         hasAttribute(GetFileAttributesA(from.c_str()), FILE_ATTRIBUTE_DIRECTORY);
+    // Returns when it is on disk: no later call could see to that.
     const DWORD flags = MOVEFILE_WRITE_THROUGH | (isDirectory ? 0 : MOVEFILE_REPLACE_EXISTING);
     // A directory is denied while a file in it is open, or because its target is there.
     const auto isHopeless = [&] {

@@ -33,15 +33,13 @@ namespace kestrine {
 
 namespace {
 
-constexpr std::string_view g_halfWritten = ".temp.temp";
-constexpr std::string_view g_newDayTemp = "daycrcsortnew.temp";
-
 bool isDirectory(uint32_t attributes) {
     return (attributes & g_attributeDirectory) != 0;
 }
 
-// An entry that has a name of ours but is a directory where a file should be, or the other way
-// round, stands in the way of every stage: it goes to quarantine. 0 when it is of the right kind or
+// An entry that has a name of ours but is no file where a file should be, or no directory where a
+// directory should be, stands in the way of every stage: it goes to quarantine. That may be a pipe
+// or a link to nothing, too, which no test for existence tells. 0 when it is of the right kind or
 // has gone; 1 when it was moved; -1.
 int settleKind(const std::string& path, bool wantDirectory) {
     FileInfo info;
@@ -50,7 +48,7 @@ int settleKind(const std::string& path, bool wantDirectory) {
                    ? 0
                    : LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
     }
-    if (info.isDirectory == wantDirectory) {
+    if (info.isDirectory == wantDirectory && !info.isOther) {
         return 0;
     }
     LOG_ERROR("%s is %s, set aside", path.c_str(), wantDirectory ? "no directory" : "no file");
@@ -73,6 +71,7 @@ int ExceptionCheck::check(const std::string& accountPath) {
     // Without the slash at its end, behind which a file would not be found.
     const std::string diskTemp =
         names::join(directory, names::lastComponent(names::diskTempTree(directory)));
+    // From the outside in: what lies in something that is no directory cannot be looked at.
     for (const std::string& path : {directory, newTree, diskTemp}) {
         if (settleKind(path, true) < 0) {
             return -1;
@@ -88,6 +87,7 @@ int ExceptionCheck::check(const std::string& accountPath) {
         }) != 0) {
         return LOG_FAIL("tranverse %s fail", directory.c_str());
     }
+    // It ends: a round that is followed by another has used up a backup or a damaged file.
     for (bool again = true; again;) {
         PeriodCheck periods(directory);
         if (periods.check() != 0) {
@@ -115,16 +115,17 @@ int ExceptionCheck::checknewDirectory(const std::string& path, uint32_t attribut
 }
 
 int ExceptionCheck::checkDaycrcsortNew(const std::string& path, uint32_t attributes) {
-    const bool temp = names::lastComponent(path).find(g_newDayTemp) != std::string_view::npos;
+    const bool temp = names::isNewDayTemp(names::lastComponent(path));
     if (isDirectory(attributes)) {
         LOG_INFO("%s is not a file", path.c_str());
+    }
+    if (isDirectory(attributes) || !temp) {
         const bool ours = temp || names::newDayNumber(path) >= 0;
+        // What has no name of ours stands in nobody's way and is left alone.
         return ours && settleKind(path, false) < 0 ? -1 : 0;
     }
-    if (!temp) {
-        return 0;
-    }
     LOG_INFO("broken file %s", path.c_str());
+    // Never finished, so its positions count for nothing and its logs are read again.
     if (platform().removeFile(path) != 0) {
         return LOG_FAIL("remove %s fail, errno %d", path.c_str(), errno);
     }
@@ -154,19 +155,25 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
         }
     }
     const PeriodFiles files = periodFiles(directory, period);
+    // Before the files are settled, which asks only whether something of a name is there.
     for (const std::string& path :
          {files.formal, files.backup, files.temp, names::dirStatFile(directory)}) {
         if (settleKind(path, false) < 0) {
             return -1;
         }
     }
+    for (const std::string& path : {files.lists, names::topTempDir(directory)}) {
+        if (settleKind(path, true) < 0) {
+            return -1;
+        }
+    }
     if (Util::tranverse(directory, [this](const std::string& path, uint32_t attributes) {
-            const bool halfWritten =
-                names::lastComponent(path).find(g_halfWritten) != std::string_view::npos;
+            const bool halfWritten = names::isHalfWritten(names::lastComponent(path));
             return isDirectory(attributes) && !halfWritten ? 0 : dealWithFile(path);
         }) != 0) {
         return LOG_FAIL("deal with %s fail", directory.c_str());
     }
+    // After all entries: by now a backup without its formal file has been restored.
     std::optional<FileSums> sums;
     if (giveWayToBackup(files, period, sums) != 0) {
         return LOG_FAIL("deal with %s fail", files.formal.c_str());
@@ -182,12 +189,10 @@ int ExceptionCheck::crcsort(const std::string& directory, Period period) {
 
 int ExceptionCheck::dealWithFile(const std::string& path) {
     const std::string_view name = names::lastComponent(path);
-    if (name.find(g_halfWritten) != std::string_view::npos) {
+    if (names::isHalfWritten(name)) {
         return removeHalfWritten(path);
     }
-    if (name.find("daycrcsort") == std::string_view::npos &&
-        name.find("weekcrcsort") == std::string_view::npos &&
-        name.find("moncrcsort") == std::string_view::npos) {
+    if (!names::isOfFormalFile(name)) {
         LOG_INFO("%s invalid, skip", path.c_str());
         return 0;
     }
@@ -231,6 +236,8 @@ int ExceptionCheck::tryRecovery(const std::string& formal) {
         LOG_INFO("formal %d, backup %d, temp %d, rename %s to %s", haveFormal, haveBackup, haveTemp,
                  backup.c_str(), formal.c_str());
     }
+    // First, also where a backup comes back: a temporary is merged again from files that still
+    // wait.
     if (haveTemp && platform().removeFile(temp) != 0) {
         return LOG_FAIL("remove %s fail, errno %d", temp.c_str(), errno);
     }
@@ -250,6 +257,7 @@ int ExceptionCheck::giveWayToBackup(const PeriodFiles& files, Period period,
         return -1;
     }
     file.reset();
+    // What took the place of a damaged file is read through, however old it is.
     Reading reading = fellBack ? Reading::Always : Reading::IfMayBeTorn;
     for (; platform().exists(files.formal); reading = Reading::Always) {
         FileSums found;
@@ -276,6 +284,7 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
     if (!platform().exists(complete)) {
         return 0;
     }
+    // A directory is not renamed over another one; a kill in between leaves the complete set.
     if (deleteList(current) != 0) {
         return -1;
     }
@@ -289,7 +298,10 @@ int ExceptionCheck::settleTopLists(const std::string& directory, Period period) 
 int ExceptionCheck::makeMissingLists(const PeriodFiles& files, Period period,
                                      const std::optional<FileSums>& sums) {
     const FileSums* known = sums ? &*sums : nullptr;
+    // The file and, if it turns out to be damaged, its backup.
     for (int tries = 0; tries < 2 && platform().exists(files.formal); ++tries) {
+        // Also lists that are there: they are not synced, and may be older than a file that came
+        // back.
         const int lists = checkTopLists(files.directory, files.formal, known);
         if (lists <= 0) {
             return lists;

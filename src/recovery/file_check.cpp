@@ -21,7 +21,6 @@ namespace {
 
 constexpr int64_t g_recent =
     int64_t{35} * 86400; // seconds; a month, and some days until it is complete
-constexpr std::string_view g_listEnding = ".top";
 
 constexpr int64_t g_clockDoubt = 3600;      // seconds by which a clock may have been set back
 constexpr int64_t g_rested = 600;           // seconds; younger times are too close to compare
@@ -84,18 +83,26 @@ struct Lists {
     }
 };
 
+bool isNoFile(const FileInfo& info) {
+    return info.isDirectory || info.isOther;
+}
+
 int addList(const std::string& path, Lists& lists) {
     FileInfo info;
     if (platform().info(path, info) != 0) {
         return LOG_FAIL("_stati64 fail %s errno %d", path.c_str(), errno);
     }
     FileSums sums;
-    const int ret = verifyTwice(path, g_dayStatusType, RecordOrder::Count, &sums);
+    const int ret =
+        isNoFile(info) ? 1 : verifyTwice(path, g_dayStatusType, RecordOrder::Count, &sums);
+    // After a stop nothing is concluded from lists that were not read.
     if (ret < 0 || ret == 2) {
         return ret < 0 ? -1 : 0;
     }
     if (ret == 1) {
         lists.stale = true;
+        // Moved, not deleted, although the set is made again: what has damaged it may be worth
+        // knowing.
         return Util::dumpBrokenFile(path);
     }
     lists.stale = lists.stale || info.modified < lists.oldest;
@@ -110,10 +117,8 @@ int addList(const std::string& path, Lists& lists) {
 // Adds the lists of the directory that are wanted. 0 or -1.
 int addLists(const std::string& directory, Lists& lists,
              const std::function<bool(const std::string&)>& wanted) {
-    if (Util::tranverse(directory, [&](const std::string& path, uint32_t attributes) {
-            const bool list =
-                (attributes & g_attributeDirectory) == 0 && path.ends_with(g_listEnding);
-            return list && wanted(path) ? addList(path, lists) : 0;
+    if (Util::tranverse(directory, [&](const std::string& path, uint32_t) {
+            return names::isTopFile(path) && wanted(path) ? addList(path, lists) : 0;
         }) != 0) {
         return LOG_FAIL("tranverse %s fail", directory.c_str());
     }
@@ -128,8 +133,9 @@ int checkTornLists(const std::string& directory) {
     lists.oldest = 0; // of the file nothing is known here
     const auto mayBeTorn = [&](const std::string& path) {
         FileInfo info;
-        return platform().info(path, info) == 0 && now - info.modified < g_recent &&
-               (boot > now || info.modified < boot + g_clockDoubt);
+        return platform().info(path, info) == 0 &&
+               (isNoFile(info) || (now - info.modified < g_recent &&
+                                   (boot > now || info.modified < boot + g_clockDoubt)));
     };
     return addLists(directory, lists, mayBeTorn) == 0 ? (lists.stale ? 1 : 0) : -1;
 }
@@ -141,6 +147,7 @@ int checkFile(const std::string& path, uint32_t statusType, Reading reading, Fil
     if (!read && mayBeTorn(path, read) != 0) {
         return -1;
     }
+    // A stop must not wait for files to be read; the next start begins the check anew.
     if (!read || stopRequested()) {
         return 2;
     }
@@ -149,6 +156,7 @@ int checkFile(const std::string& path, uint32_t statusType, Reading reading, Fil
 
 int checkTopLists(const std::string& directory, const std::string& formal, const FileSums* sums) {
     const std::string listDirectory = names::topDir(directory);
+    // After a stop nothing is begun: lists that are missing are made at the next start.
     if (stopRequested() || !platform().exists(names::topAllFile(listDirectory))) {
         return stopRequested() ? 0 : 1;
     }

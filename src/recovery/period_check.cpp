@@ -55,6 +55,7 @@ int PeriodCheck::collectDates(std::set<std::string>& dates, std::set<std::string
 }
 
 int PeriodCheck::checkDate(const std::string& date) {
+    // First: a damaged file that is set aside makes the gap which is settled below.
     if (checkWaiting(date) != 0) {
         return -1;
     }
@@ -67,6 +68,7 @@ int PeriodCheck::checkDate(const std::string& date) {
     if (fellBack && periodsOfDate(m_accountDir, date, periods) != 0) {
         return -1;
     }
+    // Which of them fell back is not told, so all three are checked once more.
     for (const PeriodOfDate& period : periods) {
         m_fellBack.insert(period.files.directory);
     }
@@ -81,6 +83,7 @@ int PeriodCheck::checkWaiting(const std::string& date) {
     const std::string account(names::lastComponent(m_accountDir));
     for (const std::string& path : files) {
         int damaged = checkFile(path, g_dayStatusType);
+        // Read through or not: where it belongs is asked of every file, and takes its trailer only.
         if (damaged == 0 || damaged == 2) {
             UrlFile file;
             if (file.open(path, OpenMode::Read) != 0) {
@@ -105,6 +108,7 @@ int PeriodCheck::checkPeriod(const std::string& directory) {
     const PeriodFiles files = periodFiles(directory, dir.period);
     std::unique_ptr<UrlFile> file;
     bool fellBack = false;
+    // Its own damage first: what it knows of its dates is asked of the file that is left.
     const int ret = openFormal(files, dir.period, file, &fellBack);
     if (fellBack) {
         m_fellBack.insert(directory);
@@ -117,6 +121,7 @@ int PeriodCheck::checkPeriod(const std::string& directory) {
         dates.emplace_back(names::lastComponent(entry.path));
     }
     PeriodState state;
+    // 1, a waiting file that became damaged since it was checked, is no failure: it was set aside.
     if (state.read(m_accountDir, dates) < 0) {
         return -1;
     }

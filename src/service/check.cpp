@@ -27,29 +27,8 @@ namespace kestrine {
 
 namespace {
 
-constexpr const char* g_settingsFile = "config/urlstat.ini";
-constexpr const char* g_settingsSection = "urlstat";
-
-struct ShownSetting {
-    const char* key;
-    const char* unit;
-    int64_t (*value)(const Configuration&);
-};
-
-constexpr ShownSetting g_shownSettings[] = {
-    {"maxHashMemory", "KiB", [](const Configuration& c) { return c.maxHashMemory() / 1024; }},
-    {"sleepTime", "s", [](const Configuration& c) { return int64_t{c.sleepTime()}; }},
-    {"daycrcsortInterval", "s",
-     [](const Configuration& c) { return int64_t{c.daycrcsortInterval()}; }},
-    {"weekmoncrcsortInterval", "s",
-     [](const Configuration& c) { return int64_t{c.weekmoncrcsortInterval()}; }},
-    {"exportPersent", "%", [](const Configuration& c) { return int64_t{c.exportPersent()}; }},
-    {"memoryDiskSize", "KiB", [](const Configuration& c) { return c.memoryDiskSize() / 1024; }},
-    {"settleTime", "s", [](const Configuration& c) { return int64_t{c.settleTime()}; }},
-};
-
 // Where a number comes from, by what stands in the file.
-std::string sourceOf(int64_t value, std::string_view written) {
+std::string sourceOf(int32_t value, std::string_view written) {
     const std::string quoted = "\"" + std::string(written) + "\"";
     if (written.empty()) {
         return "default";
@@ -95,6 +74,7 @@ int Check::run(std::string& report) {
     line(std::string("kestrine ") + g_version);
     const bool known = settings();
     instance();
+    // Without the paths there is nothing that the others could look at.
     if (known) {
         guards();
         space();
@@ -123,7 +103,7 @@ void Check::pathLine(const std::string& what, const std::string& path) {
 // False when nothing more can be told.
 bool Check::settings() {
     line("settings");
-    pathLine("file", g_settingsFile);
+    pathLine("file", Configuration::g_file);
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
         return false;
@@ -134,14 +114,14 @@ bool Check::settings() {
 
 void Check::settingLines(const Configuration& configuration) {
     IniFile ini;
-    (void)ini.load(g_settingsFile); // not there, or just read by the configuration
+    (void)ini.load(Configuration::g_file); // not there, or just read by the configuration
     const auto written = [&ini](const char* key) {
-        return ini.find(g_settingsSection, key).value_or(std::string_view());
+        return ini.find(Configuration::g_section, key).value_or(std::string_view());
     };
-    for (const auto& [key, unit, valueOf] : g_shownSettings) {
-        const int64_t value = valueOf(configuration);
-        line(std::string("  ") + key + " = " + std::to_string(value) + " " + unit + " (" +
-             sourceOf(value, written(key)) + ")");
+    for (const Configuration::NumericSetting& setting : Configuration::numericSettings()) {
+        const int32_t value = configuration.valueOf(setting);
+        line(std::string("  ") + setting.key + " = " + std::to_string(value) + " " + setting.unit +
+             " (" + sourceOf(value, written(setting.key)) + ")");
     }
     for (const char* const key : {"memoryDiskPath", "urlStatRoot"}) {
         const std::string text(written(key));
@@ -151,11 +131,13 @@ void Check::settingLines(const Configuration& configuration) {
 
 bool Check::paths(const Configuration& configuration) {
     line("paths");
-    const std::string executable = platform().executablePath();
-    const std::string home = executable.substr(0, executable.find_last_of("/\\") + 1);
-    pathLine("program", executable);
-    pathLine("account file", home + "config/syncaccount.dat");
-    pathLine("log files", home + "log/kestrine");
+    pathLine("program", platform().executablePath());
+    std::string accountFile;
+    if (AbstractNewData::getAccountFilePath(accountFile) != 0) {
+        return false;
+    }
+    pathLine("account file", accountFile);
+    pathLine("log files", logDirectory());
     if (getDataPath(m_dataPath) != 0) {
         return false;
     }
@@ -186,12 +168,17 @@ void Check::instance() const {
     if (m_urlStatRoot.empty()) {
         return;
     }
-    const std::string lock = names::lockFile(m_urlStatRoot);
-    const LockResult result = platform().lockFile(lock, held);
-    if (result == LockResult::HeldByAnother) {
-        LOG_ERROR("the service is running on %s", m_urlStatRoot.c_str());
-    } else if (result == LockResult::Failed) {
-        LOG_ERROR("lock %s fail, errno %d", lock.c_str(), errno);
+    const std::pair<std::string, std::string> locks[] = {
+        {m_urlStatRoot, names::lockFile(m_urlStatRoot)},
+        {m_memoryDisk, memoryDiskMarker(m_memoryDisk)}};
+    for (const auto& [directory, lock] : locks) {
+        // A lock file that is not there is not made, and a lock that was free is let go at once.
+        const LockResult result = platform().lockFile(lock, held);
+        if (result == LockResult::HeldByAnother) {
+            LOG_ERROR("the service is running on %s", directory.c_str());
+        } else if (result == LockResult::Failed) {
+            LOG_ERROR("lock %s fail, errno %d", lock.c_str(), errno);
+        }
     }
 }
 
@@ -222,6 +209,7 @@ void Check::space() {
 
 void Check::accounts() {
     std::vector<std::string> all;
+    // What fails here has reported itself, and the verdict counts the reports.
     if (AbstractNewData::getAllAccounts(all) != 0) {
         return;
     }

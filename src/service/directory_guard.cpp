@@ -15,31 +15,10 @@ namespace kestrine {
 
 namespace {
 
-constexpr std::string_view g_deviceMark = "devid_";
 constexpr size_t g_longestAccount = 35; // characters, by the account file's field
 
 bool isLink(const FindEntry& entry) {
     return (entry.attributes & g_attributeLink) != 0;
-}
-
-// Takes the digits at the beginning of the text; false when there are none.
-bool takeDigits(std::string_view& text) {
-    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    text.remove_prefix(digits);
-    return digits > 0;
-}
-
-// "N.temp", also of a merge in rounds or one being written, or "SECONDS_N.temp", set aside.
-bool isSpillFile(const FindEntry& entry) {
-    constexpr std::string_view endings[] = {".temp", ".temp.temp", ".merge.temp"};
-    std::string_view rest = entry.name;
-    bool numbered = takeDigits(rest);
-    if (numbered && rest.starts_with('_')) {
-        rest.remove_prefix(1);
-        numbered = takeDigits(rest);
-    }
-    return !Util::isDirectory(entry) && numbered &&
-           std::ranges::find(endings, rest) != std::end(endings);
 }
 
 using EntryTest = std::function<bool(const std::string& path, const FindEntry& entry)>;
@@ -57,7 +36,7 @@ bool isDateOfSpills(const std::string& path, const FindEntry& date) {
     Period period = Period::Week;
     return Util::isDirectory(date) && names::parsePeriodDir(date.name, period) &&
            period == Period::Day && allEntries(path, [](const std::string&, const FindEntry& file) {
-               return isSpillFile(file);
+               return !Util::isDirectory(file) && names::isTempFile(file.name);
            });
 }
 
@@ -69,6 +48,7 @@ bool refuse(const char* what, const std::string& path, const char* why) {
 } // namespace
 
 bool holdsOnlySpillFiles(const std::string& memoryDisk) {
+    // Looked at where it is: the name of a link says nothing about what would be deleted.
     const std::string resolved = platform().resolvedPath(memoryDisk);
     const bool clean = !resolved.empty() && allEntries(resolved, [](const std::string& path,
                                                                     const FindEntry& account) {
@@ -87,9 +67,12 @@ bool mayBeMemoryDisk(const std::string& memoryDisk, const std::string& dataPath,
     }
     const std::string path = platform().resolvedPath(memoryDisk);
     const std::string_view name = std::string_view(path).substr(0, path.find_last_not_of('/') + 1);
+    // "/", a drive and a server: deleting all in them is never what was meant.
     if (name.empty() || name.ends_with(':') || name.starts_with("//")) {
         return refuse(what, memoryDisk, "it is the root of a volume");
     }
+    // They would be deleted with it. The other way round is usual: by default it lies in the log
+    // data.
     if (names::liesBelow(platform().resolvedPath(dataPath), path) ||
         names::liesBelow(platform().resolvedPath(urlStatRoot), path)) {
         return refuse(what, memoryDisk, "the log data or the statistics lie in it");
@@ -106,28 +89,35 @@ bool mayBeUrlStatRoot(const std::string& urlStatRoot, const std::string& dataPat
     const std::string data = platform().resolvedPath(dataPath);
     std::string executable = platform().executablePath();
     Util::replaceChar(executable, '\\', '/');
+    // Sweeping, and an account of an unlucky name, must not reach the program.
     if (root.empty() || names::liesBelow(platform().resolvedPath(executable), root)) {
         return refuse(what, urlStatRoot, "the program lies in it");
     }
+    // What the service makes there could pass for logs of the device.
     for (std::string_view part = root; names::liesBelow(part, data) && part.size() > data.size();
          part = names::parentOf(part)) {
-        if (names::lastComponent(part).starts_with(g_deviceMark)) {
+        if (names::lastComponent(part).starts_with(names::g_devicePrefix)) {
             return refuse(what, urlStatRoot, "it lies in a device's log data");
         }
     }
     return true;
 }
 
+std::string memoryDiskMarker(const std::string& memoryDisk) {
+    return names::join(memoryDisk, g_memoryDiskMarker);
+}
+
 bool leavesRoomForNames(const std::string& memoryDisk, const std::string& urlStatRoot) {
     constexpr int32_t number = std::numeric_limits<int32_t>::max();
     const std::string account = names::accountDir(urlStatRoot, std::string(g_longestAccount, 'x'));
     const std::string week = names::periodDir(account, Period::Week, "20000101", "20000107");
+    // The longest name of each kind: found out here, not in a merge months later.
     const std::string longest[] = {
         names::memoryDiskFile(memoryDisk, std::string(g_longestAccount, 'x'), 20000101, number),
         names::tempOf(names::newDayFile(names::newDayDir(account, "20000101"), number)),
         names::tempOf(names::topFile(names::topTempTempDir(week), UINT32_MAX)),
-        names::join(names::dumpDir(urlStatRoot, names::formalFile(week, Period::Week)),
-                    std::to_string(number) + "_weekcrcsort_backup"),
+        names::dumpFile(names::dumpDir(urlStatRoot, names::formalFile(week, Period::Week)), number,
+                        names::backupOf(names::formalName(Period::Week))),
         names::tempOf(names::mergeRoundFile(names::diskTempDir(account, names::lastComponent(week)),
                                             number))};
     const bool fit = std::ranges::all_of(

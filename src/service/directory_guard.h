@@ -24,7 +24,8 @@ namespace kestrine {
 [[nodiscard]] bool leavesRoomForNames(const std::string& memoryDisk,
                                       const std::string& urlStatRoot);
 
-// Written into a memory disk that is made, for whoever wonders what it is.
+// Tells whoever wonders what a memory disk is, and is locked while a service runs on it.
 constexpr const char* g_memoryDiskMarker = ".kestrine-memory-disk";
+[[nodiscard]] std::string memoryDiskMarker(const std::string& memoryDisk);
 
 } // namespace kestrine

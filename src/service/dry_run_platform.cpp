@@ -30,11 +30,13 @@ std::unique_ptr<File> DryRunPlatform::open(const std::string& path, OpenMode mod
 NamedEventResult DryRunPlatform::createNamedEvent(const std::string& name,
                                                   std::unique_ptr<NamedEvent>& event) {
     const NamedEventResult result = ForwardingPlatform::createNamedEvent(name, event);
+    // Let go at once, or a start during the check would be refused.
     event.reset();
     return result;
 }
 
 LockResult DryRunPlatform::lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
+    // Locking would make it; and what is not there is not held by anybody.
     if (!exists(path)) {
         return LockResult::Locked;
     }

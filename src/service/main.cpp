@@ -49,6 +49,7 @@ int main(int argc, char** argv) try {
     if (workThread.run() != 0) {
         return LOG_FAIL("run work thread fail");
     }
+    // The name goes last: until here a second service would find the tree in work.
     if (instance->close() != 0) {
         logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
                         platform().lastError());

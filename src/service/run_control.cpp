@@ -27,6 +27,7 @@ void signal_handler(int number) {
 
 void waitForSignalHandlers() {
     constexpr uint32_t step = 10; // ms
+    // So that their lines are whole; but not for ever, since one may hang on a console.
     for (uint32_t waited = 0; g_handlersRunning > 0 && waited < 2000; waited += step) {
         platform().sleep(step);
     }

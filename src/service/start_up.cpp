@@ -4,6 +4,7 @@
 #include "frame/log.h"
 #include "frame/text.h"
 #include "service/check.h"
+#include "storage/codec.h"
 #include "version.h"
 
 #include <cerrno>
@@ -61,7 +62,9 @@ std::optional<int> answerWithoutStart(std::span<char* const> arguments) {
             return answer(std::string(g_help), 0);
         }
         if (argument == "--version") {
-            return answer(std::string("kestrine ") + g_version + "\n", 0);
+            return answer(std::string("kestrine ") + g_version + "\ndecodes with " +
+                              codec::decoder() + ", encodes with " + codec::encoder() + "\n",
+                          0);
         }
         if (argument == "--check") {
             return answerCheck();
@@ -79,8 +82,10 @@ int onlyOneInstance(std::unique_ptr<NamedEvent>* event) {
         return LOG_FAIL("SetSecurityDescriptorDacl fail errcode %u", platform().lastError());
     case NamedEventResult::CreateFailed:
         logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CreateEvent %s failed!", g_instanceName);
+        // Not -1, but any result other than 0 ends the start.
         return 1;
     case NamedEventResult::AlreadyExists:
+        // The handle is given out in this case, too.
         if (created && created->close() != 0) {
             logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
                             platform().lastError());

@@ -24,14 +24,17 @@ constexpr int64_t g_pauseReport = 1000000;           // ms
 } // namespace
 
 int WorkThread::run() {
+    // First of all: what a killed pass has left is not counted, and its positions have not moved.
     if (removeTempFiles() != 0) {
         return LOG_FAIL("removeTempFiles fail");
     }
     checkAccounts(m_accounts);
+    // Also after a failed pass its temporary files are of no more use, so the result waits.
     const int result = runLoop();
     if (removeTempFiles() != 0) {
         return LOG_FAIL("removeTempFiles fail");
     }
+    removeMemoryDisk();
     return result;
 }
 
@@ -41,6 +44,7 @@ void WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
         ExceptionCheck exceptionCheck(m_configuration);
         if (exceptionCheck.check(account) != 0) {
             LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
+            // Until the next start, which checks it again.
             m_failed.insert(account);
         }
     }
@@ -64,6 +68,7 @@ int WorkThread::accountCheckIfDue() {
         return 0;
     }
     LOG_INFO("%ds elasped, check account change", 3600);
+    // Nothing rests on the sweeps: what stays is tried again in an hour.
     if (removeDeletedAccount() != 0) {
         LOG_ERROR("removeDeletedAccount fail, but ignore");
     }
@@ -88,6 +93,7 @@ int WorkThread::checkAccountChange() {
     std::ranges::copy_if(accounts, std::back_inserter(added),
                          [&known](const std::string& account) { return !known.contains(account); });
     m_accounts = accounts;
+    // A tree may be there from an earlier time, so a new account is checked like one at the start.
     checkAccounts(added);
     if (reinit() != 0) {
         return LOG_FAIL("reinit fail");
@@ -96,6 +102,8 @@ int WorkThread::checkAccountChange() {
 }
 
 int WorkThread::runAccounts() {
+    // An account that cannot be worked on ends the service, but only after all others had their
+    // pass.
     int result = m_failed.empty() ? 0 : -1;
     for (size_t i = 0; i < m_urlStats.size() && !stopRequested(); ++i) {
         if (!m_failed.contains(m_accounts[i]) && m_urlStats[i]->run(m_accounts[i]) != 0) {
@@ -125,6 +133,7 @@ int WorkThread::waitForAccounts() {
         if (!m_accounts.empty()) {
             return 0;
         }
+        // Once an hour.
         if (tries % 60 == 0) {
             LOG_INFO("account size is 0");
         }
@@ -139,6 +148,8 @@ int WorkThread::waitForAccounts() {
 
 int WorkThread::reinit() {
     LOG_INFO("account changed, reinit");
+    // Made anew for all, in the order of m_accounts, which is how `runAccounts` pairs them;
+    // intervals begin anew as well.
     m_urlStats.clear();
     if (m_accounts.empty()) {
         LOG_DEBUG("account number is 0");

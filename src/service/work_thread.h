@@ -18,27 +18,28 @@ public:
     // Gives the settings the default roots where they name none.
     explicit WorkThread(Configuration& configuration) : m_configuration(configuration) {}
 
-    // Fixes the data path, the memory-disk directory and the statistics root, which it locks
-    // against other instances, and reads the account list, waiting until there is an account. 0,
-    // also after a stop request, or -1.
+    // Fixes the data path, the memory-disk directory and the statistics root, both of which it
+    // locks against other instances, and reads the account list, waiting until there is an account.
+    // 0, also after a stop request, or -1.
     [[nodiscard]] int init();
     // Removes temporary directories, checks every account's tree, and then makes pass after pass
     // until a stop is requested. An account that fails ends the service, but only after the others
     // had their run of that pass; one whose tree could not be checked has none. 0 after a stop, -1
-    // on failure; from the first pass on, temporary directories are removed on every way out.
+    // on failure; from the first pass on, temporary directories are removed on every way out, and
+    // the memory disk with them.
     [[nodiscard]] int run();
 
     // One `UrlStat` per account of the current list. 0 or -1.
     [[nodiscard]] int reinit();
-    // Deletes the memory-disk directory and every account's directory of disk temporary files.
+    // Deletes what lies on the memory disk, except the marker, which is locked, and every account's
+    // directory of disk temporary files.
     [[nodiscard]] int removeTempFiles();
     // Sweep entries "_delete_*" of the statistics root, and of each account's directory. 0 or -1.
     [[nodiscard]] int removeDeletedAccount();
     [[nodiscard]] int removeDeletedDate();
 
 private:
-    [[nodiscard]] int makeMemoryDisk() const;
-    [[nodiscard]] int lockRoot();
+    void removeMemoryDisk();
     [[nodiscard]] int waitForAccounts();
     void checkAccounts(const std::vector<std::string>& accounts);
     [[nodiscard]] int runLoop();
@@ -51,7 +52,8 @@ private:
     std::vector<std::string> m_accounts; // account paths, as last read
     std::vector<std::unique_ptr<UrlStat>> m_urlStats;
     std::set<std::string> m_failed; // accounts whose tree could not be checked
-    std::unique_ptr<NamedEvent> m_lock;
+    std::unique_ptr<NamedEvent> m_rootLock;
+    std::unique_ptr<NamedEvent> m_memoryDiskLock;
     std::string m_dataPath;
     std::string m_urlStatRoot;
     std::string m_memoryDisk;

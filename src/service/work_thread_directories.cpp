@@ -10,14 +10,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <string_view>
+#include <memory>
 #include <vector>
 
 namespace kestrine {
 
 namespace {
-
-constexpr std::string_view g_deletedPattern = "/_delete_*";
 
 int createIfMissing(const std::string& path) {
     if (Util::createDir(path.ends_with('/') ? path : path + "/") != 0) {
@@ -28,9 +26,8 @@ int createIfMissing(const std::string& path) {
 
 // Removes the entries "_delete_*" of a directory.
 int sweepDirectory(const std::string& directory, const CodePlace& where) {
-    const std::string pattern = directory + std::string(g_deletedPattern);
     std::vector<FindEntry> entries;
-    if (Util::listEntries(pattern, entries, where) != 0) {
+    if (Util::listEntries(names::deletedPattern(directory), entries, where) != 0) {
         return -1;
     }
     int result = 0;
@@ -51,6 +48,41 @@ int sweepDirectory(const std::string& directory, const CodePlace& where) {
     return result;
 }
 
+// Deletes all but the marker; goes on after a failure.
+int emptyMemoryDisk(const std::string& memoryDisk) {
+    std::vector<FindEntry> entries;
+    if (Util::listEntries(names::join(memoryDisk, "*"), entries, KESTRINE_HERE) != 0) {
+        return -1;
+    }
+    int result = 0;
+    for (const FindEntry& entry : entries) {
+        const std::string path = names::join(memoryDisk, entry.name);
+        if (entry.name != g_memoryDiskMarker && Util::deleteFiles(path, entry.attributes) != 0) {
+            result = -1;
+        }
+    }
+    return result;
+}
+
+// The machine-wide name does not reach other containers and other machines, which may see the same
+// directories.
+int lockDirectory(const std::string& directory, const std::string& lockFile,
+                  std::unique_ptr<NamedEvent>& lock) {
+    switch (platform().lockFile(lockFile, lock)) {
+    case LockResult::Locked:
+        return 0;
+    case LockResult::HeldByAnother:
+        return LOG_FAIL("another instance is running on %s", directory.c_str());
+    // No reason to refuse the volume: the name still keeps a second service off this machine.
+    case LockResult::NotSupported:
+        LOG_INFO("no locks on the volume of %s, errno %d", directory.c_str(), errno);
+        return 0;
+    case LockResult::Failed:
+        break;
+    }
+    return LOG_FAIL("lock %s fail, errno %d", lockFile.c_str(), errno);
+}
+
 } // namespace
 
 int WorkThread::init() {
@@ -67,12 +99,16 @@ int WorkThread::init() {
         m_urlStatRoot = names::defaultStatRoot(m_dataPath);
         m_configuration.setUrlStatRoot(m_urlStatRoot);
     }
+    // Before anything is made: a directory refused is left as it was.
     if (!mayBeUrlStatRoot(m_urlStatRoot, m_dataPath) ||
         !mayBeMemoryDisk(m_memoryDisk, m_dataPath, m_urlStatRoot) ||
         !leavesRoomForNames(m_memoryDisk, m_urlStatRoot)) {
         return -1;
     }
-    if (makeMemoryDisk() != 0 || createIfMissing(m_urlStatRoot) != 0 || lockRoot() != 0) {
+    // Nothing is deleted from either before both are locked.
+    if (createIfMissing(m_memoryDisk) != 0 || createIfMissing(m_urlStatRoot) != 0 ||
+        lockDirectory(m_urlStatRoot, names::lockFile(m_urlStatRoot), m_rootLock) != 0 ||
+        lockDirectory(m_memoryDisk, memoryDiskMarker(m_memoryDisk), m_memoryDiskLock) != 0) {
         return -1;
     }
     if (waitForAccounts() != 0) {
@@ -84,59 +120,35 @@ int WorkThread::init() {
     return 0;
 }
 
-int WorkThread::makeMemoryDisk() const {
-    const bool made = !platform().exists(m_memoryDisk);
-    if (createIfMissing(m_memoryDisk) != 0) {
-        return -1;
-    }
-    const std::string marker = names::join(m_memoryDisk, g_memoryDiskMarker);
-    if (made && platform().open(marker, OpenMode::Truncate) == nullptr) {
-        LOG_INFO("mark %s fail, errno %d", m_memoryDisk.c_str(), errno);
-    }
-    return 0;
-}
-
-// The machine-wide name does not reach other containers and other machines, which may see the same
-// statistics.
-int WorkThread::lockRoot() {
-    const std::string path = names::lockFile(m_urlStatRoot);
-    switch (platform().lockFile(path, m_lock)) {
-    case LockResult::Locked:
-        return 0;
-    case LockResult::HeldByAnother:
-        return LOG_FAIL("another instance is running on %s", m_urlStatRoot.c_str());
-    case LockResult::NotSupported:
-        LOG_INFO("no locks on the volume of %s, errno %d", m_urlStatRoot.c_str(), errno);
-        return 0;
-    case LockResult::Failed:
-        break;
-    }
-    return LOG_FAIL("lock %s fail, errno %d", path.c_str(), errno);
-}
-
 int WorkThread::removeTempFiles() {
     if (m_configuration.memoryDiskPath().empty()) {
         LOG_INFO("empty memory disk path, return");
         return 0;
     }
-    const auto remove = [](const std::string& path, LogLevel level) {
-        const std::string command = "rmdir /S /Q \"" + path + "\"";
-        LOG_DEBUG("command %s", command.c_str());
-        if (platform().removeTree(command, path) == 0 || errno == ENOENT) {
-            return 0;
-        }
-        logMessage(level, KESTRINE_HERE, "system %s fail, errno %d", command.c_str(), errno);
-        return -1;
-    };
-    if (!holdsOnlySpillFiles(m_configuration.memoryDiskPath()) ||
-        remove(m_configuration.memoryDiskPath(), LogLevel::Error) != 0) {
+    // Tested again right before: since the start somebody may have put something there.
+    if (!holdsOnlySpillFiles(m_memoryDisk) || emptyMemoryDisk(m_memoryDisk) != 0) {
         return -1;
     }
     for (const std::string& account : m_accounts) {
         const std::string directory = names::accountDir(m_urlStatRoot, names::accountOf(account));
-        (void)remove(names::diskTempTree(directory), LogLevel::Info);
+        const std::string path = names::diskTempTree(directory);
+        const std::string command = "rmdir /S /Q \"" + path + "\"";
+        LOG_DEBUG("command %s", command.c_str());
+        // Only logged: what stays is never read, and a new file of the same name overwrites it.
+        if (platform().removeTree(command, path) != 0 && errno != ENOENT) {
+            LOG_INFO("system %s fail, errno %d", command.c_str(), errno);
+        }
     }
     return 0;
+}
+
+// The marker goes while it is locked, so that it is not the one that another instance has locked.
+// Some systems keep its name until the lock is let go, and the directory until then. Where either
+// cannot be removed (a mount point, say) it stays for the next start.
+void WorkThread::removeMemoryDisk() {
+    (void)platform().removeFile(memoryDiskMarker(m_memoryDisk));
+    m_memoryDiskLock.reset();
+    (void)platform().removeDirectory(m_memoryDisk);
 }
 
 int WorkThread::removeDeletedAccount() {

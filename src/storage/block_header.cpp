@@ -29,10 +29,13 @@ void BlockHeader::load(std::span<const uint8_t, g_size> bytes) {
 void BlockHeader::add(const UrlRecordView& record) {
     minKey = std::min(minKey, record.key);
     maxKey = std::max(maxKey, record.key);
+    // Added without a sign: the counts of a damaged file may sum up to anything, and a signed
+    // overflow would be undefined.
     totalCount = static_cast<int64_t>(static_cast<uint64_t>(totalCount) + record.count);
     ++count;
 }
 
+// Sizes and flag are left out: they tell how the block was stored, not what its records are.
 bool BlockHeader::agrees(const BlockHeader& other) const {
     return minKey == other.minKey && maxKey == other.maxKey && totalCount == other.totalCount &&
            count == other.count;
@@ -45,12 +48,14 @@ int Util::validateBlockHeader(const BlockHeader* header) {
     if (header->flag > 1) {
         return LOG_FAIL("flag invalid %d", static_cast<int32_t>(header->flag));
     }
+    // No writer leaves an empty block; who decodes one relies on its first record.
     if (header->count <= 0) {
         return LOG_FAIL("count invalid %d", header->count);
     }
     if (header->totalCount <= 0) {
         return LOG_FAIL("count invalid %d", static_cast<int32_t>(header->totalCount));
     }
+    // A block is stored compressed only when that makes it no longer, so a longer stream is damage.
     const bool fits = header->flag == 1 ? header->blockSize <= header->rawSize
                                         : header->blockSize == header->rawSize;
     if (header->blockSize <= 0 || !fits) {

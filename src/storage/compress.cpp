@@ -1,6 +1,7 @@
 #include "storage/compress.h"
 
 #include "frame/log.h"
+#include "storage/codec.h"
 #include "storage/reading.h"
 
 #include <cerrno>
@@ -9,8 +10,8 @@
 namespace kestrine {
 namespace {
 
+// Bytes; twice the largest block, so that one that grows under compression has room, too.
 constexpr size_t g_workBufferSize = 4194304;
-constexpr int g_fastestLevel = 1;
 
 } // namespace
 
@@ -19,6 +20,7 @@ int Compress::getInstance(Compress** instance) {
     if (instance == nullptr) {
         return LOG_FAIL("param null");
     }
+    // Without memory this time, the next block asks again.
     if (compressor.m_buffer.empty() && compressor.init() != 0) {
         return LOG_FAIL("init fail");
     }
@@ -33,35 +35,31 @@ int Compress::init() {
     return 0;
 }
 
-int Compress::compress(const uint8_t* source, int32_t sourceLength, ByteView* data) {
-    if (source == nullptr || sourceLength <= 0 || data == nullptr) {
+int Compress::compress(ByteView source, ByteView* data) {
+    if (source.empty() || data == nullptr) {
         return LOG_FAIL("param invalid");
     }
-    auto destLength = static_cast<uLongf>(m_buffer.size());
-    const int result = compress2(m_buffer.data(), &destLength, source,
-                                 static_cast<uLong>(sourceLength), g_fastestLevel);
-    if (result != Z_OK) {
+    size_t length = 0;
+    if (const int result = codec::encode(source, m_buffer.span(), length); result != Z_OK) {
         return LOG_FAIL("compress2 fail, ret %d", result);
     }
-    if (static_cast<uLong>(sourceLength) < destLength) {
+    // Of equal length is still compressed: readers take a stream that is as long as its records.
+    if (source.size() < length) {
         return -1;
     }
-    *data = m_buffer.span().first(destLength);
+    *data = m_buffer.span().first(length);
     return 0;
 }
 
-int Compress::unCompress(const uint8_t* source, int32_t sourceLength, ByteView* data) {
-    if (source == nullptr || sourceLength <= 0 || data == nullptr) {
+int Compress::unCompress(ByteView source, std::span<uint8_t> raw, size_t* length) {
+    if (source.empty() || raw.empty() || length == nullptr) {
         return LOG_FAIL("param invalid");
     }
-    auto destLength = static_cast<uLongf>(m_buffer.size());
-    const int result =
-        uncompress(m_buffer.data(), &destLength, source, static_cast<uLong>(sourceLength));
-    if (result != Z_OK) {
+    if (const int result = codec::decode(source, raw, *length); result != Z_OK) {
         LOG_ERROR("uncompress fail, ret %d", result);
+        // Want of memory says nothing about the bytes; every other result comes from them alone.
         return result == Z_MEM_ERROR ? -1 : g_damaged;
     }
-    *data = m_buffer.span().first(destLength);
     return 0;
 }
 

@@ -13,12 +13,15 @@ namespace kestrine {
 
 namespace {
 
+// Whether the status read is one of the account and period whose directory the file lies in.
 bool belongsHere(UrlFile& file, const std::string& directory) {
     PeriodDir dir;
     if (!names::parsePeriodDir(names::lastComponent(directory), dir)) {
         return false;
     }
     const std::string account(names::lastComponent(names::parentOf(directory)));
+    // The reader of a week or month status leaves its checksum to its caller: here a wrong one
+    // makes the file damaged.
     return dir.period == Period::Day
                ? belongsToDay(*file.dayStatus(), account, dir.begin)
                : file.weekMonStatus()->checksumFits() &&
@@ -47,6 +50,7 @@ int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>
             *fellBack = true;
         }
     };
+    // Left by a kill or a failure inside a replacement, or between quarantine and restore.
     if (!platform().exists(files.formal) && platform().exists(files.backup)) {
         note();
         if (Util::restoreBackup(files.formal) != 0) {
@@ -55,6 +59,7 @@ int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>
     }
     while (platform().exists(files.formal)) { // twice at most: the file, then its backup
         const int ret = openOnce(files, period, file);
+        // With -1 the file stays where it is: nothing is moved on the ground of a failed call.
         if (ret <= 0) {
             return ret;
         }
@@ -76,6 +81,7 @@ int highestNumberKnown(const std::string& accountDir, const std::string& date, i
         return -1;
     }
     for (const auto& [period, files] : periods) {
+        // Callers have the day file's number from its own status.
         if (period == Period::Day) {
             continue;
         }
@@ -84,6 +90,7 @@ int highestNumberKnown(const std::string& accountDir, const std::string& date, i
         if (ret < 0) {
             return LOG_FAIL("read status of %s fail", files.formal.c_str());
         }
+        // A period without a file knows no number; it is built from the day files.
         if (ret == 0) {
             known = std::max(known, file->weekMonStatus()->counterOfDate(date));
         }

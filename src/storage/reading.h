@@ -12,8 +12,11 @@ namespace kestrine {
 // which says nothing about the bytes.
 constexpr int g_damaged = 2;
 
-// Fills the buffer from the given offset, where the file stands already; a call that fails for a
-// passing reason is tried again. 0; g_damaged when the file ends before; -1.
+// Reads from the given offset, where the file stands already; a call that fails for a passing
+// reason is tried again. As File::read.
+[[nodiscard]] int64_t readFrom(File& file, int64_t offset, std::span<uint8_t> buffer);
+
+// Fills the buffer, as `readFrom`. 0; g_damaged when the file ends before; -1.
 [[nodiscard]] int readExactly(File& file, int64_t offset, std::span<uint8_t> buffer);
 
 } // namespace kestrine

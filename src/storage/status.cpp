@@ -7,6 +7,7 @@
 
 namespace kestrine {
 
+// What no reader would take is not written: the file is given up before it has a final name.
 int DayStatus::storeHead(uint8_t* head) const {
     storeLittle(head, m_newCounter);
     return checkCounter();
@@ -38,29 +39,55 @@ void DayStatus::print() const {
 }
 
 void DayStatus::setNewCounter(int32_t counter) {
+    // Reported only; a status with such a counter cannot be written.
     if (counter < -1) {
         LOG_INFO("counter invalid %d", counter);
     }
     m_newCounter = counter;
 }
 
+// The number of entries where there is none of the path.
+size_t DayStatus::placeOf(const std::string& path) const {
+    // Entries that were added since the last look. Of a path that stands twice the first counts.
+    for (; m_indexed < m_entries.size(); ++m_indexed) {
+        m_places.try_emplace(m_entries[m_indexed].path, m_indexed);
+    }
+    const auto found = m_places.find(path);
+    if (found == m_places.end()) {
+        return m_entries.size();
+    }
+    if (m_entries[found->second].path != path) { // reordered since
+        // Once is enough: with the index made anew every place is right.
+        m_places.clear();
+        m_indexed = 0;
+        return placeOf(path);
+    }
+    return found->second;
+}
+
 const NodeEntry* DayStatus::findEntry(const std::string& path) const {
-    const auto found = std::ranges::find(m_entries, path, &NodeEntry::path);
-    return found == m_entries.end() ? nullptr : &*found;
+    const size_t place = placeOf(path);
+    return place == m_entries.size() ? nullptr : &m_entries[place];
 }
 
 void DayStatus::updateIfNewer(const NodeEntry& entry) {
-    const auto found = std::ranges::find(m_entries, entry.path, &NodeEntry::path);
-    if (found == m_entries.end()) {
+    const size_t place = placeOf(entry.path);
+    if (place == m_entries.size()) {
         m_entries.push_back(entry);
-    } else if (entry.fileNumber > found->fileNumber) {
-        *found = entry;
-    } else if (entry.fileNumber < found->fileNumber) {
+        return;
+    }
+    // A position never goes back: the logs before it are counted. With equal numbers nothing
+    // changes, since offsets are informative.
+    NodeEntry& known = m_entries[place];
+    if (entry.fileNumber > known.fileNumber) {
+        known = entry;
+    } else if (entry.fileNumber < known.fileNumber) {
         LOG_INFO("find %s, but id error new fileid %d, old fileid %d", entry.path.c_str(),
-                 entry.fileNumber, found->fileNumber);
+                 entry.fileNumber, known.fileNumber);
     }
 }
 
+// One entry speaks for all, which are of one date.
 int32_t DayStatus::date() const {
     return m_entries.empty() ? 0 : names::getDateOfPath(m_entries.front().path);
 }
@@ -106,6 +133,7 @@ void WeekMonStatus::moveNextAfter() {
 }
 
 int32_t WeekMonStatus::counterOfDate(const std::string& path) const {
+    // By the date alone: the tree may have been moved since the entry's path was written.
     const std::string_view date = names::lastComponent(path);
     const auto found = std::ranges::find_if(m_entries, [date](const DateEntry& entry) {
         return names::lastComponent(entry.path) == date;

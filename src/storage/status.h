@@ -15,7 +15,9 @@
 #pragma once
 
 #include "storage/status_record.h"
+
 #include "tree/period.h"
+#include <unordered_map>
 
 namespace kestrine {
 
@@ -48,6 +50,8 @@ public:
     void setNewCounter(int32_t counter);
     void setTotalCount(uint64_t count) { m_totalCount = count; }
 
+    // Both look the path up in an index: entries may be added, reordered and brought forward
+    // otherwise, too, but none is taken away.
     [[nodiscard]] const NodeEntry* findEntry(const std::string& path) const;
     // Adds the entry, or brings the one of the same path forward: the higher file number wins, a
     // lower one is reported and ignored.
@@ -64,7 +68,12 @@ private:
     [[nodiscard]] int loadHead(const uint8_t* head);
     [[nodiscard]] int checkCounter() const;
 
+    [[nodiscard]] size_t placeOf(const std::string& path) const;
+
     int32_t m_newCounter = -1;
+    // The first `m_indexed` entries by path: the place that each had when it was taken in.
+    mutable std::unordered_map<std::string, size_t> m_places;
+    mutable size_t m_indexed = 0;
 };
 
 // What a week or month file holds of one date.

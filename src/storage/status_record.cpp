@@ -25,6 +25,7 @@ constexpr size_t g_numberAt = 8; // of the entries, behind the head
     if (record.allocate(g_statusFrameSize + length) != 0) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
+    // What paths leave unused of their fields is written, too, and enters the checksum.
     std::ranges::fill(record.span(), uint8_t{0});
     return 0;
 }
@@ -32,6 +33,7 @@ constexpr size_t g_numberAt = 8; // of the entries, behind the head
 // Fills in the frame around the complete body, and writes the record. 0 or -1.
 [[nodiscard]] int writeRecord(File& file, Buffer& record) {
     const ByteView body = record.span().subspan(g_statusFrameSize);
+    // Over the body alone, which is complete by now.
     storeLittle(record.data(), urlKey(body));
     storeLittle(record.data() + g_lengthAt, static_cast<uint32_t>(body.size()));
     if (file.write(record.span()) != static_cast<int64_t>(record.size())) {
@@ -42,6 +44,7 @@ constexpr size_t g_numberAt = 8; // of the entries, behind the head
 
 // The stored checksum and the body of a record of at most `length` bytes. 0, g_damaged or -1.
 [[nodiscard]] int readRecord(File& file, int64_t length, uint64_t& checksum, Buffer& body) {
+    // Where a read that is tried again must begin.
     const int64_t start = file.tell();
     if (start < 0) {
         return LOG_FAIL("_ftelli64 fail, errno %d", errno);
@@ -52,6 +55,7 @@ constexpr size_t g_numberAt = 8; // of the entries, behind the head
     }
     checksum = loadLittle<uint64_t>(frame.data());
     const auto len = loadLittle<uint32_t>(frame.data() + g_lengthAt);
+    // Refused before memory is asked for: a damaged length may name four gigabytes.
     const int64_t bound =
         len > g_maxStatusLength ? g_maxStatusLength : length - int64_t{g_statusFrameSize};
     if (int64_t{len} > bound) {
@@ -67,6 +71,7 @@ constexpr size_t g_numberAt = 8; // of the entries, behind the head
 
 // Into a zeroed field. 0 or -1.
 [[nodiscard]] int storePath(uint8_t* field, const std::string& path) {
+    // One byte stays zero, at which readers end the text.
     if (path.size() >= g_statusPathSize) {
         return LOG_FAIL("path too long %d %s", static_cast<int32_t>(path.size()), path.c_str());
     }
@@ -86,6 +91,7 @@ int StatusRecord<Kind, Entry>::writeStatus(File* file) const {
     if (file == nullptr) {
         return LOG_FAIL("%s", Kind::g_noFile);
     }
+    // It would belong to no account and no date: every reader would take the file for damaged.
     if (m_entries.empty()) {
         return LOG_FAIL("device info size 0");
     }
@@ -122,6 +128,7 @@ int StatusRecord<Kind, Entry>::readStatus(File* file, int64_t length, Kind& stat
     }
     const uint64_t computed = urlKey(body.span());
     status.m_checksumFits = stored == computed;
+    // One that is not checked here is parsed all the same, and its reader asks `checksumFits`.
     if (Kind::g_checked && !status.m_checksumFits) {
         LOG_ERROR("crc not match %llu %llu", static_cast<unsigned long long>(stored),
                   static_cast<unsigned long long>(computed));
@@ -141,9 +148,12 @@ int StatusRecord<Kind, Entry>::parse(ByteView body) {
     m_totalCount = loadLittle<uint64_t>(body.data() + Kind::g_headSize);
     const auto number = loadLittle<uint32_t>(body.data() + Kind::g_headSize + g_numberAt);
     size_t start = entriesAt();
+    // The stored number is compared, not used: entries are taken as far as the body goes, so that a
+    // damaged number cannot lead beyond it.
     m_lengthFits = body.size() - start == number * Entry::g_size;
     for (; body.size() - start >= Entry::g_size; start += Entry::g_size) {
         Entry& entry = m_entries.emplace_back();
+        // Without the field's last byte: a text that fills the field has no zero.
         entry.path = fixedText(body.subspan(start, g_statusPathSize - 1));
         entry.load(body.data() + start + g_statusPathSize);
     }

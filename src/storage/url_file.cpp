@@ -12,6 +12,7 @@
 namespace kestrine {
 
 UrlFile::~UrlFile() {
+    // Logged only: whoever writes a file that counts closes it and looks at the result.
     if (m_file != nullptr && m_file->close() != 0) {
         LOG_ERROR("fclose %s fail, errno %d", m_path.c_str(), errno);
     }
@@ -31,11 +32,14 @@ int UrlFile::open(const std::string& path, OpenMode mode) {
     if (!m_block.isInitialised() && init() != 0) {
         return LOG_FAIL("UrlFile::init fail");
     }
+    // One object may open file after file; the block keeps its buffer.
     startOver(path);
+    // At the next try a handle may be free, or another process may have let the file go.
     m_file = triedAgain([&] { return platform().open(path, mode); });
     if (m_file == nullptr) {
         return LOG_FAIL("fopen %s fail, errno %d", path.c_str(), errno);
     }
+    // A writer learns where the blocks end as it writes them.
     const bool reading = mode == OpenMode::Read || mode == OpenMode::ReadExisting;
     return reading ? findSize() : 0;
 }
@@ -57,6 +61,7 @@ int UrlFile::findSize() {
         m_file.reset();
         return -1;
     }
+    // No failure here: the trailer is missing, and readStatus calls that damage.
     if (m_endPos == 0) {
         LOG_INFO("file %s is empty!!!", m_path.c_str());
     }
@@ -71,6 +76,7 @@ int UrlFile::close() {
     if (result != 0) {
         LOG_ERROR("fclose %s fail, errno %d", m_path.c_str(), errno);
     }
+    // Also after a failure: the handle is gone, and closing again would prove nothing.
     m_file.reset();
     return result == 0 ? 0 : -1;
 }
@@ -79,6 +85,8 @@ int UrlFile::sync() {
     if (m_file == nullptr) {
         return LOG_FAIL("param invalid");
     }
+    // Not tried again: after a failed sync the system may have dropped what was not written, and
+    // report success the next time.
     if (m_file->sync() != 0) {
         return LOG_FAIL("sync %s fail, errno %d", m_path.c_str(), errno);
     }
@@ -93,6 +101,7 @@ int UrlFile::writeOneRecord(const UrlRecordView& record) {
     if (!m_block.hasRoomFor(record) && writeUrlRecordBlocks() != 0) {
         return LOG_FAIL("compressAndWriteFile fail");
     }
+    // An empty block refuses only what its buffer cannot hold.
     if (!m_block.hasRoomFor(record)) {
         return LOG_FAIL("ERROR, still full");
     }
@@ -126,6 +135,8 @@ int UrlFile::flush() {
 template <typename Status>
 int UrlFile::writeTrailer(const Status& status, const char* failure) {
     assert(status.totalCount() == m_totalCount); // every reader of the whole file compares them
+    // Blocks, status, end position: a file cut off anywhere before its end lacks the position
+    // through which alone the status is found.
     if (flush() != 0) {
         return LOG_FAIL("flush fail");
     }
@@ -147,6 +158,7 @@ int UrlFile::writeBlockHeader(const BlockHeader& header) {
     if (m_file == nullptr) {
         return LOG_FAIL("param invalid");
     }
+    // Tested when it was read, but folding a record in may have changed it since.
     if (Util::validateBlockHeader(&header) != 0) {
         return LOG_FAIL("validateBlockHeader fail");
     }
@@ -171,6 +183,7 @@ int UrlFile::writeBlockData(ByteView data) {
 }
 
 int UrlFile::append(ByteView data) {
+    // A short write (a full disk) leaves the file without use; who writes it removes it.
     if (m_file->write(data) != static_cast<int64_t>(data.size())) {
         return LOG_FAIL("fwrite fail %s errno %d", m_path.c_str(), errno);
     }
@@ -192,16 +205,20 @@ int UrlFile::readStatus(uint32_t type) {
     if (type != g_dayStatusType && type != g_weekMonStatusType) {
         return LOG_FAIL("type invalid %X", type);
     }
+    // Not m_endPos, which a call before this one may have moved to the end of the blocks.
     const int64_t size = triedAgain([this] { return m_file->size(); });
     if (size < 0) {
         return LOG_FAIL("_stati64 %s fail, errno %d", m_path.c_str(), errno);
     }
     int result = seekEndPosition(*m_file, m_path, size, m_endPos);
+    // A merge brings the status of its source forward: what it made of it must not be lost.
     const bool known =
         type == g_dayStatusType ? dayStatus() != nullptr : weekMonStatus() != nullptr;
     if (result == 0 && !known) {
         result = readStatusRecord(size - g_endPositionSize, type);
     }
+    // -1 in either case: that it was damage is told by `broken`, which brings the file to
+    // quarantine.
     if (result == g_damaged) {
         m_broken = true;
         LOG_DEBUG("set broken flag %s", m_path.c_str());
@@ -238,10 +255,12 @@ int UrlFile::readStatusRecord(int64_t end, uint32_t type) {
     if (position < 0) {
         result = LOG_FAIL("_ftelli64 fail %s, errno %d", m_path.c_str(), errno);
     }
+    // What was read in part must not pass for a status.
     if (result != 0) {
         m_status = std::monostate();
         return result;
     }
+    // Bytes between status and end position are reported, and are nobody's.
     if (position != end) {
         LOG_INFO("end pos not %lld %lld", static_cast<long long>(position),
                  static_cast<long long>(end));
@@ -268,6 +287,7 @@ int UrlFile::getTopRecord(UrlRecordView& record) {
     if (m_file == nullptr) {
         return LOG_FAIL("param invalid");
     }
+    // Remembered, since behind the last block the file goes on with its status.
     if (m_eof) {
         return 1;
     }
@@ -280,6 +300,7 @@ int UrlFile::getTopRecord(UrlRecordView& record) {
             return result;
         }
     }
+    // The block is in memory: no call of the system can have failed, only its bytes can be wrong.
     if (m_block.getCurrentUrlRecord(record) != 0) {
         LOG_ERROR("getCurrentUrlRecord fail, set broken flag %s", m_path.c_str());
         m_broken = true;
@@ -338,6 +359,7 @@ int UrlFile::readBlockHeader(BlockHeader& header) {
 }
 
 int UrlFile::readNextHeader() {
+    // Records in hand would be lost with the block that they lie in.
     if (m_block.hasCurrent()) {
         return LOG_FAIL("still have next");
     }

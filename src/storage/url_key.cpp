@@ -7,6 +7,7 @@ namespace {
 
 constexpr size_t g_round = 12; // bytes that one round of the main loop takes
 
+// Keys are stored, and files are ordered by them: no constant here can ever change.
 struct State {
     uint32_t a;
     uint32_t b;
@@ -48,6 +49,7 @@ uint32_t loadTail(const uint8_t* bytes, size_t length) {
 void hashlittle2(const uint8_t* key, size_t length, uint32_t* primary, uint32_t* secondary) {
     const uint32_t start = 0xdeadbeef + static_cast<uint32_t>(length) + *primary;
     State state{start, start, start + *secondary};
+    // Little-endian whatever the machine, so that files can be carried to another.
     for (; length > g_round; length -= g_round, key += g_round) {
         state.a += loadLittle<uint32_t>(key);
         state.b += loadLittle<uint32_t>(key + 4);
@@ -69,6 +71,7 @@ uint64_t urlKey(ByteView bytes) {
     uint32_t primary = 0;
     uint32_t secondary = 0;
     hashlittle2(bytes.data(), bytes.size(), &primary, &secondary);
+    // Key order is that of the first hash, then of the second.
     return (uint64_t{primary} << 32) + secondary;
 }
 

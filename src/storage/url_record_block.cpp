@@ -1,6 +1,7 @@
 #include "storage/url_record_block.h"
 
 #include "frame/log.h"
+#include "storage/block_pool.h"
 #include "storage/compress.h"
 #include "storage/reading.h"
 
@@ -8,7 +9,7 @@
 #include <array>
 #include <cassert>
 #include <cerrno>
-#include <cstring>
+#include <utility>
 
 namespace kestrine {
 namespace {
@@ -24,6 +25,11 @@ namespace {
 
 } // namespace
 
+UrlRecordBlock::~UrlRecordBlock() {
+    // Merges open and close many files, and hand a buffer of two megabytes from one to the next.
+    blockPool::giveBack(std::move(m_buffer));
+}
+
 int UrlRecordBlock::init(int32_t capacity) {
     if (isInitialised()) {
         return LOG_FAIL("call twice! will lead to memory leak!");
@@ -31,7 +37,7 @@ int UrlRecordBlock::init(int32_t capacity) {
     if (capacity <= 0 || capacity > g_blockCapacity) {
         return LOG_FAIL("param invalid");
     }
-    if (m_buffer.allocate(static_cast<size_t>(capacity)) != 0) {
+    if (blockPool::take(static_cast<size_t>(capacity), m_buffer) != 0) {
         return LOG_FAIL("malloc fail %d errno %d", capacity, errno);
     }
     reset();
@@ -52,6 +58,7 @@ size_t UrlRecordBlock::used() const {
 // ---- writing
 
 bool UrlRecordBlock::hasRoomFor(const UrlRecordView& record) const {
+    // The header's sum is signed: one that overflows could not be read back.
     return used() + record.size() < m_buffer.size() &&
            record.count <= g_maxCount - static_cast<uint64_t>(m_header.totalCount);
 }
@@ -72,7 +79,8 @@ int UrlRecordBlock::writeOneBlock(File& file) {
         return LOG_FAIL("Compress::getInstance fail");
     }
     ByteView data;
-    m_header.flag = compressor->compress(m_buffer.data(), m_header.rawSize, &data) == 0 ? 1 : 0;
+    // Raw where it does not shrink, and where the library fails: readers take both.
+    m_header.flag = compressor->compress(rawData(), &data) == 0 ? 1 : 0;
     if (m_header.flag == 0) {
         data = rawData();
     }
@@ -81,6 +89,7 @@ int UrlRecordBlock::writeOneBlock(File& file) {
         return LOG_FAIL("validateBlockHeader fail");
     }
     std::array<uint8_t, BlockHeader::g_size> bytes{};
+    // Header and data need not appear together: a file cut between them has no trailer.
     m_header.store(bytes);
     return writeAll(file, bytes) == 0 && writeAll(file, data) == 0 ? 0 : -1;
 }
@@ -111,6 +120,8 @@ int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
     if (cur < 0) {
         return LOG_FAIL("_ftelli64 fail, errno %d", errno);
     }
+    // A rest too short for a header is the end, too; what was cut off there is missing from the
+    // total.
     if (endPos - cur < int64_t{BlockHeader::g_size}) {
         return 1;
     }
@@ -121,6 +132,7 @@ int UrlRecordBlock::readBlockHeader(File& file, int64_t endPos) {
     m_header.load(bytes);
     if (Util::validateBlockHeader(&m_header) != 0) {
         LOG_ERROR("validateBlockHeader fail");
+        // Or the numbers of a bad header would pass for records in hand.
         reset();
         return g_damaged;
     }
@@ -133,11 +145,11 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
         return LOG_FAIL("ERROR");
     }
     const int64_t cur = file.tell();
+    // A position that cannot be told is an error; sizes that the file cannot keep are damage.
     int result = cur < 0 ? LOG_FAIL("_ftelli64 fail, errno %d", errno)
                          : (checkBlockData(cur, endPos) == 0 ? 0 : g_damaged);
     if (result == 0) {
-        const auto size = static_cast<size_t>(m_header.blockSize);
-        result = readExactly(file, cur, m_buffer.span().first(size));
+        result = readStored(file, cur);
     }
     if (result != 0) {
         reset();
@@ -145,6 +157,23 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     }
     m_state = State::Stored;
     return 0;
+}
+
+// Raw data into the block's own buffer, a stream into the one that all blocks share.
+int UrlRecordBlock::readStored(File& file, int64_t cur) {
+    std::span<uint8_t> target = m_buffer.span();
+    Compress* compressor = nullptr;
+    if (m_header.flag == 1) {
+        if (Compress::getInstance(&compressor) != 0) {
+            return LOG_FAIL("Compress::getInstance fail");
+        }
+        target = compressor->buffer();
+    }
+    const auto size = static_cast<size_t>(m_header.blockSize);
+    // Both hold it: it was compared with the block's capacity, and the shared buffer is larger.
+    assert(size <= target.size());
+    m_stored = target.first(size);
+    return readExactly(file, cur, target.first(size));
 }
 
 // The sizes in the header, which agree with each other, against the buffer and the end of the
@@ -186,24 +215,23 @@ int UrlRecordBlock::decode() {
     if (Compress::getInstance(&compressor) != 0) {
         return LOG_FAIL("Compress::getInstance fail");
     }
-    ByteView data;
-    if (const int result = compressor->unCompress(m_buffer.data(), m_header.blockSize, &data);
+    size_t length = 0;
+    if (const int result = compressor->unCompress(m_stored, m_buffer.span(), &length);
         result != 0) {
         LOG_ERROR("unCompress fail");
         return result;
     }
-    if (data.size() != static_cast<size_t>(m_header.rawSize)) {
-        LOG_ERROR("uncompress size %d, raw %d", static_cast<int32_t>(data.size()),
-                  m_header.rawSize);
+    // A stream that decodes well, but to another length, has lost its header or is another block's.
+    if (length != static_cast<size_t>(m_header.rawSize)) {
+        LOG_ERROR("uncompress size %d, raw %d", static_cast<int32_t>(length), m_header.rawSize);
         return g_damaged;
     }
-    std::memcpy(m_buffer.data(), data.data(), data.size());
     return 0;
 }
 
 ByteView UrlRecordBlock::storedData() const {
     assert(m_state == State::Stored);
-    return m_buffer.span().first(static_cast<size_t>(m_header.blockSize));
+    return m_stored;
 }
 
 bool UrlRecordBlock::hasCurrent() const {
@@ -247,6 +275,7 @@ void UrlRecordBlock::advance(const UrlRecordView& record) {
 void UrlRecordBlock::addToFirst(uint64_t count) {
     assert(hasCurrent() && m_recordIndex == 0 && used() >= g_recordHeadSize &&
            count <= g_maxCount - static_cast<uint64_t>(m_header.totalCount));
+    // In place: counts have a fixed width, so that nothing behind the field moves.
     uint8_t* const field = m_buffer.data() + recordAt::g_count;
     storeLittle(field, std::min(loadLittle<uint64_t>(field) + count, g_maxCount));
     m_header.totalCount += static_cast<int64_t>(count);

@@ -18,6 +18,11 @@ constexpr int32_t g_blockCapacity = 2048 * 1024;
 
 class UrlRecordBlock {
 public:
+    UrlRecordBlock() = default;
+    ~UrlRecordBlock();
+    UrlRecordBlock(const UrlRecordBlock&) = delete;
+    UrlRecordBlock& operator=(const UrlRecordBlock&) = delete;
+
     // Allocates the buffer, of g_blockCapacity bytes at most. 0 or -1.
     [[nodiscard]] int init(int32_t capacity);
     [[nodiscard]] bool isInitialised() const { return !m_buffer.empty(); }
@@ -45,7 +50,8 @@ public:
     [[nodiscard]] int unCompress();
     // A header was read, its data not yet.
     [[nodiscard]] bool awaitsData() const { return m_state == State::Header; }
-    // The data as stored, between readBlockData and unCompress.
+    // The data as stored, between readBlockData and unCompress; all blocks share its place, so that
+    // it is lost when the next one reads or writes.
     [[nodiscard]] ByteView storedData() const;
     // The records' bytes of a decoded block.
     [[nodiscard]] ByteView rawData() const { return m_buffer.span().first(used()); }
@@ -70,11 +76,13 @@ private:
     };
 
     [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
+    [[nodiscard]] int readStored(File& file, int64_t cur);
     [[nodiscard]] int decode();
 
     // While records are appended, `rawSize` counts their bytes.
     BlockHeader m_header;
-    Buffer m_buffer;
+    Buffer m_buffer;   // records
+    ByteView m_stored; // valid in State::Stored
     State m_state = State::Records;
     int32_t m_recordIndex = 0;
     size_t m_offset = 0; // of the record at the cursor

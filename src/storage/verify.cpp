@@ -9,6 +9,7 @@ namespace kestrine {
 
 bool OrderCheck::next(const UrlRecordView& record) {
     const bool byCount = m_order == RecordOrder::Count && record.count != m_lastCount;
+    // Equal keys do not follow each other: a key stands once, and in a list it breaks ties.
     const bool follows = m_first || (byCount ? record.count < m_lastCount : record.key > m_lastKey);
     m_first = false;
     m_lastKey = record.key;
@@ -21,6 +22,7 @@ int VerifyingReader::readOneRecord(UrlRecordView& record) {
     if (ret < 0) {
         return -1;
     }
+    // A whole block that is missing leaves order and headers right; the total shows it.
     if (ret == 1) {
         return m_file.statusTotal() == m_total
                    ? 1
@@ -32,6 +34,7 @@ int VerifyingReader::readOneRecord(UrlRecordView& record) {
     ++m_records;
     m_total += record.count;
     m_block.add(record);
+    // Only with its last record is everything known that a block's header must say.
     if (m_file.block().hasCurrent()) {
         return 0;
     }
@@ -40,6 +43,7 @@ int VerifyingReader::readOneRecord(UrlRecordView& record) {
                : breakFile("header of a block does not fit its records");
 }
 
+// What was read without an error and contradicts itself is damage.
 int VerifyingReader::breakFile(const char* what) {
     LOG_ERROR("%s: %s, set broken flag", m_file.path().c_str(), what);
     m_file.setBroken();
@@ -56,6 +60,7 @@ int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder orde
     std::set<uint32_t> types;
     int ret = 0;
     while ((ret = reader.readOneRecord(record)) == 0) {
+        // Not 0: of a file that was read in part nothing is known.
         if (stopRequested()) {
             return 2;
         }
@@ -74,6 +79,7 @@ int verifyUrlFile(const std::string& path, uint32_t statusType, RecordOrder orde
 
 int verifyTwice(const std::string& path, uint32_t statusType, RecordOrder order, FileSums* sums) {
     const int ret = verifyUrlFile(path, statusType, order, sums);
+    // Only damage is looked at twice: an error or a stop says nothing that could be confirmed.
     return ret == 1 ? verifyUrlFile(path, statusType, order, sums) : ret;
 }
 

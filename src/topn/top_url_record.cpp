@@ -9,6 +9,7 @@
 #include "tree/quarantine.h"
 #include "tree/top_list_dirs.h"
 
+#include <cassert>
 #include <cerrno>
 #include <new>
 #include <vector>
@@ -29,6 +30,12 @@ int renameDirectory(const std::string& from, const std::string& to) {
         return LOG_FAIL("rename %s to %s fail, errno %d", from.c_str(), to.c_str(), errno);
     }
     return 0;
+}
+
+// As lessByCountAndKey orders them; counts of a file are positive as signed numbers.
+bool isAbove(const UrlRecordView& record, const UrlRecord& smallest) {
+    return record.count > smallest.count ||
+           (record.count == smallest.count && record.key < smallest.key);
 }
 
 } // namespace
@@ -52,6 +59,7 @@ TopUrlRecord::~TopUrlRecord() {
 
 int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
                             const std::string& path) {
+    assert(m_copies == 0 && m_types.empty()); // of one file only
     if (directory.empty() || path.empty()) {
         return LOG_FAIL("assureNotEmpty fail");
     }
@@ -61,6 +69,7 @@ int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
     UrlFile file;
     const int ret = readFile(file, statusType, path);
     if (ret != 0 || stopRequested()) {
+        // Remembered, since the file must be closed before it is moved.
         const bool broken = file.broken();
         if (file.close() != 0) {
             LOG_ERROR("close %s fail", path.c_str());
@@ -83,6 +92,7 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
     if (file.readStatus(statusType) != 0) {
         return LOG_FAIL("read status from %s fail", path.c_str());
     }
+    // All records are read here anyway, so this is where damage that merges have copied is found.
     VerifyingReader reader(file);
     while (!stopRequested()) {
         UrlRecordView record;
@@ -102,8 +112,7 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
 
 // Most records of a large file do not reach the list: they are refused before they are copied.
 int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
-    if (queue.full() &&
-        static_cast<int64_t>(record.count) < static_cast<int64_t>(queue.top()->count)) {
+    if (queue.full() && !isAbove(record, *queue.top())) {
         return 0;
     }
     UrlRecordPtr copy = makeUrlRecord(record);
@@ -132,6 +141,7 @@ int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
     } catch (const std::bad_alloc&) {
         return LOG_FAIL("new fail, errno %d", errno);
     }
+    // A queue that was just made; one that was used is never empty again.
     if (queue->size() == 0 && queue->init(g_listLength, lessByCountAndKey) != 0) {
         return LOG_FAIL("init heap fail");
     }
@@ -193,6 +203,7 @@ int TopUrlRecord::writeAllLists(const std::string& directory) {
             return LOG_FAIL("write out one heap to %s fail", path.c_str());
         }
     }
+    // Last: the start-up check takes a set without it for one that is not there.
     const std::string path = names::topAllFile(directory);
     if (writeOutOneHeap(m_all, path) != 0) {
         return LOG_FAIL("write out one heap to %s fail", path.c_str());
@@ -221,6 +232,7 @@ int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
 int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
     std::vector<UrlRecordPtr> records;
     try {
+        // All room at once, so that nothing can fail while the queue is emptied.
         records.reserve(queue.size());
     } catch (const std::bad_alloc&) {
         return LOG_FAIL("malloc fail, errno %d", errno);
@@ -243,6 +255,7 @@ int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
         return LOG_FAIL("flush %s fail", path.c_str());
     }
     DayStatus status;
+    // A status needs an entry; nobody asks a list what it holds or where it belongs.
     status.entries().push_back({"just for test", -1, 0});
     status.setTotalCount(file.totalCount());
     if (file.writeStatus(status) != 0) {

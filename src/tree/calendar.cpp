@@ -31,6 +31,7 @@ std::string textOf(const year_month_day& date) {
 // Moves the paths whose date is not after `end` from the front of `paths` to `group`.
 void moveGroup(std::vector<std::string>& paths, std::vector<std::string>& group,
                std::string_view end) {
+    // Paths come in ascending order, so that a group lies at the front.
     const auto rest = std::find_if(paths.begin(), paths.end(), [end](const std::string& path) {
         return names::lastComponent(path) > end;
     });
@@ -46,6 +47,7 @@ int getDateOfCurrentWeek(std::string_view path, std::string& begin, std::string&
         return LOG_FAIL("date invalid %s", std::string(path).c_str());
     }
     const sys_days day(date);
+    // The difference of weekdays is 0 to 6, never negative.
     const sys_days sunday = day - (weekday(day) - Sunday);
     begin = textOf(sunday);
     end = textOf(sunday + days(6));

@@ -29,6 +29,7 @@ std::string directoryAbove(const std::string& path) {
 // Empties a directory and removes it.
 int removeWhole(const std::string& directory, const CodePlace& where) {
     std::vector<FindEntry> entries;
+    // The first failure ends it: what still has an entry cannot be removed.
     int result = listEntries(names::join(directory, "*"), entries, where);
     for (size_t i = 0; i < entries.size() && result == 0; ++i) {
         result = deleteFiles(names::join(directory, entries[i].name), entries[i].attributes);
@@ -53,6 +54,7 @@ int createDir(const std::string& path, Durable durable) {
     const std::string taken = path.substr(0, g_maxPath);
     const size_t lastSlash = taken.rfind('/');
     const std::string last = taken.substr(0, lastSlash == std::string::npos ? 0 : lastSlash);
+    // The common case takes one look.
     if (!last.empty() && platform().exists(last)) {
         return durable == Durable::Yes ? makeDurable(last) : 0;
     }
@@ -66,6 +68,7 @@ int createDir(const std::string& path, Durable durable) {
             return LOG_FAIL("CreateDirectory %s fail, errcode %u", prefix.c_str(),
                             platform().lastError());
         }
+        // Each before the next is made in it, so that a power failure leaves a prefix, too.
         if (durable == Durable::Yes && syncParent(prefix) != 0) {
             return -1;
         }
@@ -78,6 +81,7 @@ int makeDurable(const std::string& directory) {
         return 0;
     }
     const std::string parent = directoryAbove(directory);
+    // What may not be opened lies above the tree; who made it answers for it.
     if (platform().syncDirectory(parent) != 0 && errno != EACCES && errno != EPERM) {
         return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
     }
@@ -116,10 +120,12 @@ int deleteDir(const std::string& path) {
     }
     // A link goes itself, never what it leads to.
     std::vector<FindEntry> entries;
+    // Listed by its own name, since `info` looks through links.
     if (listEntries(directory, entries, KESTRINE_HERE) != 0) {
         return -1;
     }
     for (const FindEntry& entry : entries) {
+        // Its characters may be wildcards, which match others, too.
         if (entry.name == names::lastComponent(directory) &&
             (entry.attributes & g_attributeLink) != 0) {
             return deleteFiles(directory, entry.attributes);

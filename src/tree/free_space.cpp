@@ -24,6 +24,7 @@ int getAvailableSpace(const std::string& path, uint32_t& mebibytes) {
         return LOG_FAIL("GetDiskFreeSpaceEx %s fail, errcode %d", path.c_str(),
                         platform().lastError());
     }
+    // More than the type holds counts as the most that it holds.
     constexpr uint64_t limit = std::numeric_limits<uint32_t>::max();
     mebibytes = static_cast<uint32_t>(std::min(bytes >> 20, limit));
     return 0;
@@ -32,6 +33,7 @@ int getAvailableSpace(const std::string& path, uint32_t& mebibytes) {
 int sleepWhileNoSpace(const std::string& path) {
     while (!stopRequested()) {
         uint32_t available = 0;
+        // Not waited out like a full volume: a failed call says nothing about the space.
         if (getAvailableSpace(path, available) != 0) {
             return LOG_FAIL("getAvailableSpace fail");
         }

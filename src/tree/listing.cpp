@@ -18,16 +18,19 @@ int listEntries(const std::string& pattern, std::vector<FindEntry>& entries,
             return 0;
         }
         error = platform().lastError();
+        // At the first step only: later these codes say that entries are missing from the listing.
         const bool nothing = error == g_errorFileNotFound || error == g_errorPathNotFound;
         return step == FindStep::First && nothing ? 0 : -1;
     };
     if (triedAgain(find) == 0) {
         return 0;
     }
+    // Every entry is there by then; what is lost is a handle.
     if (step == FindStep::Close) {
         logMessage(LogLevel::Error, where, "FindClose fail, errcode %d", error);
         return 0;
     }
+    // Nothing may be concluded from a part: what it lacks would count as not there.
     entries.clear();
     if (step == FindStep::Next) {
         logMessage(LogLevel::Error, where, "FindNextFile fail, errcode %d", error);
@@ -64,6 +67,7 @@ int getDateInNewDirectory(const std::string& accountDir, std::vector<std::string
             found.push_back(names::newDayDir(accountDir, entry.name));
         }
     }
+    // Below one directory the order of paths is that of dates.
     std::sort(found.begin(), found.end());
     dates.insert(dates.end(), found.begin(), found.end());
     return 0;
@@ -76,8 +80,10 @@ int getDaycrcsortNews(const std::string& directory, std::vector<std::string>& fi
     }
     std::vector<std::pair<int32_t, std::string>> found;
     for (const FindEntry& entry : entries) {
+        // The pattern takes more than our names: this decides.
         const int32_t number = names::newDayNumber(entry.name);
         if (!isDirectory(entry) && number >= 0) {
+            // By number, not by name, in which 10 would come before 9.
             found.emplace_back(number, names::join(directory, entry.name));
         }
     }

@@ -17,6 +17,10 @@ constexpr std::string_view g_topName = "topn";
 constexpr std::string_view g_backupEnding = "_backup";
 constexpr std::string_view g_tempEnding = ".temp";
 constexpr std::string_view g_newDayEnding = ".daycrcsortnew";
+constexpr std::string_view g_newDayTempEnding = "daycrcsortnew.temp";
+constexpr std::string_view g_halfWrittenEnding = ".temp.temp";
+constexpr std::string_view g_mergeRoundEnding = ".merge.temp";
+constexpr std::string_view g_listEnding = ".top";
 constexpr std::string_view g_deletePrefix = "_delete_";
 constexpr size_t g_dateLength = 8;
 
@@ -36,6 +40,13 @@ bool dropEnding(std::string_view& text, std::string_view ending) {
     return true;
 }
 
+// Takes the digits at the beginning of the text; false when there are none.
+bool takeDigits(std::string_view& text) {
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(digits);
+    return digits > 0;
+}
+
 std::string numbered(int32_t number, std::string_view ending) {
     return std::to_string(number).append(ending);
 }
@@ -46,6 +57,7 @@ std::string numbered(int32_t number, std::string_view ending) {
 
 std::string accountOf(std::string_view accountPath) {
     const std::string_view name = lastComponent(accountPath);
+    // Names with a meaning of their own in the statistics root.
     if (name == "." || name == ".." || sameName(name, "debug") ||
         sameName(name.substr(0, g_deletePrefix.size()), g_deletePrefix)) {
         return {};
@@ -141,8 +153,20 @@ std::string withoutTemp(std::string_view path) {
     return std::string(path);
 }
 
+// Anywhere in the name: what stands behind it changes nothing.
+bool isHalfWritten(std::string_view name) {
+    return name.find(g_halfWrittenEnding) != std::string_view::npos;
+}
+
+bool isOfFormalFile(std::string_view name) {
+    return std::ranges::any_of(periodKinds(), [name](const PeriodKind& kind) {
+        return name.find(kind.fileName) != std::string_view::npos;
+    });
+}
+
 std::string formalOf(std::string_view path) {
     if (!dropEnding(path, g_backupEnding)) {
+        // Any number of them: a temporary of a temporary leads to the same formal file.
         while (dropEnding(path, g_tempEnding)) {
         }
     }
@@ -163,6 +187,10 @@ std::string newDayFile(std::string_view newDayDirectory, int32_t number) {
     return join(newDayDirectory, numbered(number, g_newDayEnding));
 }
 
+bool isNewDayTemp(std::string_view name) {
+    return name.find(g_newDayTempEnding) != std::string_view::npos;
+}
+
 int32_t newDayNumber(std::string_view path) {
     std::string_view name = lastComponent(path);
     int32_t number = 0;
@@ -171,12 +199,9 @@ int32_t newDayNumber(std::string_view path) {
     }
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
     const bool whole = error == std::errc() && end == name.data() + name.size();
+    // "007" is none of our names: two names of one number would be two files of it.
     const bool canonical = name.front() != '0' || name.size() == 1;
     return whole && canonical && number < std::numeric_limits<int32_t>::max() ? number : -1;
-}
-
-std::string dayDirOfNewDayDir(std::string_view newDayDirectory) {
-    return dayDir(accountDirOfNewDayDir(newDayDirectory), lastComponent(newDayDirectory));
 }
 
 std::string accountDirOfNewDayDir(std::string_view newDayDirectory) {
@@ -191,6 +216,16 @@ std::string memoryDiskFile(std::string_view memoryDisk, std::string_view account
                 numbered(counter, g_tempEnding));
 }
 
+bool isTempFile(std::string_view name) {
+    constexpr std::string_view endings[] = {g_tempEnding, g_halfWrittenEnding, g_mergeRoundEnding};
+    bool numbered = takeDigits(name);
+    if (numbered && name.starts_with('_')) {
+        name.remove_prefix(1);
+        numbered = takeDigits(name);
+    }
+    return numbered && std::ranges::find(endings, name) != std::end(endings);
+}
+
 std::string diskTempTree(std::string_view accountDir) {
     return join(accountDir, "diskTemp/");
 }
@@ -202,7 +237,7 @@ std::string diskTempFile(std::string_view root, std::string_view account, int32_
 }
 
 std::string mergeRoundFile(std::string_view diskTempDirectory, int32_t counter) {
-    return join(diskTempDirectory, numbered(counter, ".merge.temp"));
+    return join(diskTempDirectory, numbered(counter, g_mergeRoundEnding));
 }
 
 std::string diskTempDir(std::string_view accountDir, std::string_view date) {
@@ -224,14 +259,22 @@ std::string topTempTempDir(std::string_view directory) {
 }
 
 std::string topFile(std::string_view listDirectory, uint32_t type) {
-    return join(listDirectory, std::to_string(type).append(".top"));
+    return join(listDirectory, std::to_string(type).append(g_listEnding));
 }
 
 std::string topAllFile(std::string_view listDirectory) {
     return join(listDirectory, "all.top");
 }
 
+bool isTopFile(std::string_view path) {
+    return path.ends_with(g_listEnding);
+}
+
 // ---- others
+
+std::string deletedPattern(std::string_view directory) {
+    return std::string(directory).append("/").append(g_deletePrefix).append("*");
+}
 
 std::string dirStatFile(std::string_view directory) {
     return join(directory, "dirstat");
@@ -239,6 +282,7 @@ std::string dirStatFile(std::string_view directory) {
 
 std::string dumpDir(std::string_view root, std::string_view path) {
     std::string_view name = lastComponent(parentOf(path));
+    // A list goes where its file would: "topn" alone says nothing of its period.
     if (name == g_topName) {
         name = lastComponent(parentOf(parentOf(path)));
     }
@@ -249,6 +293,10 @@ std::string dumpDir(std::string_view root, std::string_view path) {
         name = name.substr(0, g_dateLength);
     }
     return join(join(root, "debug"), name) + "/";
+}
+
+std::string dumpFile(std::string_view dumpDirectory, int64_t seconds, std::string_view name) {
+    return join(dumpDirectory, std::to_string(seconds)).append("_").append(name);
 }
 
 } // namespace kestrine::names

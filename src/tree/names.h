@@ -34,6 +34,8 @@ namespace kestrine {
 namespace names {
 
 // ---- log data
+// Begins the name of every device's directory.
+constexpr std::string_view g_devicePrefix = "devid_";
 // The account's directory name: the last component of the account path. Empty when that would not
 // do as a directory of the statistics tree ("", ".", "..", "debug", "_delete_...").
 [[nodiscard]] std::string accountOf(std::string_view accountPath);
@@ -66,6 +68,10 @@ namespace names {
 [[nodiscard]] std::string backupOf(std::string_view formalPath); // + "_backup"
 [[nodiscard]] std::string tempOf(std::string_view path);         // + ".temp"
 [[nodiscard]] std::string withoutTemp(std::string_view path);    // - one ".temp" ending, if any
+// Whether a name is that of a half-written file or directory, which counts for nothing.
+[[nodiscard]] bool isHalfWritten(std::string_view name);
+// Whether a name is that of a formal file, or is made of it.
+[[nodiscard]] bool isOfFormalFile(std::string_view name);
 // The formal path behind a path with any run of ".temp" or a "_backup" ending.
 [[nodiscard]] std::string formalOf(std::string_view path);
 
@@ -73,15 +79,17 @@ namespace names {
 [[nodiscard]] std::string newTree(std::string_view accountDir); // + "/new"
 [[nodiscard]] std::string newDayDir(std::string_view accountDir, std::string_view date);
 [[nodiscard]] std::string newDayFile(std::string_view newDayDirectory, int32_t number);
+// Whether a name is that of a new-day file being written.
+[[nodiscard]] bool isNewDayTemp(std::string_view name);
 // Number of a new-day file "N.daycrcsortnew" by its path or name; -1 when it is none.
 [[nodiscard]] int32_t newDayNumber(std::string_view path);
-// The day directory that belongs to ROOT/ACCOUNT/new/DATE: ROOT/ACCOUNT/DATE.
-[[nodiscard]] std::string dayDirOfNewDayDir(std::string_view newDayDirectory);
 [[nodiscard]] std::string accountDirOfNewDayDir(std::string_view newDayDirectory);
 
 // ---- temporary files
 [[nodiscard]] std::string memoryDiskFile(std::string_view memoryDisk, std::string_view account,
                                          int32_t date, int32_t counter);
+// "N.temp", also of a merge in rounds or one being written, or set aside, as `dumpFile` names it.
+[[nodiscard]] bool isTempFile(std::string_view name);
 [[nodiscard]] std::string diskTempTree(std::string_view accountDir); // + "/diskTemp/"
 [[nodiscard]] std::string diskTempFile(std::string_view root, std::string_view account,
                                        int32_t date, int32_t counter);
@@ -95,12 +103,18 @@ namespace names {
 [[nodiscard]] std::string topTempTempDir(std::string_view directory); // + "/topn.temp.temp"
 [[nodiscard]] std::string topFile(std::string_view listDirectory, uint32_t type); // "%u.top"
 [[nodiscard]] std::string topAllFile(std::string_view listDirectory);             // "all.top"
+[[nodiscard]] bool isTopFile(std::string_view path);                              // "*.top"
 
 // ---- others
+// Matches what is to be deleted in a directory: + "/_delete_*".
+[[nodiscard]] std::string deletedPattern(std::string_view directory);
 [[nodiscard]] std::string dirStatFile(std::string_view directory); // + "/dirstat"
 // Directory under `root` into which a damaged file goes: the whole name of a week or month
 // directory, otherwise the first eight characters of the file's directory name. Ends in '/'.
 [[nodiscard]] std::string dumpDir(std::string_view root, std::string_view path);
+// The name of a damaged file there: + "SECONDS_NAME".
+[[nodiscard]] std::string dumpFile(std::string_view dumpDirectory, int64_t seconds,
+                                   std::string_view name);
 
 } // namespace names
 } // namespace kestrine

@@ -34,10 +34,12 @@ std::string_view parentOf(std::string_view path) {
         return {};
     }
     const std::string_view parent = withoutTrailingSeparators(path.substr(0, separator));
+    // The root is its own end: what lies directly in it has "/" above it.
     return parent.empty() ? path.substr(0, 1) : parent;
 }
 
 bool liesBelow(std::string_view path, std::string_view directory) {
+    // A relative and an absolute path cannot be compared.
     if (directory.empty() || path.starts_with('/') != directory.starts_with('/')) {
         return false;
     }

@@ -10,6 +10,7 @@ namespace kestrine {
 
 namespace {
 
+// In the order of Period, by which `kindOf` looks up, and of the stages; the last one deletes.
 constexpr PeriodKind g_kinds[] = {
     {Period::Day, "", "daycrcsort", g_dayStatusType, nullptr, nullptr, "", false},
     {Period::Week, "week", "weekcrcsort", g_weekMonStatusType, getDateOfCurrentWeek,
@@ -25,6 +26,7 @@ bool parseRange(std::string_view range, std::string_view& begin, std::string_vie
     end = range.substr(std::min(range.size(), dateLength + 1));
     return range.size() == 2 * dateLength + 1 && range[dateLength] == '_' &&
            names::isEightDigits(begin) && names::isEightDigits(end) &&
+           // One of the two is enough: a week may reach beyond the range of dates.
            (names::isDateDirName(begin) || names::isDateDirName(end));
 }
 
@@ -48,6 +50,7 @@ int periodsOfDate(std::string_view accountDir, const std::string& date,
                   std::vector<PeriodOfDate>& periods) {
     periods = {{Period::Day, periodFiles(names::dayDir(accountDir, date), Period::Day)}};
     for (const PeriodKind& kind : periodKinds()) {
+        // A day that is none of the calendar has a day file, but belongs to no week and no month.
         if (kind.range == nullptr || !names::isCalendarDate(date)) {
             continue;
         }

@@ -24,7 +24,7 @@ constexpr int64_t g_dumpNamesAtOnce = 100; // tried even though a stop was reque
 std::string freeDumpName(const std::string& directory, std::string_view name) {
     const int64_t now = platform().now();
     for (int64_t seconds = now; seconds < now + g_dumpNames; ++seconds) {
-        std::string target = directory + std::to_string(seconds) + "_" + std::string(name);
+        std::string target = names::dumpFile(directory, seconds, name);
         if (!platform().exists(target)) {
             return target;
         }
@@ -35,6 +35,27 @@ std::string freeDumpName(const std::string& directory, std::string_view name) {
     return {};
 }
 
+// What stands where a directory of the quarantine must be gets a name beside it, one that no
+// listing takes up. 0 or -1.
+int clearWay(const std::string& directory) {
+    FileInfo info;
+    if (platform().info(directory, info) != 0) {
+        return errno == ENOENT || errno == ENOTDIR
+                   ? 0
+                   : LOG_FAIL("_stati64 fail %s errno %d", directory.c_str(), errno);
+    }
+    if (info.isDirectory) {
+        return 0;
+    }
+    const std::string to = freeDumpName(std::string(names::parentOf(directory)) + "/",
+                                        names::lastComponent(directory));
+    if (to.empty() || platform().rename(directory, to) != 0) {
+        return LOG_FAIL("rename %s to %s fail, errno %d", directory.c_str(), to.c_str(), errno);
+    }
+    LOG_ERROR("%s is no directory, moved to %s", directory.c_str(), to.c_str());
+    return 0;
+}
+
 } // namespace
 
 int dumpBrokenFile(const std::string& path, const std::string& root1, const std::string& root2) {
@@ -43,7 +64,9 @@ int dumpBrokenFile(const std::string& path, const std::string& root1, const std:
         return LOG_FAIL("cannot find %s or %s in %s", root1.c_str(), root2.c_str(), path.c_str());
     }
     const std::string directory = names::dumpDir(below1 ? root1 : root2, path);
-    if (createDir(directory) != 0) {
+    // From the outside in: below what is no directory nothing can be looked up.
+    if (clearWay(std::string(names::parentOf(directory))) != 0 || clearWay(directory) != 0 ||
+        createDir(directory) != 0) {
         return LOG_FAIL("create dir %s fail", directory.c_str());
     }
     const std::string to = freeDumpName(directory, names::lastComponent(path));
@@ -51,6 +74,7 @@ int dumpBrokenFile(const std::string& path, const std::string& root1, const std:
         return LOG_FAIL("no free name for %s in %s", path.c_str(), directory.c_str());
     }
     const std::string target = "\"" + to + "\"";
+    // Systems with a command interpreter run it; the others take the two paths.
     std::string command = "move \"" + path + "\" " + target;
     replaceChar(command, '/', '\\');
     LOG_INFO("command %s", command.c_str());
@@ -71,6 +95,7 @@ int dumpBrokenFile(const std::string& path) {
 
 int removeBrokenFile(const std::string& path) {
     LOG_INFO("file %s broken, remove", path.c_str());
+    // After a move to quarantine it is gone already.
     if (platform().exists(path) && platform().removeFile(path) != 0) {
         return LOG_FAIL("remove %s fail errno %d", path.c_str(), errno);
     }
@@ -84,12 +109,15 @@ int restoreBackup(const std::string& formal) {
     }
     LOG_INFO("%s exist, rename back", backup.c_str());
     const std::string directory(names::parentOf(formal));
+    // Before the rename: a kill in between leaves a file without lists, which are made again, never
+    // lists of another file.
     if (deleteTopLists(directory) != 0) {
         return LOG_FAIL("delete top lists of %s fail", directory.c_str());
     }
     if (platform().rename(backup, formal) != 0) {
         return LOG_FAIL("rename %s to %s fail, errno %d", backup.c_str(), formal.c_str(), errno);
     }
+    // Synced: merges that follow rest on this file's positions and counters.
     return syncParent(formal);
 }
 
@@ -97,6 +125,7 @@ int setAside(const std::string& formal) {
     if (dumpBrokenFile(formal) != 0) {
         return LOG_FAIL("dumpBrokenFile %s fail", formal.c_str());
     }
+    // Only what is kept gives way: a file that could not be moved stays where it is.
     return removeBrokenFile(formal);
 }
 

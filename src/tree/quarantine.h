@@ -10,7 +10,8 @@ namespace kestrine::Util {
 
 // Moves a file or a directory to ROOT/debug/DIRECTORY/SECONDS_NAME, ROOT being the one of the two
 // roots below which it lies. SECONDS is the time, or one of the next numbers for which the name is
-// free. 0 or -1; a kill leaves it in the old or in the new place.
+// free. What stands where ROOT/debug or its directory must be, and is none, first moves to
+// SECONDS_NAME beside its place. 0 or -1; a kill leaves the file in the old or in the new place.
 [[nodiscard]] int dumpBrokenFile(const std::string& path, const std::string& root1,
                                  const std::string& root2);
 // The same with the configured statistics root and memory-disk directory.

@@ -35,6 +35,7 @@ int replaceFile(const std::string& source, const std::string& destination) {
         }
         return 0;
     };
+    // Asked once, before anything moves: which steps follow depends on it.
     const bool replaces = platform().exists(destination);
     const std::string moving = names::tempOf(source);
     if (move(source, moving) != 0) {
@@ -43,12 +44,16 @@ int replaceFile(const std::string& source, const std::string& destination) {
     if (replaces && (removeBackup() != 0 || move(destination, backup) != 0)) {
         return -1;
     }
+    // A failure here may leave the backup alone, as a kill does; whoever opens the file next
+    // restores it.
     if (move(moving, destination) != 0) {
         return -1;
     }
+    // Until the rename it was the only good file.
     if (!replaces && removeBackup() != 0) {
         return -1;
     }
+    // What the caller deletes next is held by the new file alone.
     return syncParent(destination);
 }
 

@@ -17,6 +17,7 @@ int deleteListDirectory(const std::string& path) {
     if (!platform().exists(path)) {
         return 0;
     }
+    // When this cannot be told, deleting the directory reports why.
     const bool file = platform().info(path, info) == 0 && !info.isDirectory;
     if ((file ? platform().removeFile(path) : deleteDir(path)) != 0) {
         return LOG_FAIL("deleteDir %s fail", path.c_str());
@@ -26,7 +27,9 @@ int deleteListDirectory(const std::string& path) {
 
 int deleteTopLists(const std::string& directory) {
     const std::string doomed = names::topTempTempDir(directory);
+    // The complete set first: were it all that a kill leaves, start-up would put it in place.
     for (const std::string& lists : {names::topTempDir(directory), names::topDir(directory)}) {
+        // A directory is not renamed over another one.
         if (deleteListDirectory(doomed) != 0) {
             return -1;
         }

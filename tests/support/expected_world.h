@@ -1,5 +1,5 @@
 // What the statistics of a world must be, counted without the service: only the keys of the hosts
-// are computed with its function. And what they are.
+// and the names of the files come from it. And what they are.
 #pragma once
 
 #include "support/url_file_helper.h"
@@ -8,7 +8,6 @@
 #include <map>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kestrine::test {
@@ -19,25 +18,16 @@ namespace kestrine::test {
 using Lines = std::vector<std::string>;
 using TreeText = std::map<std::string, Lines>;
 
-class ExpectedWorld {
-public:
-    void add(const worldgen::Totals& totals);
-    void visit(std::string_view account, int date, const std::string& host, uint32_t type,
-               uint64_t times = 1);
-    // The date has a day file whose status names this node with the file's number.
-    void node(std::string_view account, int device, int date, int newestFile);
-
-    // Day, week (Sunday to Saturday) and month files with their top lists. A date that is none of
-    // the calendar has a day file only.
-    [[nodiscard]] TreeText tree() const;
-
-private:
-    struct Day {
-        std::map<uint64_t, TestRecord> records;
-        std::map<std::string, int> nodes; // newest file read, by "alice/devid_9/20120303"
-    };
-    std::map<std::string, std::map<int, Day>, std::less<>> m_accounts; // by name and date
+// Day, week and month files. A date that is none of the calendar has a day file only.
+struct ExpectedFile {
+    TestRecords records;
+    Lines status;
 };
+[[nodiscard]] std::map<std::string, ExpectedFile> expectedFiles(const worldgen::Totals& totals);
+[[nodiscard]] TreeText expectedTree(const worldgen::Totals& totals); // with their top lists
+
+// The top lists of a directory with these records, by name below it.
+[[nodiscard]] TreeText topListsOf(const TestRecords& records);
 
 // Reads the files of a tree, given by their names below it, whose log data lies in `logData`.
 // Backups and "debug" are left out; a file that has no place in the tree between two passes has the

@@ -10,12 +10,6 @@ namespace kestrine::test {
 // Numbers either the calls that change the disk from 1 (opening a file that is created or emptied,
 // writing, syncing, and the operations on directory entries) or those that read it. What the chosen
 // one does is the mode; a call that fails does nothing.
-//
-//   for (int n = 1;; ++n) {
-//       FailingPlatform disk(n, FailingPlatform::Mode::FromThenOn);
-//       ... run the operation ...
-//       if (!disk.failed()) break; // it needs fewer than n changes
-//   }
 class FailingPlatform : public ForwardingPlatform {
 public:
     enum class Mode {
@@ -46,64 +40,66 @@ public:
     }
     std::unique_ptr<File> open(const std::string& path, OpenMode mode) override {
         const bool changes = mode == OpenMode::Truncate || mode == OpenMode::Append;
-        if (changes ? refuses(path, "create", Need::Room) : fails(path, "open")) {
+        if (changes ? hits(ChangeNeedingRoom, path, "create") : hits(Read, path, "open")) {
             return nullptr;
         }
         auto file = ForwardingPlatform::open(path, mode);
         return file ? std::make_unique<WatchedFile>(*this, path, std::move(file)) : nullptr;
     }
     bool exists(const std::string& path) override {
-        return fails(path, "exists") || ForwardingPlatform::exists(path);
+        return hits(Read, path, "exists") || ForwardingPlatform::exists(path);
     }
     int info(const std::string& path, FileInfo& info) override {
-        return fails(path, "info") ? -1 : ForwardingPlatform::info(path, info);
+        return hits(Read, path, "info") ? -1 : ForwardingPlatform::info(path, info);
     }
     int find(const std::string& pattern, std::vector<FindEntry>& entries, FindStep& step) override {
-        if (fails(pattern, "find")) {
+        if (hits(Read, pattern, "find")) {
             step = FindStep::First;
             return -1;
         }
         return ForwardingPlatform::find(pattern, entries, step);
     }
     int freeSpace(const std::string& path, uint64_t& bytes) override {
-        return fails(path, "free space") ? -1 : ForwardingPlatform::freeSpace(path, bytes);
+        return hits(Read, path, "free space") ? -1 : ForwardingPlatform::freeSpace(path, bytes);
     }
     int removeFile(const std::string& path) override {
-        return refuses(path, "remove") ? -1 : ForwardingPlatform::removeFile(path);
+        return hits(Change, path, "remove") ? -1 : ForwardingPlatform::removeFile(path);
     }
     int rename(const std::string& from, const std::string& to) override {
-        return refuses(from, "rename") ? -1 : ForwardingPlatform::rename(from, to);
+        return hits(Change, from, "rename") ? -1 : ForwardingPlatform::rename(from, to);
     }
     int makeDirectory(const std::string& path) override {
-        return refuses(path, "make directory", Need::Room)
+        return hits(ChangeNeedingRoom, path, "make directory")
                    ? -1
                    : ForwardingPlatform::makeDirectory(path);
     }
     int removeDirectory(const std::string& path) override {
-        return refuses(path, "remove directory") ? -1 : ForwardingPlatform::removeDirectory(path);
+        return hits(Change, path, "remove directory") ? -1
+                                                      : ForwardingPlatform::removeDirectory(path);
     }
     int syncDirectory(const std::string& path) override {
-        return refuses(path, "sync directory") ? -1 : ForwardingPlatform::syncDirectory(path);
+        return hits(Change, path, "sync directory") ? -1 : ForwardingPlatform::syncDirectory(path);
     }
     int removeTree(const std::string& command, const std::string& path) override {
-        return refuses(path, "remove tree") ? -1 : ForwardingPlatform::removeTree(command, path);
+        return hits(Change, path, "remove tree") ? -1
+                                                 : ForwardingPlatform::removeTree(command, path);
     }
     int move(const std::string& command, const std::string& from, const std::string& to) override {
-        return refuses(from, "move") ? -1 : ForwardingPlatform::move(command, from, to);
+        return hits(Change, from, "move") ? -1 : ForwardingPlatform::move(command, from, to);
     }
 
 private:
-    enum class Need { Nothing, Room };
+    enum Kind { Read, Change, ChangeNeedingRoom };
 
     class WatchedFile : public ForwardingFile {
     public:
         WatchedFile(FailingPlatform& disk, std::string path, std::unique_ptr<File> target)
             : ForwardingFile(std::move(target)), m_disk(disk), m_path(std::move(path)) {}
         int64_t read(std::span<uint8_t> buffer) override {
-            return m_disk.fails(m_path, "read") ? -1 : ForwardingFile::read(buffer);
+            return m_disk.hits(Read, m_path, "read") ? -1 : ForwardingFile::read(buffer);
         }
         int64_t write(std::span<const uint8_t> data) override {
-            if (!m_disk.refuses(m_path, "write", Need::Room)) {
+            if (!m_disk.hits(ChangeNeedingRoom, m_path, "write")) {
                 return ForwardingFile::write(data);
             }
             if (m_disk.m_mode != Mode::ShortWrite) {
@@ -114,25 +110,22 @@ private:
             return written;
         }
         int seek(int64_t offset) override {
-            return m_disk.fails(m_path, "seek") ? -1 : ForwardingFile::seek(offset);
+            return m_disk.hits(Read, m_path, "seek") ? -1 : ForwardingFile::seek(offset);
         }
         int64_t size() override {
-            return m_disk.fails(m_path, "size") ? -1 : ForwardingFile::size();
+            return m_disk.hits(Read, m_path, "size") ? -1 : ForwardingFile::size();
         }
-        int sync() override { return m_disk.refuses(m_path, "sync") ? -1 : ForwardingFile::sync(); }
+        int sync() override {
+            return m_disk.hits(Change, m_path, "sync") ? -1 : ForwardingFile::sync();
+        }
 
     private:
         FailingPlatform& m_disk;
         std::string m_path;
     };
 
-    bool fails(const std::string& path, const char* what) {
-        return hits(path, what, Calls::Reading, Need::Nothing);
-    }
-    bool refuses(const std::string& path, const char* what, Need need = Need::Nothing) {
-        return hits(path, what, Calls::Changing, need);
-    }
-    bool hits(const std::string& path, const char* what, Calls calls, Need need) {
+    bool hits(Kind kind, const std::string& path, const char* what) {
+        const Calls calls = kind == Read ? Calls::Reading : Calls::Changing;
         m_lastFailed = false;
         if (concerns && !concerns(path)) {
             return false;
@@ -145,7 +138,8 @@ private:
         const bool since = m_count >= m_failAt && (m_mode == Mode::Kill || calls == m_calls);
         const bool lasting =
             m_mode == Mode::FromThenOn || m_mode == Mode::Kill || m_mode == Mode::Full;
-        m_lastFailed = (lasting ? since : here) && (m_mode != Mode::Full || need == Need::Room);
+        m_lastFailed =
+            (lasting ? since : here) && (m_mode != Mode::Full || kind == ChangeNeedingRoom);
         if (m_lastFailed && !m_failed && m_mode == Mode::Kill && onKill) {
             onKill();
         }

@@ -1,6 +1,7 @@
 #include "support/memory_disk.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace kestrine::test {
@@ -11,20 +12,24 @@ std::string withSlash(const std::string& path) {
     return path.ends_with('/') ? path : path + '/';
 }
 
+const std::string& keyOf(const std::string& path) {
+    return path;
+}
+template <typename Value>
+const std::string& keyOf(const std::pair<const std::string, Value>& entry) {
+    return entry.first;
+}
+
 // Whether a sorted container of paths has one below the directory.
 template <typename Paths>
 bool hasBelow(const Paths& paths, const std::string& directory) {
     const auto place = paths.lower_bound(withSlash(directory));
-    if constexpr (requires { place->first; }) {
-        return place != paths.end() && place->first.starts_with(withSlash(directory));
-    } else {
-        return place != paths.end() && place->starts_with(withSlash(directory));
-    }
+    return place != paths.end() && keyOf(*place).starts_with(withSlash(directory));
 }
 
 // The path that a node of such a container has.
 template <typename Node>
-std::string& keyOf(Node& node) {
+std::string& keyOfNode(Node& node) {
     if constexpr (requires { node.mapped(); }) {
         return node.key();
     } else {
@@ -139,7 +144,7 @@ std::unique_ptr<File> MemoryDisk::open(const std::string& path, OpenMode mode) {
     }
     if (writes) {
         if (!files.contains(path)) {
-            note({directoryOf(path)}, [this, path] { forget(path); });
+            note({path}, [this, path] { forget(path); });
         }
         files[path].clear();
         if (strict) {
@@ -174,7 +179,7 @@ int MemoryDisk::removeFile(const std::string& path) {
     if (file == files.end()) {
         return failWith(ENOENT);
     }
-    note({directoryOf(path)}, [this, path, bytes = file->second] { files[path] = bytes; });
+    note({path}, [this, path, bytes = file->second] { files[path] = bytes; });
     forget(path);
     return 0;
 }
@@ -202,7 +207,7 @@ int MemoryDisk::rename(const std::string& from, const std::string& to) {
         forget(to);
     }
     moveAll(from, to);
-    note({directoryOf(from), directoryOf(to)}, [this, from, to, replaced] {
+    note({from, to}, [this, from, to, replaced] {
         moveAll(to, from);
         if (replaced) {
             files[to] = *replaced;
@@ -216,7 +221,7 @@ void MemoryDisk::moveAll(const std::string& from, const std::string& to) {
     const auto moveKeys = [&](auto& paths) {
         const auto move = [&](auto place) {
             auto node = paths.extract(place);
-            std::string& path = keyOf(node);
+            std::string& path = keyOfNode(node);
             path.replace(0, from.size(), to);
             paths.insert(std::move(node));
         };
@@ -231,7 +236,6 @@ void MemoryDisk::moveAll(const std::string& from, const std::string& to) {
     moveKeys(directories);
     moveKeys(times);
     moveKeys(m_unsynced);
-    moveKeys(m_identities);
 }
 
 int MemoryDisk::removeTree(const std::string&, const std::string& path) {
@@ -248,7 +252,7 @@ int MemoryDisk::removeTree(const std::string&, const std::string& path) {
 
 int MemoryDisk::makeDirectory(const std::string& path) {
     if (directories.insert(path).second) {
-        note({directoryOf(path)}, [this, path] { (void)removeTree({}, path); });
+        note({path}, [this, path] { (void)removeTree({}, path); });
     }
     return 0;
 }
@@ -258,15 +262,14 @@ int MemoryDisk::removeDirectory(const std::string& path) {
         return failWith(ENOTEMPTY);
     }
     if (directories.erase(path) == 1) {
-        note({directoryOf(path)}, [this, path] { directories.insert(path); });
+        note({path}, [this, path] { directories.insert(path); });
     }
     return 0;
 }
 
 int MemoryDisk::syncDirectory(const std::string& path) {
-    const int directory = directoryOf(withSlash(path));
     for (Change& change : m_changes) {
-        change.durable = change.durable || std::ranges::count(change.directories, directory) > 0;
+        change.durable = change.durable || change.directories.contains(path);
     }
     return 0;
 }
@@ -277,15 +280,13 @@ void MemoryDisk::beginLosing() {
     m_unsynced.clear();
 }
 
-int MemoryDisk::directoryOf(const std::string& path) {
-    const auto [place, added] = m_identities.try_emplace(path.substr(0, path.rfind('/')));
-    place->second = added ? m_nextIdentity++ : place->second;
-    return place->second;
-}
-
-void MemoryDisk::note(std::vector<int> touched, std::function<void()> undo) {
+void MemoryDisk::note(const std::vector<std::string>& paths, std::function<void()> undo) {
     if (m_losing) {
-        m_changes.push_back({std::move(undo), std::move(touched)});
+        Change& change = m_changes.emplace_back();
+        change.undo = std::move(undo);
+        for (const std::string& path : paths) {
+            change.directories.insert(path.substr(0, path.rfind('/')));
+        }
     }
 }
 
@@ -308,9 +309,9 @@ void MemoryDisk::losePower(uint64_t seed) {
 void MemoryDisk::choose(std::mt19937_64& random) {
     const bool oneOrder = random() % 2 == 0;
     const size_t global = random() % (m_changes.size() + 1);
-    std::map<int, size_t> cuts;
+    std::map<std::string, size_t> cuts;
     for (const Change& change : m_changes) {
-        for (const int directory : change.directories) {
+        for (const std::string& directory : change.directories) {
             cuts.try_emplace(directory, oneOrder ? global : random() % (m_changes.size() + 1));
         }
     }
@@ -319,9 +320,9 @@ void MemoryDisk::choose(std::mt19937_64& random) {
         if (change.durable) {
             continue;
         }
-        change.undone = std::ranges::any_of(change.directories,
-                                            [&](int directory) { return cuts[directory] <= i; });
-        for (const int directory : change.directories) {
+        change.undone = std::ranges::any_of(
+            change.directories, [&](const std::string& directory) { return cuts[directory] <= i; });
+        for (const std::string& directory : change.directories) {
             cuts[directory] = change.undone ? std::min(cuts[directory], i) : cuts[directory];
         }
     }
@@ -335,19 +336,10 @@ void MemoryDisk::tear(std::mt19937_64& random) {
         }
         Bytes& bytes = file->second;
         const size_t size = bytes.size();
-        const size_t kept = durable + random() % (size - durable + 1);
-        switch (random() % 4) {
-        case 0:
-            break; // all of it was written
-        case 1:
-            bytes.resize(durable);
-            break;
-        case 2:
-            bytes.resize(kept);
-            break;
-        default: // the length is there, the bytes are not
-            bytes.resize(kept);
-            bytes.resize(size);
+        const size_t some = durable + random() % (size - durable + 1);
+        bytes.resize(std::array{size, durable, some}[random() % 3]);
+        if (random() % 3 == 0) {
+            bytes.resize(size); // the length is there, the bytes are not
         }
     }
 }

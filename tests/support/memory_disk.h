@@ -62,7 +62,7 @@ private:
 
     struct Change {
         std::function<void()> undo;
-        std::vector<int> directories; // that it touches
+        std::set<std::string> directories; // that it touches
         bool durable = false;
         bool undone = false;
     };
@@ -70,8 +70,7 @@ private:
     [[nodiscard]] bool isDirectory(const std::string& path) const;
     [[nodiscard]] bool isHeld(const std::string& path) const;
     [[nodiscard]] size_t roomFor(const std::string& path) const;
-    [[nodiscard]] int directoryOf(const std::string& path);
-    void note(std::vector<int> touched, std::function<void()> undo);
+    void note(const std::vector<std::string>& paths, std::function<void()> undo);
     void forget(const std::string& path);
     void moveAll(const std::string& from, const std::string& to);
     void choose(std::mt19937_64& random);
@@ -80,8 +79,6 @@ private:
     std::multiset<std::string> m_open;
     bool m_losing = false;
     std::vector<Change> m_changes;
-    std::map<std::string, int> m_identities; // of directories, by current path
-    int m_nextIdentity = 0;
     std::map<std::string, size_t> m_unsynced; // durable size of what was written since, by path
 };
 

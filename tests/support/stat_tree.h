@@ -15,8 +15,6 @@
 
 namespace kestrine::test {
 
-// The records of all parts, equal keys summed; type and text are those of the first.
-[[nodiscard]] TestRecords summed(const std::vector<TestRecords>& parts);
 // What lies in new-day file `number` of a date: one record of its own and one that all files share.
 [[nodiscard]] TestRecords recordsOf(int32_t number, const std::string& date);
 
@@ -59,8 +57,11 @@ protected:
     std::string putNew(const std::string& date, int32_t number);
     // A day file that holds the new-day files 0 to `counter`.
     std::string putDay(const std::string& date, int32_t counter);
-    std::string put(const std::string& path, const TestRecords& records, DayStatus status);
-    std::string put(const std::string& path, const TestRecords& records, WeekMonStatus status);
+    template <typename Status>
+    std::string put(const std::string& path, const TestRecords& records, Status status) {
+        writeUrlFile(path, {records}, std::move(status));
+        return path;
+    }
     [[nodiscard]] static TestRecords upTo(int32_t counter, const std::string& date);
 
     FakeClockPlatform m_clock;

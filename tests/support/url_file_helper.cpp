@@ -5,30 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <ostream>
 #include <set>
 
 namespace kestrine::test {
-namespace {
-
-template <typename Status>
-void writeFile(const std::string& path, const std::vector<TestRecords>& blocks, Status status,
-               int32_t capacity) {
-    UrlFile file(capacity);
-    ASSERT_EQ(file.open(path, OpenMode::Truncate), 0) << path;
-    for (const TestRecords& block : blocks) {
-        for (const TestRecord& record : block) {
-            ASSERT_EQ(file.writeOneRecord(record.view()), 0) << path;
-        }
-        ASSERT_EQ(file.writeUrlRecordBlocks(), 0) << path;
-    }
-    status.setTotalCount(file.totalCount());
-    ASSERT_EQ(file.writeStatus(status), 0) << path;
-    ASSERT_EQ(file.close(), 0) << path;
-}
-
-} // namespace
-
 void PrintTo(const TestRecord& record, std::ostream* stream) {
     *stream << "{" << std::hex << record.key << std::dec << " " << record.count << " type "
             << record.type << " " << record.url << "}";
@@ -38,9 +19,27 @@ TestRecord recordOf(const std::string& host, uint64_t count, uint32_t type) {
     return {urlKey(asBytes(host)), count, type, host.substr(0, g_maxHostText)};
 }
 
-TestRecords sortedByKey(TestRecords records) {
-    std::ranges::sort(records, {}, &TestRecord::key);
+TestRecords summed(const std::vector<TestRecords>& parts) {
+    std::map<uint64_t, TestRecord> sums;
+    for (const TestRecords& part : parts) {
+        for (const TestRecord& record : part) {
+            const auto [sum, added] = sums.try_emplace(record.key, record);
+            sum->second.count += added ? 0 : record.count;
+        }
+    }
+    TestRecords records;
+    for (const auto& [key, record] : sums) {
+        records.push_back(record);
+    }
     return records;
+}
+
+uint64_t totalOf(const TestRecords& records) {
+    uint64_t total = 0;
+    for (const TestRecord& record : records) {
+        total += record.count;
+    }
+    return total;
 }
 
 TestRecords randomRecords(std::mt19937_64& random, size_t number, size_t shortest, size_t longest) {
@@ -57,7 +56,7 @@ TestRecords randomRecords(std::mt19937_64& random, size_t number, size_t shortes
     for (const std::string& host : hosts) {
         records.push_back(recordOf(host, 1 + random() % 1000, static_cast<uint32_t>(random())));
     }
-    return sortedByKey(std::move(records));
+    return summed({records});
 }
 
 DayStatus dayStatusOf(std::vector<NodeEntry> entries, int32_t newCounter) {
@@ -73,14 +72,29 @@ WeekMonStatus weekMonStatusOf(std::vector<DateEntry> entries) {
     return status;
 }
 
-void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks, DayStatus status,
+template <typename Status>
+void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks, Status status,
                   int32_t capacity) {
-    writeFile(path, blocks, std::move(status), capacity);
+    UrlFile file(capacity);
+    ASSERT_EQ(file.open(path, OpenMode::Truncate), 0) << path;
+    for (const TestRecords& block : blocks) {
+        for (const TestRecord& record : block) {
+            ASSERT_EQ(file.writeOneRecord(record.view()), 0) << path;
+        }
+        ASSERT_EQ(file.writeUrlRecordBlocks(), 0) << path;
+    }
+    status.setTotalCount(file.totalCount());
+    ASSERT_EQ(file.writeStatus(status), 0) << path;
+    ASSERT_EQ(file.close(), 0) << path;
 }
+template void writeUrlFile(const std::string&, const std::vector<TestRecords>&, DayStatus, int32_t);
+template void writeUrlFile(const std::string&, const std::vector<TestRecords>&, WeekMonStatus,
+                           int32_t);
 
-void writeUrlFile(const std::string& path, const std::vector<TestRecords>& blocks,
-                  WeekMonStatus status) {
-    writeFile(path, blocks, std::move(status), g_blockCapacity);
+uint32_t statusTypeOf(const std::string& path) {
+    const bool weekMonth = path.find("weekcrcsort") != std::string::npos ||
+                           path.find("moncrcsort") != std::string::npos;
+    return weekMonth ? g_weekMonStatusType : g_dayStatusType;
 }
 
 UrlFileContent readUrlFile(const std::string& path, uint32_t type) {
@@ -96,28 +110,10 @@ UrlFileContent readUrlFile(const std::string& path, uint32_t type) {
     while (result == 0 && (result = file.readOneRecord(record)) == 0) {
         content.records.push_back({record.key, record.count, record.type, std::string(record.url)});
     }
+    content.total = file.statusTotal();
     content.broken = file.broken();
     content.whole = result == 1 && !content.broken;
     return content;
-}
-
-std::vector<uint8_t> readBytes(const std::string& path) {
-    const std::unique_ptr<File> file = platform().open(path, OpenMode::Read);
-    if (file == nullptr) {
-        ADD_FAILURE() << "cannot open " << path;
-        return {};
-    }
-    std::vector<uint8_t> bytes(static_cast<size_t>(std::max<int64_t>(file->size(), 0)));
-    EXPECT_EQ(file->read(bytes), static_cast<int64_t>(bytes.size())) << path;
-    return bytes;
-}
-
-void writeBytes(const std::string& path, ByteView bytes) {
-    // Some file systems write a file out at once when it is emptied and filled again.
-    (void)platform().removeFile(path);
-    const std::unique_ptr<File> file = platform().open(path, OpenMode::Truncate);
-    ASSERT_NE(file, nullptr) << path;
-    EXPECT_EQ(file->write(bytes), static_cast<int64_t>(bytes.size())) << path;
 }
 
 } // namespace kestrine::test

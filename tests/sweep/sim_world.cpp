@@ -7,16 +7,16 @@
 #include "support/temp_dir.h"
 #include "tree/names.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <numeric>
 
 namespace kestrine::test {
 
 namespace {
-
-namespace fs = std::filesystem;
-using Files = std::map<std::string, MemoryDisk::Bytes>;
 
 constexpr const char* g_settings = "config/urlstat.ini";
 constexpr int64_t g_now = 1386000000; // seconds since 1970, early in December 2013
@@ -28,13 +28,11 @@ constexpr std::string_view g_devices = "/devid_";
 constexpr std::string_view g_newDevices = "/devid_5";
 
 // What lies on the real disk and not in `known`, as /w/...
-Files filesOf(const TempDir& directory, const Files& known) {
-    Files files;
-    for (const auto& entry : fs::recursive_directory_iterator(directory.path())) {
-        const std::string name = entry.path().generic_string().substr(directory.path().size());
-        if (entry.is_regular_file() && !known.contains("/w" + name)) {
-            const std::string bytes = directory.read(name.substr(1));
-            files["/w" + name] = {bytes.begin(), bytes.end()};
+SimWorld::Files filesOf(const TempDir& directory, const SimWorld::Files& known) {
+    SimWorld::Files files;
+    for (const auto& [name, bytes] : directory.tree()) {
+        if (!name.ends_with('/') && !known.contains("/w/" + name)) {
+            files["/w/" + name] = {bytes.begin(), bytes.end()};
         }
     }
     return files;
@@ -58,6 +56,7 @@ worldgen::WorldSettings smallLogs(uint64_t visits, uint32_t hosts, int days) {
     settings.visits = visits;
     settings.hosts = hosts;
     settings.types = 2;
+    settings.longHosts = 2;
     settings.accounts = 1;
     settings.devices = 2;
     settings.firstDate = 20131130;
@@ -83,7 +82,7 @@ SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
         settings.seed = static_cast<uint64_t>(7 + round);
         const auto totals = round == 0 ? world.generate(settings) : world.append(settings);
         addLast(filesOf(directory, known), totals);
-        known.insert(m_rounds.back().files.begin(), m_rounds.back().files.end());
+        known.insert(logs(round).begin(), logs(round).end());
     }
     if (newNodes) {
         const TempDir others;
@@ -102,7 +101,7 @@ SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
         addLast(files, totals);
     }
     disk.strict = true;
-    put(m_rounds[0].files);
+    put(logs(0));
     const std::string text = "[urlstat]\nsleepTime=1\nmaxHashMemory=1\nexportPersent=60\n"
                              "daycrcsortInterval=1\nweekmoncrcsortInterval=1\n"
                              "memoryDiskSize=1025\nmemoryDiskPath=" +
@@ -111,10 +110,12 @@ SimWorld::SimWorld(worldgen::WorldSettings settings, int rounds, bool newNodes)
 }
 
 void SimWorld::addLast(const Files& files, const worldgen::Totals& totals) {
-    ExpectedWorld own;
-    own.add(totals);
-    m_expected.add(totals);
-    m_rounds.push_back({files, own.tree(), m_expected.tree()});
+    m_totals += totals;
+    Round& round = m_rounds[static_cast<int>(m_rounds.size())];
+    round = {files, {}, expectedTree(m_totals)};
+    for (const auto& [name, file] : expectedFiles(totals)) {
+        round.own[name] = file.records;
+    }
 }
 
 SimWorld::~SimWorld() {
@@ -133,18 +134,16 @@ void SimWorld::put(const Files& added) {
 }
 
 void SimWorld::addRound() {
-    if (m_round + 1 < static_cast<int>(m_rounds.size())) {
-        put(m_rounds[static_cast<size_t>(++m_round)].files);
+    if (m_rounds.contains(m_round + 1)) {
+        put(logs(++m_round));
     }
 }
 
+// A key that is repeated has the value that stands first.
 void SimWorld::configure(const std::string& key, const std::string& value) {
     const std::string line = key + "=" + value + "\n";
     MemoryDisk::Bytes& bytes = disk.files[g_settings];
-    const std::string text(bytes.begin(), bytes.end());
-    const size_t at = text.find("\n" + key + "=") + 1;
-    const std::string changed = text.substr(0, at) + line + text.substr(text.find('\n', at) + 1);
-    bytes = {changed.begin(), changed.end()};
+    bytes.insert(std::ranges::find(bytes, '\n') + 1, line.begin(), line.end());
 }
 
 End SimWorld::run(const Plan& plan) {
@@ -217,12 +216,14 @@ void SimWorld::writeConsole(std::string_view text, bool) {
 }
 
 std::string SimWorld::errors() const {
-    std::string text;
-    for (size_t i = m_lines.size() - std::min(m_lines.size(), g_errorsShown); i < m_lines.size();
-         ++i) {
-        text += m_lines[i];
-    }
-    return text;
+    const size_t shown = std::min(m_lines.size(), g_errorsShown);
+    return std::accumulate(m_lines.end() - static_cast<ptrdiff_t>(shown), m_lines.end(),
+                           std::string());
+}
+
+bool SimWorld::reported(std::string_view text) const {
+    return std::ranges::any_of(
+        m_lines, [text](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 TreeText SimWorld::tree() {
@@ -235,7 +236,7 @@ TreeText SimWorld::tree() {
 }
 
 std::string SimWorld::wrong() {
-    return differences(m_rounds[static_cast<size_t>(m_round)].expected, tree());
+    return differences(m_rounds.at(m_round).expected, tree());
 }
 
 std::set<std::string> SimWorld::setAside() const {
@@ -272,6 +273,18 @@ uint64_t SimWorld::fingerprint() const {
         }
     }
     return std::hash<std::string>()(all);
+}
+
+Report::~Report() {
+    std::cout << "tried " << m_tried << " cases, " << m_wrong << " wrong\n";
+}
+
+void Report::add(const std::string& name, const std::string& wrong) {
+    constexpr int mostShown = 5;
+    ++m_tried;
+    if (!wrong.empty() && ++m_wrong <= mostShown) {
+        ADD_FAILURE() << name << ": " << wrong << "\nlast errors:\n" << m_world.errors();
+    }
 }
 
 } // namespace kestrine::test

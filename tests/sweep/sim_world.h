@@ -52,13 +52,12 @@ public:
 
     MemoryDisk disk{*this};
     void addRound(); // the next one, if there is one
-    // Files that a round brings; what the statistics of that round alone would be.
-    [[nodiscard]] const std::map<std::string, MemoryDisk::Bytes>& logs(int round) const {
-        return m_rounds[static_cast<size_t>(round)].files;
-    }
-    [[nodiscard]] const TreeText& ownTree(int round) const {
-        return m_rounds[static_cast<size_t>(round)].own;
-    }
+    // Files that a round brings; what the day, week and month files of that round alone would hold,
+    // by name ("alice/20131201/daycrcsort").
+    using Files = std::map<std::string, MemoryDisk::Bytes>;
+    using Contents = std::map<std::string, TestRecords>;
+    [[nodiscard]] const Files& logs(int round) const { return m_rounds.at(round).files; }
+    [[nodiscard]] const Contents& own(int round) const { return m_rounds.at(round).own; }
     void configure(const std::string& key, const std::string& value); // in urlstat.ini
 
     // The life of one process: what `main` does between start-up and end.
@@ -72,10 +71,11 @@ public:
     [[nodiscard]] TreeText tree();
     // Files that were set aside.
     [[nodiscard]] std::set<std::string> setAside() const;
-    [[nodiscard]] std::string errors() const; // the last lines of the last run
+    [[nodiscard]] std::string errors() const;                 // the last lines of the last run
+    [[nodiscard]] bool reported(std::string_view text) const; // in any line of it
 
     struct State {
-        std::map<std::string, MemoryDisk::Bytes> files;
+        Files files;
         std::set<std::string> directories;
         std::map<std::string, int64_t> times;
         int round;
@@ -87,8 +87,8 @@ public:
 
 private:
     struct Round {
-        std::map<std::string, MemoryDisk::Bytes> files;
-        TreeText own;
+        Files files;
+        Contents own;
         TreeText expected; // when all before it are counted, too
     };
 
@@ -100,17 +100,29 @@ private:
     LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
         return LockResult::Locked;
     }
-    void addLast(const std::map<std::string, MemoryDisk::Bytes>& files,
-                 const worldgen::Totals& totals);
-    void put(const std::map<std::string, MemoryDisk::Bytes>& added);
+    void addLast(const Files& files, const worldgen::Totals& totals);
+    void put(const Files& added);
 
-    ExpectedWorld m_expected;
-    std::vector<Round> m_rounds;
-    int m_round = 0; // that is there, from 0
+    worldgen::Totals m_totals;     // of all rounds
+    std::map<int, Round> m_rounds; // by number, from 0
+    int m_round = 0;               // that is there
     const Plan* m_plan = nullptr;
     uint32_t m_pauseSteps = 0;
     bool m_startUpOver = false;
     std::vector<std::string> m_lines;
+};
+
+// Counts what was tried, and reports what is wrong, nothing being "".
+class Report {
+public:
+    explicit Report(const SimWorld& world) : m_world(world) {}
+    ~Report();
+    void add(const std::string& name, const std::string& wrong);
+
+private:
+    const SimWorld& m_world;
+    int m_tried = 0;
+    int m_wrong = 0;
 };
 
 } // namespace kestrine::test

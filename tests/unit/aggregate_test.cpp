@@ -1,91 +1,80 @@
-#include "aggregate/priority_queue.h"
 #include "aggregate/url_hash_map.h"
-#include "support/choices.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
-#include <unordered_map>
 
 namespace kestrine {
 namespace {
 
-// Every stream of up to six counts out of four, one of them negative as a signed number, with keys
-// 0, 1, ... Of equal counts the lower key stays; by count alone it is left open which one. One that
-// does not exceed the smallest in a full queue is handed back.
-TEST(PriorityQueue, HoldsTheLargestOfEveryStream) {
-    const uint64_t values[] = {1, 2, 3, ~uint64_t{0}};
-    const auto rankOf = [](const UrlRecord& record) {
-        return std::pair(static_cast<int64_t>(record.count), -static_cast<int64_t>(record.key));
-    };
-    CPriorityQueue<UrlRecord*> queue;
-    UrlRecord* dropped = nullptr;
-    test::Choices choices;
-    do {
-        const auto capacity = static_cast<uint32_t>(1 + choices.choose(4));
-        std::vector<UrlRecord> records(choices.choose(7));
-        for (size_t i = 0; i < records.size(); ++i) {
-            records[i] = {i, values[choices.choose(4)], 0, 1};
-        }
-        std::vector<UrlRecord> sorted = records;
-        std::ranges::sort(sorted, {}, rankOf);
-        const size_t refused = sorted.size() - std::min<size_t>(capacity, sorted.size());
-        sorted.erase(sorted.begin(), sorted.begin() + static_cast<ptrdiff_t>(refused));
-        for (const auto less : {lessByCountAndKey, lessByCount}) {
-            ASSERT_EQ(queue.init(capacity, less), 0);
-            for (size_t i = 0; i < records.size(); ++i) {
-                UrlRecord* const smallest = i < capacity ? nullptr : queue.top();
-                const bool kept = smallest == nullptr || lessByCount(smallest, &records[i]) != 0;
-                ASSERT_EQ(queue.push(&records[i], dropped), i < capacity ? 0 : 1);
-                ASSERT_EQ(dropped, kept ? smallest : &records[i]);
-            }
-            ASSERT_EQ(queue.size(), sorted.size());
-            for (const UrlRecord& wanted : sorted) { // the smallest first
-                ASSERT_EQ(queue.top()->count, wanted.count);
-                ASSERT_TRUE(less == lessByCount || queue.top()->key == wanted.key);
-                queue.pop();
-            }
-        }
-    } while (choices.next());
-    EXPECT_EQ(queue.init(0), -1);
-    EXPECT_TRUE(queue.init(1) == 0 && queue.push(nullptr, dropped) == -1);
+// The `keep` keys with the most visits, of equal ones the lower ones.
+std::map<uint64_t, uint64_t> mostVisited(const std::map<uint64_t, uint64_t>& visits, size_t keep) {
+    std::vector<std::pair<uint64_t, uint64_t>> records(visits.begin(), visits.end());
+    std::ranges::stable_sort(records, std::greater(),
+                             [](const auto& record) { return record.second; });
+    return {records.begin(), records.begin() + static_cast<ptrdiff_t>(keep)};
 }
 
-TEST(UrlHashMap, BehavesAsAMap) {
+// Counts, lists in the order of keys, and goes on with what a spill spares, again and again. More
+// than fits into one chunk.
+TEST(UrlHashMap, CountsOnWithWhatASpillSpares) {
     std::mt19937_64 random(1);
     UrlHashMap map;
-    for (int round = 0; round < 4; ++round) {
-        std::unordered_map<uint64_t, uint64_t> reference;
+    std::map<uint64_t, uint64_t> visits;
+    const auto textOf = [](uint64_t key) { return std::string(key % 259, 'u'); };
+    for (int round = 0; round < 12; ++round) {
+        for (int i = 0; i < 20000; ++i) {
+            // Dense keys, such as are alike in their low bits, and ones spread over all values.
+            const uint64_t small = random() % 9000;
+            const uint64_t key = round % 3 == 0   ? small
+                                 : round % 3 == 1 ? small << 40
+                                                  : random() >> (random() % 64);
+            const bool known = ++visits[key] > 1;
+            ASSERT_EQ(map.addVisit(key), known);
+            ASSERT_TRUE(known || map.insert({key, 1, 7, textOf(key)}) == 0);
+        }
+        PageArray<KeyedRecord> list;
+        ASSERT_EQ(map.list(list), 0);
+        ASSERT_EQ(list.size(), visits.size());
+        auto expected = visits.begin();
+        for (const KeyedRecord& record : list.span()) {
+            const UrlRecordView view = map.recordAt(record.place);
+            ASSERT_TRUE(record.key == expected->first && view.key == record.key);
+            ASSERT_TRUE(view.count == expected->second && view.url == textOf(view.key));
+            ++expected;
+        }
+        const size_t keep = round == 5 ? 0 : random() % (visits.size() + 1);
+        ASSERT_EQ(map.retain(Spared::choose(list.span(), keep)), 0);
+        visits = mostVisited(visits, keep);
         uint64_t memory = 0;
-        for (int i = 0; i < 6000; ++i) {
-            // Dense keys, keys alike in their low bits, squares so that no factor spreads them
-            // evenly, and keys spread over all values.
-            const uint64_t small = random() % 3000;
-            const uint64_t key = round == 0   ? small
-                                 : round == 1 ? (small * small) << 40
-                                              : random() >> (random() % 64);
-            UrlRecord* const record = map.find(key);
-            EXPECT_EQ(record == nullptr, ++reference[key] == 1);
-            if (record != nullptr) {
-                ++record->count;
-            } else {
-                map.insert(makeUrlRecord({key, 1, 0, std::string(key % 99, 'u')}));
-                memory += 25 + key % 99;
-            }
+        for (const auto& [key, count] : visits) {
+            memory += 25 + key % 259;
         }
-        EXPECT_TRUE(map.size() == reference.size() && map.usedMemory() == memory);
-        if (round == 1) {
-            map.clear();
-            reference.clear();
+        ASSERT_TRUE(map.size() == keep && map.usedMemory() == memory) << round;
+    }
+}
+
+// Counts of all sizes; those that a list cannot hold are alike.
+TEST(Spared, AreTheMostVisited) {
+    std::mt19937_64 random(1);
+    for (int round = 0; round < 300; ++round) {
+        std::vector<KeyedRecord> records(1 + random() % 50);
+        std::map<uint64_t, uint64_t> visits;
+        const int shift = static_cast<int>(random() % 33);
+        for (uint32_t i = 0; i < records.size(); ++i) {
+            const uint64_t count = 1 + (uint64_t{random() % 4} << shift) + random() % 2;
+            records[i] = {i, 0, Spared::visitsOf({i, count, 0, {}})};
+            visits[i] = std::min<uint64_t>(count, UINT32_MAX);
         }
-        std::vector<KeyedRecord> records;
-        ASSERT_EQ(map.takeAll(records), 0);
-        for (const auto& [key, record] : records) {
-            EXPECT_TRUE(record->key == key && reference[key] == record->count);
-            reference.erase(key);
+        const size_t keep = random() % (records.size() + 1);
+        const Spared spared = Spared::choose(records, keep);
+        const auto expected = mostVisited(visits, keep);
+        for (const KeyedRecord& record : records) {
+            ASSERT_EQ(spared.holds(record.key, record.visits), expected.contains(record.key))
+                << round;
         }
-        EXPECT_TRUE(reference.empty() && map.empty() && map.usedMemory() == 0 && !map.find(0));
     }
 }
 

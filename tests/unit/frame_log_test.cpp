@@ -1,5 +1,4 @@
 #include "frame/log.h"
-#include "frame/qualified_name.h"
 #include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 
@@ -9,25 +8,6 @@
 
 namespace kestrine {
 namespace {
-
-TEST(QualifiedName, OfEverySpelling) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"int main(int, char**)", "main"},
-        {"static std::unique_ptr<std::vector<int> > kestrine::A::f(int (*)(char))", "A::f"},
-        {"const kestrine::A &kestrine::A::self() const", "A::self"},
-        {"int kestrine::{anonymous}::read(File&)", "read"},
-        {"int kestrine::(anonymous namespace)::Reader::read(File &)", "Reader::read"},
-        {"bool kestrine::Queue<kestrine::Record *>::push(T) [T = Record *]", "Queue::push"},
-        {"void kestrine::f(int)::<lambda(auto:1)>::<lambda()>", "f"},
-        {"auto kestrine::f(int)::(anonymous class)::operator()(int) const", "f"},
-        {"bool kestrine::H<T>::operator<=(const kestrine::H<T>&) const", "H::operator<="},
-        {"int kestrine::H::operator()(int) const", "H::operator()"},
-        {"int kestrine::operators(int)", "operators"},
-        {"main", "main"}};
-    for (const auto& [signature, name] : cases) {
-        EXPECT_EQ(qualifiedName(signature), name) << signature;
-    }
-}
 
 // Marks on the console when a log file is opened.
 class Log : public testing::Test, protected test::FakeClockPlatform {
@@ -49,20 +29,6 @@ protected:
     test::ScopedPlatform m_scope{*this};
     CRealTimeLog m_log;
 };
-
-TEST_F(Log, LinesCarryLetterAndTimeAndAreCut) {
-    std::string expected;
-    for (const auto& [level, letter] : {std::pair{0, 'i'}, {1, 'w'}, {2, 'e'}, {8, 'd'}}) {
-        EXPECT_EQ(m_log.write(level, " UrlFile::open 81 open fail"), 1);
-        expected += std::string(" ") + letter + " 14: 5: 3 UrlFile::open 81 open fail\n";
-    }
-    EXPECT_EQ(m_log.write(4, std::string(1024, 'x')), 1);
-    expected += " r 14: 5: 3" + std::string(1023, 'x') + "\n";
-    EXPECT_EQ(day("20240305"), expected);
-
-    executable = "kestrine"; // no directory
-    EXPECT_EQ(m_log.write(0, " x"), 0);
-}
 
 TEST_F(Log, MidnightBeginsANewFileAndKeepsTwentyNine) {
     const std::string dir = "log/kestrine/";
@@ -89,7 +55,8 @@ TEST_F(Log, FileComesFirstButForTheSignalHandler) {
     errno = EXDEV;
     testing::internal::CaptureStdout();
     const std::string longText(1500, 'x');
-    logMessage(LogLevel::Info, {"int kestrine::A::b()", 7}, "stop %d%% %s", 1, longText.c_str());
+    logMessage(LogLevel::Info, {"int kestrine::(anonymous namespace)::A::b(int (*)(char))", 7},
+               "stop %d%% %s", 1, longText.c_str());
     logConsoleFirst(LogLevel::Debug, {"void kestrine::signal_handler(int)", 8}, "Recv:%d ... ", 2);
     logMessage(LogLevel::Error, {"void kestrine::f()", 9}, "host %s",
                "a\r\nE:\x7f\xC3\xA4"); // no forged line

@@ -1,7 +1,6 @@
 #include "frame/configuration.h"
 #include "frame/data_path.h"
 #include "frame/ini_file.h"
-#include "frame/text.h"
 #include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 
@@ -14,7 +13,7 @@ using test::TempDir;
 
 TEST(IniFile, FindsValues) {
     // Text of the file, and the value of section "s", key "k".
-    const std::pair<const char*, const char*> found[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"[s]\r\nk=v\r\n", "v"},
         {"[s]\nk=v", "v"},
         {"\xEF\xBB\xBF[s]\nk=v", "v"},   // a byte-order mark
@@ -23,46 +22,36 @@ TEST(IniFile, FindsValues) {
         {"[s]\nk=a=b;c#d\n", "a=b;c#d"}, // first '=' only, no comments behind values
         {"[s]\nk= \r\n", ""},
         {"[a]s]\nk=1\n[]\nk=2\n[s]\nk=3\nk=4", "3"}, // the first of two
-        {"k=1\n=2\nno equals\n [s]\n=3\nk\n;k=4\n#k=5\n\n \r\nk=6\n", "6"}};
-    // A second blank or a tab belongs to the key, a blank behind the bracket or a missing line end
-    // to the section's name; only the first place of a section counts.
-    std::vector<std::pair<const char*, const char*>> cases(std::begin(found), std::end(found));
-    for (const char* text : {"[s]\nk  =v\n", "[s]\nk\t=v\n", "[s] \nk=v\n", "[s\nk=v\n",
-                             "[s]\nx=1\n[s]\nk=2\n", "[s]\nK=v\n", "[S]\nk=v\n"}) {
-        cases.emplace_back(text, "none");
-    }
+        {"k=1\n=2\nno equals\n [s]\n=3\nk\n;k=4\n#k=5\n\n \r\nk=6\n", "6"},
+        // A second blank or a tab belongs to the key, a blank behind the bracket or a missing line
+        // end to the section's name; only the first place of a section counts.
+        {"[s]\nk  =v\n[s]\nk=2\n", "none"},
+        {"[s]\nk\t=v\n", "none"},
+        {"[s] \nk=v\n", "none"},
+        {"[s\nk=v\n", "none"},
+        {"[s]\nK=v\n[S]\nk=v\n", "none"}};
     const TempDir dir;
-    for (size_t i = 0; i < cases.size(); ++i) { // no two files have one name
+    for (const auto& [text, value] : cases) {
         IniFile ini;
-        EXPECT_EQ(ini.load(dir.write(std::to_string(i), cases[i].first)), 0);
-        EXPECT_EQ(ini.find("s", "k").value_or("none"), cases[i].second) << cases[i].first;
+        EXPECT_EQ(ini.load(dir.write(std::to_string(&value - &cases[0].second), text)), 0);
+        EXPECT_EQ(ini.find("s", "k").value_or("none"), value) << text;
     }
 }
 
+// What is left over of a line that is too long is one of its own; the last value lies many chunks
+// on.
 TEST(IniFile, LongLinesAndLongFiles) {
-    const std::string longest(65535 - 2, 'v'); // of a line; what is left over is one of its own
+    const std::string longest(65535 - 2, 'v');
     std::string text = "[s]\nk=" + longest + "z=1\n";
-    const auto value = [](int i) { return std::to_string(i) + std::string(10000, 'x'); };
-    for (int i = 0; i < 300; ++i) { // fills many chunks
-        text += "key" + std::to_string(i) + "=" + value(i) + "\n";
+    for (int i = 0; i < 300; ++i) {
+        text +=
+            "key" + std::to_string(i) + "=" + std::string(10000, 'x') + std::to_string(i) + "\n";
     }
     const TempDir dir;
     IniFile ini;
     ASSERT_EQ(ini.load(dir.write("x", text)), 0);
     EXPECT_TRUE(ini.find("s", "k") == longest && ini.find("s", "z") == "1");
-    for (int i = 0; i < 300; ++i) {
-        ASSERT_EQ(ini.find("s", "key" + std::to_string(i)), value(i));
-    }
-}
-
-TEST(LeadingInteger, StopsAtTheFirstOtherCharacter) {
-    std::string all;
-    for (const char* text :
-         {"", "abc", "64K", "  7", "-5", "+5", "- 5", "--1", "2147483647", "2147483648",
-          "-2147483648", "99999999999999999999999", "-99999999999999999999999"}) {
-        all += std::to_string(leadingInteger(text)) + " ";
-    }
-    EXPECT_EQ(all, "0 0 64 7 -5 5 0 0 2147483647 2147483647 -2147483648 2147483647 -2147483648 ");
+    EXPECT_EQ(ini.find("s", "key299"), std::string(10000, 'x') + "299");
 }
 
 // ---- the service's settings, read in a directory of the test's own
@@ -90,42 +79,29 @@ protected:
 };
 
 TEST_F(Settings, NumbersOutOfRangeBecomeDefaults) {
-    using C = Configuration;
-    // Key, maximum, default, and unit of the accessor.
-    const std::tuple<std::string, int64_t, int64_t, int64_t, std::function<int64_t(const C&)>>
-        settings[] = {{"maxHashMemory", 1048576, 102400, 1024, &C::maxHashMemory},
-                      {"memoryDiskSize", 2097152, 512000, 1024, &C::memoryDiskSize},
-                      {"sleepTime", 36000, 10800, 1, &C::sleepTime},
-                      {"daycrcsortInterval", 36000, 18000, 1, &C::daycrcsortInterval},
-                      {"weekmoncrcsortInterval", 172800, 86400, 1, &C::weekmoncrcsortInterval},
-                      {"exportPersent", 100, 60, 1, &C::exportPersent}};
-    for (const auto& [key, maximum, byDefault, unit, get] : settings) {
-        const std::string highest = std::to_string(maximum);
-        for (const std::string& text : {std::to_string(maximum + 1), highest + "00000000",
-                                        std::string("0"), std::string("-5"), std::string()}) {
-            EXPECT_EQ(get(load(key + "=" + text)), byDefault * unit) << key << text;
+    for (const Configuration::NumericSetting& setting : Configuration::numericSettings()) {
+        const std::string key = setting.key;
+        const std::string highest = std::to_string(setting.maximum);
+        for (const std::string& text :
+             {highest + "0", highest + "00000000", std::string("-5"), std::string("K")}) {
+            const bool zero = text == "K" && setting.minimum == 0;
+            EXPECT_EQ(load(key + "=" + text).valueOf(setting), zero ? 0 : setting.defaultValue);
         }
-        EXPECT_EQ(get(load(key + "=" + highest)), maximum * unit) << key;
-        EXPECT_EQ(get(load(key + "=1K")), unit) << key;
+        EXPECT_EQ(load(key + "= +" + highest).valueOf(setting), setting.maximum) << key;
+        EXPECT_EQ(load(key + "=1K").valueOf(setting), 1) << key;
         std::filesystem::remove(m_dir / "config/urlstat.ini");
-        EXPECT_EQ(get(this->get()), unit) << "read once";
+        EXPECT_EQ(get().valueOf(setting), 1) << "read once";
         Configuration::resetInstance();
-        EXPECT_EQ(get(this->get()), byDefault * unit) << "no file";
+        EXPECT_EQ(get().valueOf(setting), setting.defaultValue) << "no file";
     }
+    EXPECT_EQ(load("maxHashMemory=3").maxHashMemory(), 3 * 1024);
 }
 
-TEST_F(Settings, PathsAreCleanedUp) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"D:\\stat\\", "D:/stat"}, {"/a/b", "/a/b"}, {"D:/x//", "D:/x/"}, {"/", ""}, {"", ""}};
-    for (const auto& [given, taken] : cases) {
-        EXPECT_EQ(load(std::string("urlStatRoot=") + given).urlStatRoot(), taken);
-        EXPECT_EQ(load(std::string("memoryDiskPath=") + given).memoryDiskPath(), taken);
-    }
-}
-
-TEST_F(Settings, DataPath) {
+TEST_F(Settings, Paths) {
     test::FakeClockPlatform machine;
     const test::ScopedPlatform scope(machine);
+    EXPECT_EQ(load("urlStatRoot=D:\\stat\\").urlStatRoot(), "D:/stat");
+    EXPECT_EQ(load("memoryDiskPath=/x//").memoryDiskPath(), "/x/");
     // Executable and "logdatapath", and the path that follows.
     const std::string cases[][3] = {{"/inst/ml/x", "=D:\\logs", "D:/logs/log_data"},
                                     {"\\inst\\ml\\bin\\x.exe", "=/srv/", "/srv/log_data"},

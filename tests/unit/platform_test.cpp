@@ -1,6 +1,5 @@
 // The same tests on every system; where systems must differ, the test asks which one it runs on.
 #include "frame/bytes.h"
-#include "platform/path_text.h"
 #include "platform/platform.h"
 #include "support/temp_dir.h"
 
@@ -8,7 +7,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <ctime>
 #include <functional>
 #include <numeric>
 #include <set>
@@ -104,7 +102,6 @@ TEST_F(PlatformTest, FailuresLeaveErrnoAndTheSystemsCode) {
     // What fails, the errno of Linux and of Windows, and the code of Windows.
     const std::tuple<std::function<int()>, int, int, uint32_t> cases[] = {
         {[&] { return p.open(no, OpenMode::Read) ? 0 : -1; }, ENOENT, ENOENT, 2},
-        {[&] { return p.rename(dir, file); }, EEXIST, EEXIST, 183},
         {[&] { return p.open(dir, OpenMode::Read) ? 0 : -1; }, EISDIR, EACCES, 5},
         {[&] { return p.removeFile(dir); }, EISDIR, EACCES, 5},
         {[&] { return p.removeDirectory(full); }, ENOTEMPTY, ENOTEMPTY, 145},
@@ -144,14 +141,14 @@ TEST_F(PlatformTest, InfoExistsAndFind) {
     EXPECT_TRUE(!info.isDirectory && info.size == 5 && std::abs(info.modified - p.now()) < 60);
     ASSERT_EQ(p.info(m_dir.path() + "/", info), 0);
     EXPECT_TRUE(info.isDirectory && p.exists(m_dir.path()) && p.exists(path("7.day")));
-    for (const std::string& name : {path("no"), path("7.day/no"), path("no/directory"),
-                                    path(std::string(300, 'n')), std::string()}) {
-        EXPECT_FALSE(p.exists(name)) << name;
-    }
+    EXPECT_FALSE(p.exists(path("7.day/no")) || p.exists(path(std::string(300, 'n'))));
     std::error_code noLinks;
     fs::create_symlink(path("b"), path("a"), noLinks);
     fs::create_symlink(path("a"), path("b"), noLinks);
     EXPECT_TRUE(noLinks || g_isWindows || p.exists(path("a"))) << "a circle gives no answer";
+    for (const std::string& name : {path("a"), std::string("/dev/full")}) {
+        EXPECT_TRUE(noLinks || g_isWindows || (p.info(name, info) == 0 && info.isOther)) << name;
+    }
     uint64_t bytes = 0;
     for (const char* name : {"", "no/such//place/", "7.day/below"}) { // the nearest parent
         EXPECT_EQ(p.freeSpace(path(name), bytes), 0) << name;
@@ -159,17 +156,6 @@ TEST_F(PlatformTest, InfoExistsAndFind) {
                            static_cast<double>(fs::space(m_dir.path()).available)),
                   1e9);
     }
-}
-
-TEST(PathText, Wildcards) {
-    for (const char* pattern : {"*", "abcbc", "a?cbc", "*c", "a*bc", "***", "*b*", "abcb?*"}) {
-        EXPECT_TRUE(matchesWildcard("abcbc", pattern, false)) << pattern;
-    }
-    for (const char* pattern : {"", "?", "abcb", "a?", "a*bd", "abcbc*?", "abcbC", "*.*"}) {
-        EXPECT_FALSE(matchesWildcard("abcbc", pattern, false)) << pattern;
-    }
-    EXPECT_TRUE(matchesWildcard("", "", false) && matchesWildcard("AbZ9", "aB?9", true));
-    EXPECT_FALSE(matchesWildcard("[", "{", true)) << "only letters are folded";
 }
 
 // On Windows the stream shares neither deletion nor renaming; elsewhere nothing waits.
@@ -219,31 +205,18 @@ TEST_F(PlatformTest, RemovingTreesAndMoving) {
     }
 }
 
-TEST_F(PlatformTest, ClocksLocksAndNames) {
-    const std::time_t before = std::time(nullptr);
-    const LocalTime time = p.localTime();
-    std::tm fields = *std::localtime(&before); // for its daylight saving
-    std::tie(fields.tm_year, fields.tm_mon, fields.tm_mday) =
-        std::tuple(time.year - 1900, time.month - 1, time.day);
-    std::tie(fields.tm_hour, fields.tm_min, fields.tm_sec) =
-        std::tuple(time.hour, time.minute, time.second);
-    EXPECT_LE(std::abs(std::mktime(&fields) - before) + std::abs(p.now() - before), 2);
-    const uint32_t tick = p.tickCount();
-    p.sleep(60);
-    EXPECT_LT(p.tickCount() - tick - 40, 5000U);
+TEST_F(PlatformTest, LocksAndNamesHaveOneHolder) {
     std::unique_ptr<NamedEvent> first;
     std::unique_ptr<NamedEvent> second;
     ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
     EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::HeldByAnother);
     EXPECT_EQ(first->close(), 0);
     EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::Locked);
-    EXPECT_EQ(p.lockFile(path("no/lock"), first), LockResult::Failed);
-    const std::string name = "Global\\KestrineTest" + std::to_string(tick);
+    const std::string name = "Global\\KestrineTest" + std::to_string(p.tickCount());
     ASSERT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
     ASSERT_EQ(p.createNamedEvent(name, second), NamedEventResult::AlreadyExists);
     EXPECT_EQ(second->close() + first->close() + first->close(), 0);
     EXPECT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
-    EXPECT_EQ(p.createNamedEvent(std::string(70000, 'n'), second), NamedEventResult::CreateFailed);
 }
 
 } // namespace

@@ -19,17 +19,13 @@ TEST(DirectoryGuard, MemoryDiskHoldsNothingElse) {
     dir.write("data/log_data/alice/devid_1/20120303/A/0/0.dat");
     dir.write("stat/alice/20120303/daycrcsort");
     for (const char* const name :
-         {"", "data", "data/", "data/log_data", "stat", "data/log_data/.", "stat/x/..",
-          "stat/../stat", "mem/../data//log_data", "install", "data/log_data/alice/devid_1",
-          "stat/alice", "stat/alice/20120303", "install/ml", "data/log_data/alice"}) {
+         {"", "data/", "data/log_data", "stat", "stat/x/..", "mem/../data//log_data", "install",
+          "data/log_data/alice/devid_1", "stat/alice/20120303", "install/ml"}) {
         EXPECT_FALSE(mayBeMemoryDisk(dir / name, data, stat)) << name;
     }
-    for (const std::string& path : {std::string(), std::string("/"), std::string("/.")}) {
-        EXPECT_FALSE(mayBeMemoryDisk(path, data, stat)) << path;
-    }
-    for (const std::string& path : {dir / "mem", dir / "data/log_data/_memdisk", dir / "statx",
-                                    dir / "data/log", dir / "stat/x"}) {
-        EXPECT_TRUE(mayBeMemoryDisk(path, data, stat)) << path;
+    EXPECT_FALSE(mayBeMemoryDisk("", data, stat) || mayBeMemoryDisk("/.", data, stat));
+    for (const char* const name : {"mem", "data/log_data/_memdisk", "statx", "stat/x"}) {
+        EXPECT_TRUE(mayBeMemoryDisk(dir / name, data, stat)) << name;
     }
     // What a killed service left, and what is found there besides.
     dir.makeDirs("mem/alice");
@@ -86,26 +82,25 @@ struct Listener : test::ForwardingPlatform {
         }
     }
     std::string resolvedPath(const std::string& path) override { return path; }
-    LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
-        return LockResult::Locked;
+    std::string held; // the lock file of another instance
+    LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>&) override {
+        return path == held ? LockResult::HeldByAnother : LockResult::Locked;
     }
 
 private:
     const uint64_t& m_slept;
 };
 
-class WorkThreadTest : public test::StatTree {
-protected:
-    void put(const std::string& path, const std::string& text) {
-        m_disk.files[path] = {text.begin(), text.end()};
-    }
-};
+using WorkThreadTest = test::StatTree;
 
 // It waits for a first account, and looks once more after more than an hour: what is to be deleted
 // goes, and a new account is checked and counted.
 TEST_F(WorkThreadTest, LoopsByTheClock) {
     Listener listener(m_clock.slept);
     const test::ScopedPlatform scope(listener);
+    const auto put = [&](const std::string& path, const std::string& text) {
+        m_disk.files[path] = {text.begin(), text.end()};
+    };
     put("config/urlstat.ini", "[urlstat]\nsleepTime=3000\nurlStatRoot=/t/stat\n"
                               "memoryDiskPath=/t/mem\n");
     Configuration::resetInstance();
@@ -114,6 +109,7 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
     put("/t/mysql_path.ini", "[mysql]\nlogdatapath=/t\n");
     const std::string accounts = "/t/ml/config/syncaccount.dat";
     put(accounts, worldgen::accountFileBytes({}, false));
+    const std::string marker = "/t/mem/.kestrine-memory-disk";
     const std::string deleted[] = {"/t/stat/_delete_a/x", "/t/stat/acc/_delete_20120101/x"};
     const std::string half = "/t/stat/other/new/20120304/5.daycrcsortnew.temp";
     std::string there; // of these three, in the pause after each pass
@@ -130,6 +126,7 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
             for (const std::string& path : {deleted[0], deleted[1], half}) {
                 there += m_disk.files.contains(path) ? '1' : '0';
             }
+            EXPECT_TRUE(m_disk.files.contains(marker) && !m_disk.exists("/t/mem/acc/20120303"));
             put(half, "");
             // The second pass comes after an hour, the third a millisecond later.
             *m_clock.ticks += at == 3661000 ? 599500U : 0U - 3000499U;
@@ -139,6 +136,13 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
     worldgen::DatFile log;
     put("/t/log_data/other/devid_1/20120303/A/0/0.dat",
         log.add(worldgen::Block().visit("host", 1, 1)).bytes());
+    put(marker, "");
+    put("/t/mem/acc/20120303/0.temp", "");
+    for (const std::string& lock : {std::string("/t/stat/.kestrine.lock"), marker}) {
+        listener.held = lock;
+        EXPECT_EQ(WorkThread(settings()).init(), -1);
+    }
+    listener.held.clear();
     WorkThread thread(settings());
     ASSERT_EQ(thread.init(), 0);
     ASSERT_EQ(thread.run(), 0);
@@ -147,6 +151,7 @@ TEST_F(WorkThreadTest, LoopsByTheClock) {
               "5660:2000s 6660:3000s 6660:deal 6660:0s 7660:1000s 8660:2000s 9660:3000s 9661:3600s "
               "9661:account 9661:deal 9661:deal 9661:0s ");
     EXPECT_EQ(there, "000111000");
+    EXPECT_FALSE(m_disk.exists("/t/mem"));
     EXPECT_TRUE(m_disk.exists("/t/stat/other/20120303/daycrcsort"));
 }
 
