@@ -10,6 +10,8 @@ from pathlib import Path
 from signal import SIGINT, SIGKILL
 from threading import Thread
 
+import emulator
+
 BIN = Path(os.environ["KESTRINE_BIN"])
 VERSION = os.environ["KESTRINE_VERSION"]
 EMULATOR = [part for part in os.environ.get("KESTRINE_EMULATOR", "").split(":") if part]
@@ -69,7 +71,10 @@ class Process:
         return f"exit code {self._child.poll()}, last lines {self.lines[-12:]}"
 
     def request(self, signal: int) -> None:
-        self._child.send_signal(signal)
+        if WINDOWS:
+            emulator.interrupt(self._child.pid)
+        else:
+            self._child.send_signal(signal)
 
     def kill(self) -> None:
         """Ends it at once, and the commands that it runs with it. Returns when it is dead."""
