@@ -23,9 +23,10 @@ constexpr size_t g_maxMessage = 1023; // bytes of a message in the file
 constexpr size_t g_filesToKeep = 29;  // older files that remain beside a new one
 
 bool g_errorsToStderr = false;
+bool g_discarding = false;
 
 bool isDropped(LogLevel level) {
-    return g_errorsToStderr && level != LogLevel::Error;
+    return g_discarding || (g_errorsToStderr && level != LogLevel::Error);
 }
 
 // Names carry their date as year, month, day, so that the oldest sort first.
@@ -189,6 +190,10 @@ std::string logDirectory() {
 
 void reportErrorsToStderr() {
     g_errorsToStderr = true;
+}
+
+void discardReports() {
+    g_discarding = true;
 }
 
 } // namespace kestrine

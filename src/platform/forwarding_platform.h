@@ -73,6 +73,7 @@ public:
         return m_target.lockFile(path, lock);
     }
     void prepareConsole() override { m_target.prepareConsole(); }
+    int terminalWidth(bool ofError) override { return m_target.terminalWidth(ofError); }
     void writeConsole(std::string_view text, bool toError) override {
         m_target.writeConsole(text, toError);
     }

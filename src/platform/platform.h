@@ -182,6 +182,9 @@ public:
     // To be called before anything is printed: a reader of the output that goes away must not end
     // the process.
     virtual void prepareConsole() = 0;
+    // Columns of the terminal that the standard output (or error) stream is, which from then on
+    // understands the usual escape sequences; 0 when it is none.
+    [[nodiscard]] virtual int terminalWidth(bool ofError) = 0;
     // Prints to the standard output, or to the standard error stream. Where the system can tell
     // that nobody reads, the text is dropped after a moment instead of waiting for ever.
     virtual void writeConsole(std::string_view text, bool toError) = 0;

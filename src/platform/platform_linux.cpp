@@ -185,6 +185,8 @@ public:
 
     void prepareConsole() override { ignoreBrokenPipes(); }
 
+    [[nodiscard]] int terminalWidth(bool ofError) override { return widthOfTerminal(ofError); }
+
     void writeConsole(std::string_view text, bool toError) override {
         writeStandardStream(text, toError);
     }

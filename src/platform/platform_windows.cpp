@@ -247,6 +247,8 @@ public:
 
     void prepareConsole() override { stopWaitingForReaders(); }
 
+    [[nodiscard]] int terminalWidth(bool ofError) override { return widthOfTerminal(ofError); }
+
     void writeConsole(std::string_view text, bool toError) override {
         writeStandardStream(text, toError);
     }

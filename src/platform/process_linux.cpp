@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -130,6 +131,16 @@ bool takesText(int descriptor) {
 }
 
 } // namespace
+
+int widthOfTerminal(bool ofError) {
+    const int stream = ofError ? STDERR_FILENO : STDOUT_FILENO;
+    constexpr int usual = 80; // of a terminal that does not tell
+    winsize size{};
+    if (isatty(stream) == 0) {
+        return 0;
+    }
+    return ioctl(stream, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
 
 void writeStandardStream(std::string_view text, bool toError) {
     const int descriptor = toError ? STDERR_FILENO : STDOUT_FILENO;

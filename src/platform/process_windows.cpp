@@ -105,6 +105,18 @@ void stopWaitingForReaders() {
     }
 }
 
+int widthOfTerminal(bool ofError) {
+    const HANDLE handle = GetStdHandle(ofError ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleMode(handle, &mode) || !GetConsoleScreenBufferInfo(handle, &info)) {
+        return 0;
+    }
+    SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+    // A line that fills the last column breaks there.
+    return info.srWindow.Right - info.srWindow.Left;
+}
+
 void writeStandardStream(std::string_view text, bool toError) {
     constexpr DWORD patience = 500; // ms for a reader of the output to take something
     constexpr DWORD step = 10;

@@ -51,6 +51,7 @@ private:
                                         std::unique_ptr<NamedEvent>& event);
 [[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
 void ignoreBrokenPipes();
+[[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int startSignalThread(std::span<const int> signals, void (*handler)(int));
 

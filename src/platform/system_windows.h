@@ -71,6 +71,7 @@ template <typename Attempt, typename IsHopeless>
                                            std::unique_ptr<NamedEvent>& event);
 [[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
 void stopWaitingForReaders();
+[[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
 

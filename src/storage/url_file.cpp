@@ -382,6 +382,14 @@ int UrlFile::readBlockData(ByteView& data) {
     return 0;
 }
 
+int UrlFile::skipBlockData() {
+    if (m_file == nullptr || !m_block.awaitsData()) {
+        return LOG_FAIL("param invalid");
+    }
+    const int result = m_block.skipBlockData(*m_file, m_endPos);
+    return result == 0 ? 0 : failedRead(result, "skip block data");
+}
+
 int UrlFile::unCompress() {
     if (const int result = m_block.unCompress(); result != 0) {
         return failedRead(result, "uncompress");

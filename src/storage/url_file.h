@@ -70,6 +70,8 @@ public:
     [[nodiscard]] int readBlockHeader(BlockHeader& header);
     [[nodiscard]] int readBlockData(ByteView& data);
     [[nodiscard]] int unCompress();
+    // Instead of reading the data: goes on behind it. 0 or -1.
+    [[nodiscard]] int skipBlockData();
 
     [[nodiscard]] const std::string& path() const { return m_path; }
     [[nodiscard]] bool isOpen() const { return m_file != nullptr; }

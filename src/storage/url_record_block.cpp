@@ -159,6 +159,19 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     return 0;
 }
 
+int UrlRecordBlock::skipBlockData(File& file, int64_t endPos) {
+    const int64_t cur = file.tell();
+    if (cur < 0) {
+        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
+    }
+    if (checkBlockData(cur, endPos) != 0) {
+        return g_damaged;
+    }
+    const int64_t next = cur + m_header.blockSize;
+    reset();
+    return file.seek(next) == 0 ? 0 : LOG_FAIL("_fseeki64 fail, errno %d", errno);
+}
+
 // Raw data into the block's own buffer, a stream into the one that all blocks share.
 int UrlRecordBlock::readStored(File& file, int64_t cur) {
     std::span<uint8_t> target = m_buffer.span();

@@ -48,6 +48,8 @@ public:
     [[nodiscard]] int readBlockHeader(File& file, int64_t endPos);
     [[nodiscard]] int readBlockData(File& file, int64_t endPos);
     [[nodiscard]] int unCompress();
+    // Instead of reading the data: leaves the file behind it. 0, g_damaged or -1.
+    [[nodiscard]] int skipBlockData(File& file, int64_t endPos);
     // A header was read, its data not yet.
     [[nodiscard]] bool awaitsData() const { return m_state == State::Header; }
     // The data as stored, between readBlockData and unCompress; all blocks share its place, so that

@@ -1,4 +1,6 @@
 #include "checked_file.h"
+
+#include "failure.h"
 #include "storage/url_key.h"
 #include "tree/names.h"
 
@@ -46,7 +48,7 @@ void CheckedFile::checkStatus() {
         weekMonth ? m_file.weekMonStatus()->lengthFits() : m_file.dayStatus()->lengthFits();
     if (!m_statusFits) {
         fault(weekMonth ? "the status is none of a week or month file"
-                        : "the status is none of a day file (--week-month reads the other kind)");
+                        : "the status is none of a day file");
     } else if (weekMonth && !m_file.weekMonStatus()->checksumFits()) {
         fault("the checksum of the status is wrong");
     }
@@ -104,6 +106,15 @@ void CheckedFile::checkTotal() {
         fault("the status tells of " + std::to_string(total) + " visits, the records of " +
               std::to_string(m_visits));
     }
+}
+
+int CheckedFile::verdict() const {
+    if (m_faults == 0) {
+        return 0;
+    }
+    std::fprintf(stderr, "urlstat: %s: is damaged, faults: %llu\n", m_path.c_str(),
+                 static_cast<unsigned long long>(m_faults));
+    return g_dataWrong;
 }
 
 void CheckedFile::fault(const std::string& text) {

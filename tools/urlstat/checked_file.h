@@ -46,6 +46,8 @@ public:
     [[nodiscard]] uint64_t records() const { return m_records; }
     [[nodiscard]] uint64_t visits() const { return m_visits; }
     [[nodiscard]] uint64_t faults() const { return m_faults; }
+    // The exit code that follows; a damaged file is reported on the standard error stream.
+    [[nodiscard]] int verdict() const;
 
 private:
     [[nodiscard]] int readBlock(const OnRecord& onRecord);

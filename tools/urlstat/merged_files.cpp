@@ -1,0 +1,97 @@
+#include "merged_files.h"
+
+#include "failure.h"
+#include "stat_file.h"
+#include "tree/names.h"
+
+#include <filesystem>
+#include <random>
+
+namespace kestrine::viewer {
+
+namespace {
+
+void initReader(MergingReader& reader, const std::vector<std::unique_ptr<UrlFile>>& files) {
+    std::vector<UrlFile*> inputs;
+    for (const std::unique_ptr<UrlFile>& file : files) {
+        inputs.push_back(file.get());
+    }
+    if (reader.init(inputs) != 0) {
+        throw readFailure(*reader.failed());
+    }
+}
+
+bool nextRecord(MergingReader& reader, UrlRecordView& record) {
+    const int result = reader.readOneRecord(record);
+    if (result < 0) {
+        throw readFailure(*reader.failed());
+    }
+    return result == 0;
+}
+
+// A name that no other process takes.
+std::string temporaryPath() {
+    const std::string directory = std::filesystem::temp_directory_path().generic_string();
+    std::random_device random;
+    return names::join(directory, "urlstat-" + std::to_string(random()) + "-" +
+                                      std::to_string(random()) + ".temp");
+}
+
+void writeAll(MergingReader& reader, const std::string& path) {
+    UrlFile output;
+    DayStatus status;
+    UrlRecordView record;
+    bool good = output.open(path, OpenMode::Truncate) == 0;
+    while (good && nextRecord(reader, record)) {
+        good = output.writeOneRecord(record) == 0;
+    }
+    status.setTotalCount(output.totalCount());
+    if (!good || output.writeStatus(status) != 0 || output.close() != 0) {
+        throw Failure(path + ": cannot be written; more files than can be open at once are merged "
+                             "there first, it needs room for them");
+    }
+}
+
+} // namespace
+
+MergedFiles::MergedFiles(std::span<const PeriodEntry> periods) {
+    for (const PeriodEntry& period : periods) {
+        std::unique_ptr<UrlFile> file = openPeriod(period.files, period.dir.period);
+        if (!file) {
+            continue;
+        }
+        ++m_count;
+        m_total += file->statusTotal();
+        m_files.push_back(std::move(file));
+        if (m_files.size() == g_mostOpen) {
+            m_files = mergeToTemporary(std::move(m_files));
+        }
+    }
+    initReader(m_reader, m_files);
+}
+
+MergedFiles::~MergedFiles() {
+    m_files.clear();
+    for (const std::string& path : m_temporary) {
+        (void)platform().removeFile(path); // the system's own clean-up is left
+    }
+}
+
+MergedFiles::Files MergedFiles::mergeToTemporary(Files files) {
+    MergingReader reader;
+    initReader(reader, files);
+    m_temporary.push_back(temporaryPath());
+    writeAll(reader, m_temporary.back());
+    Files merged;
+    merged.push_back(openStatFile(m_temporary.back(), g_dayStatusType));
+    if (!merged.back()) {
+        throw Failure(m_temporary.back() + ": is gone; do not clean up the directory meanwhile");
+    }
+    return merged;
+}
+
+bool MergedFiles::next(UrlRecordView& record) {
+    return nextRecord(m_reader, record);
+}
+
+} // namespace kestrine::viewer

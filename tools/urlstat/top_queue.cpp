@@ -1,0 +1,38 @@
+#include "top_queue.h"
+
+#include <new>
+
+namespace kestrine::viewer {
+
+TopQueue::TopQueue(uint32_t length) {
+    if (m_queue.init(length, lessByCountAndKey) != 0) {
+        throw std::bad_alloc();
+    }
+    m_queue.ownElements([](UrlRecord* record) { FreeUrlRecord()(record); });
+}
+
+void TopQueue::push(const UrlRecordView& record) {
+    if (m_queue.full() && record.count < m_queue.top()->count) {
+        return;
+    }
+    UrlRecordPtr copy = makeUrlRecord(record);
+    if (!copy) {
+        throw std::bad_alloc();
+    }
+    UrlRecord* dropped = nullptr;
+    if (m_queue.push(copy.get(), dropped) < 0) {
+        throw std::bad_alloc();
+    }
+    (void)copy.release(); // the queue's, which may have freed it already
+}
+
+std::vector<UrlRecordPtr> TopQueue::take() {
+    std::vector<UrlRecordPtr> records(m_queue.size());
+    for (size_t i = records.size(); i-- > 0;) {
+        records[i].reset(m_queue.top());
+        m_queue.pop();
+    }
+    return records;
+}
+
+} // namespace kestrine::viewer
