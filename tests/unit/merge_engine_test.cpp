@@ -1,10 +1,12 @@
 #include "merge/merge_file_list.h"
+#include "merge/merging_reader.h"
 #include "storage/verify.h"
 #include "support/stat_tree.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 
 namespace kestrine {
 namespace {
@@ -48,6 +50,23 @@ protected:
         std::ranges::transform(inputs, inputs.begin(), [&](auto& name) { return path(name); });
         return MergeFileList().mergeTemp2Temp(inputs, m_status, path("out"));
     }
+    // The same without an output.
+    TestRecords readTogether(const std::vector<std::string>& names) {
+        std::deque<UrlFile> files;
+        std::vector<UrlFile*> inputs;
+        for (const std::string& name : names) {
+            inputs.push_back(&files.emplace_back());
+            EXPECT_EQ(files.back().openToRead(path(name), g_dayStatusType), 0);
+        }
+        MergingReader reader;
+        EXPECT_EQ(reader.init(inputs), 0);
+        TestRecords records;
+        UrlRecordView record;
+        while (reader.readOneRecord(record) == 0) {
+            records.push_back({record.key, record.count, record.type, std::string(record.url)});
+        }
+        return records;
+    }
     // Records as wanted, and every block header and the total as its records say.
     void expectOutput(const TestRecords& wanted) {
         ASSERT_EQ(verifyUrlFile(path("out"), g_dayStatusType), 0);
@@ -83,6 +102,7 @@ TEST_F(MergeEngineTest, RandomFilesSumAsAMap) {
             }
             ASSERT_EQ(merge(inputs), 0);
             expectOutput(summed(parts));
+            EXPECT_EQ(readTogether(inputs), summed(parts));
             ASSERT_FALSE(HasFatalFailure()) << round;
         }
     }

@@ -29,17 +29,10 @@ bool nextRecord(MergingReader& reader, UrlRecordView& record) {
     return result == 0;
 }
 
-// A name that no other process takes.
-std::string temporaryPath() {
-    const std::string directory = std::filesystem::temp_directory_path().generic_string();
-    std::random_device random;
-    return names::join(directory, "urlstat-" + std::to_string(random()) + "-" +
-                                      std::to_string(random()) + ".temp");
-}
-
 void writeAll(MergingReader& reader, const std::string& path) {
     UrlFile output;
     DayStatus status;
+    status.updateIfNewer({"urlstat", 0, 0}); // no reader takes a status without an entry
     UrlRecordView record;
     bool good = output.open(path, OpenMode::Truncate) == 0;
     while (good && nextRecord(reader, record)) {
@@ -53,6 +46,17 @@ void writeAll(MergingReader& reader, const std::string& path) {
 }
 
 } // namespace
+
+TemporaryFile::TemporaryFile() {
+    const std::string directory = std::filesystem::temp_directory_path().generic_string();
+    std::random_device random;
+    m_path = names::join(directory, "urlstat-" + std::to_string(random()) + "-" +
+                                        std::to_string(random()) + ".temp");
+}
+
+TemporaryFile::~TemporaryFile() {
+    (void)platform().removeFile(m_path); // what is left is the system's to clean up
+}
 
 MergedFiles::MergedFiles(std::span<const PeriodEntry> periods) {
     for (const PeriodEntry& period : periods) {
@@ -70,22 +74,15 @@ MergedFiles::MergedFiles(std::span<const PeriodEntry> periods) {
     initReader(m_reader, m_files);
 }
 
-MergedFiles::~MergedFiles() {
-    m_files.clear();
-    for (const std::string& path : m_temporary) {
-        (void)platform().removeFile(path); // the system's own clean-up is left
-    }
-}
-
 MergedFiles::Files MergedFiles::mergeToTemporary(Files files) {
     MergingReader reader;
     initReader(reader, files);
-    m_temporary.push_back(temporaryPath());
-    writeAll(reader, m_temporary.back());
+    const std::string& path = m_temporary.emplace_back().path();
+    writeAll(reader, path);
     Files merged;
-    merged.push_back(openStatFile(m_temporary.back(), g_dayStatusType));
+    merged.push_back(openStatFile(path, g_dayStatusType));
     if (!merged.back()) {
-        throw Failure(m_temporary.back() + ": is gone; do not clean up the directory meanwhile");
+        throw Failure(path + ": is gone; do not clean up the directory meanwhile");
     }
     return merged;
 }

@@ -5,12 +5,28 @@
 #include "stat_tree.h"
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace kestrine::viewer {
+
+// A file of the system's directory for temporary ones, under a name that nobody else takes; it goes
+// with its owner.
+class TemporaryFile {
+public:
+    TemporaryFile();
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
 
 class MergedFiles {
 public:
@@ -20,8 +36,6 @@ public:
 
     // Opens the current files of the periods; those without one are passed over. Throws Failure.
     explicit MergedFiles(std::span<const PeriodEntry> periods);
-    // Removes the temporary files.
-    ~MergedFiles();
     MergedFiles(const MergedFiles&) = delete;
     MergedFiles& operator=(const MergedFiles&) = delete;
 
@@ -38,8 +52,8 @@ private:
 
     uint64_t m_total = 0;
     size_t m_count = 0;
+    std::deque<TemporaryFile> m_temporary; // closed before they go
     Files m_files;
-    std::vector<std::string> m_temporary;
     MergingReader m_reader;
 };
 
