@@ -1,4 +1,4 @@
-// A bounded binary min-heap of pointers that keeps the N largest elements of a stream.
+// A bounded binary min-heap that keeps the N largest elements of a stream.
 #pragma once
 
 #include "storage/url_record.h"
@@ -6,30 +6,38 @@
 #include <algorithm>
 #include <cstdint>
 #include <new>
+#include <span>
 #include <utility>
 #include <vector>
 
 namespace kestrine {
 
-// Count order: non-zero when the first has fewer visits than the second (compared as signed).
-// Equal counts are not smaller in either direction.
-[[nodiscard]] inline int lessByCount(UrlRecord* a, UrlRecord* b) {
-    return static_cast<int64_t>(a->count) < static_cast<int64_t>(b->count) ? 1 : 0;
-}
+// An element: a record and, beside its pointer, what orders it. Most comparisons are of elements
+// that lie beside each other, and touch no record.
+struct RankedRecord {
+    uint64_t count = 0;
+    uint64_t key = 0;
+    UrlRecord* record = nullptr;
 
-// Count order in which, of equal counts, the higher key is the smaller element. Records pushed in
-// ascending key order then keep the lower keys whatever the heap's shape.
-[[nodiscard]] inline int lessByCountAndKey(UrlRecord* a, UrlRecord* b) {
-    if (a->count != b->count) {
-        return lessByCount(a, b);
+    RankedRecord() = default;
+    explicit RankedRecord(UrlRecord* ranked)
+        : count(ranked->count), key(ranked->key), record(ranked) {}
+    [[nodiscard]] bool operator==(const RankedRecord&) const = default;
+};
+
+// Count order (as signed), in which, of equal counts, the higher key is the smaller element: what a
+// queue keeps does not depend on the order in which it was pushed.
+struct LessByCountAndKey {
+    [[nodiscard]] bool operator()(const RankedRecord& a, const RankedRecord& b) const {
+        const auto countOfA = static_cast<int64_t>(a.count);
+        const auto countOfB = static_cast<int64_t>(b.count);
+        return countOfA != countOfB ? countOfA < countOfB : a.key > b.key;
     }
-    return a->key > b->key ? 1 : 0;
-}
+};
 
-template <typename T>
+template <typename T, typename Less>
 class CPriorityQueue {
 public:
-    using Less = int (*)(T, T);
     using Free = void (*)(T);
 
     CPriorityQueue() = default;
@@ -39,13 +47,12 @@ public:
 
     // A queue of at most `capacity` elements, which it does not own; it takes memory as it fills.
     // 0, or -1 for a capacity of 0 and when there is no memory to begin with.
-    [[nodiscard]] int init(uint32_t capacity, Less less = lessByCount) {
+    [[nodiscard]] int init(uint32_t capacity) {
         if (capacity == 0) {
             return -1;
         }
         clear();
         m_capacity = capacity;
-        m_less = less;
         m_free = nullptr;
         if (reserve(g_firstSlots) != 0) {
             m_capacity = 0;
@@ -74,7 +81,7 @@ public:
             return 0;
         }
         dropped = element;
-        if (m_less(m_array[1], element) != 0) {
+        if (Less()(m_array[1], element)) {
             dropped = m_array[1];
             sink(1, element);
         }
@@ -105,6 +112,10 @@ public:
     [[nodiscard]] uint32_t size() const {
         return m_array.empty() ? 0 : static_cast<uint32_t>(m_array.size() - 1);
     }
+    // All that it holds, in no order.
+    [[nodiscard]] std::span<const T> elements() const {
+        return std::span(m_array).subspan(m_array.empty() ? 0 : 1);
+    }
     [[nodiscard]] bool full() const { return size() == m_capacity; }
 
 private:
@@ -120,7 +131,7 @@ private:
         return 0;
     }
     void siftUp(size_t slot, T element) {
-        while (slot > 1 && m_less(element, m_array[slot / 2]) != 0) {
+        while (slot > 1 && Less()(element, m_array[slot / 2])) {
             m_array[slot] = m_array[slot / 2];
             slot /= 2;
         }
@@ -129,10 +140,10 @@ private:
     void sink(size_t slot, T element) {
         const size_t last = size();
         for (size_t child = 2 * slot; child <= last; child = 2 * slot) {
-            if (child < last && m_less(m_array[child + 1], m_array[child]) != 0) {
+            if (child < last && Less()(m_array[child + 1], m_array[child])) {
                 ++child;
             }
-            if (m_less(m_array[child], element) == 0) {
+            if (!Less()(m_array[child], element)) {
                 break;
             }
             m_array[slot] = m_array[child];
@@ -143,8 +154,9 @@ private:
 
     std::vector<T> m_array; // slot 0 is never used, the root lies in slot 1
     uint32_t m_capacity = 0;
-    Less m_less = nullptr;
     Free m_free = nullptr; // set: the queue owns its elements
 };
+
+using RecordQueue = CPriorityQueue<RankedRecord, LessByCountAndKey>;
 
 } // namespace kestrine

@@ -32,8 +32,8 @@ int renameDirectory(const std::string& from, const std::string& to) {
     return 0;
 }
 
-// As lessByCountAndKey orders them; counts of a file are positive as signed numbers.
-bool isAbove(const UrlRecordView& record, const UrlRecord& smallest) {
+// As LessByCountAndKey orders them; counts of a file are positive as signed numbers.
+bool isAbove(const UrlRecordView& record, const RankedRecord& smallest) {
     return record.count > smallest.count ||
            (record.count == smallest.count && record.key < smallest.key);
 }
@@ -43,7 +43,7 @@ bool isAbove(const UrlRecordView& record, const UrlRecord& smallest) {
 TopUrlRecord::~TopUrlRecord() {
     const auto drain = [this](Queue& queue) {
         while (queue.size() > 0) {
-            const UrlRecordPtr record(queue.top());
+            const UrlRecordPtr record(queue.top().record);
             queue.pop();
             --m_copies;
         }
@@ -63,7 +63,7 @@ int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
     if (directory.empty() || path.empty()) {
         return LOG_FAIL("assureNotEmpty fail");
     }
-    if (m_all.init(g_listLength, lessByCountAndKey) != 0) {
+    if (m_all.init(g_listLength) != 0) {
         return LOG_FAIL("init heap fail");
     }
     UrlFile file;
@@ -98,13 +98,25 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
         UrlRecordView record;
         const int ret = reader.readOneRecord(record);
         if (ret == 1) {
-            return 0;
+            return fillOverallHeap();
         }
         if (ret < 0) {
             return LOG_FAIL("read one record from %s fail", path.c_str());
         }
-        if (insertHeap(record, m_all) != 0 || insertTypeHashMap(m_types, record) != 0) {
+        if (insertTypeHashMap(m_types, record) != 0) {
             return LOG_FAIL("insert heap fail");
+        }
+    }
+    return 0;
+}
+
+// What is among the first of all is among the first of its type.
+int TopUrlRecord::fillOverallHeap() {
+    for (const auto& [type, queue] : m_types) {
+        for (const RankedRecord& ranked : queue.elements()) {
+            if (insertHeap(ranked.record->view(), m_all) != 0) {
+                return LOG_FAIL("insert heap fail");
+            }
         }
     }
     return 0;
@@ -112,22 +124,22 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
 
 // Most records of a large file do not reach the list: they are refused before they are copied.
 int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
-    if (queue.full() && !isAbove(record, *queue.top())) {
+    if (queue.full() && !isAbove(record, queue.top())) {
         return 0;
     }
     UrlRecordPtr copy = makeUrlRecord(record);
     if (!copy) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
-    UrlRecord* dropped = nullptr;
-    const int ret = queue.push(copy.get(), dropped);
+    RankedRecord dropped;
+    const int ret = queue.push(RankedRecord(copy.get()), dropped);
     if (ret < 0) {
         return LOG_FAIL("insert fail");
     }
     (void)copy.release(); // the queue's, or `dropped`
     ++m_copies;
     if (ret == 1) {
-        const UrlRecordPtr freed(dropped);
+        const UrlRecordPtr freed(dropped.record);
         --m_copies;
     }
     return 0;
@@ -142,7 +154,7 @@ int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
         return LOG_FAIL("new fail, errno %d", errno);
     }
     // A queue that was just made; one that was used is never empty again.
-    if (queue->size() == 0 && queue->init(g_listLength, lessByCountAndKey) != 0) {
+    if (queue->size() == 0 && queue->init(g_listLength) != 0) {
         return LOG_FAIL("init heap fail");
     }
     if (insertHeap(record, *queue) != 0) {
@@ -238,7 +250,7 @@ int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
         return LOG_FAIL("malloc fail, errno %d", errno);
     }
     while (queue.size() > 0) {
-        records.emplace_back(queue.top());
+        records.emplace_back(queue.top().record);
         queue.pop();
         --m_copies;
     }

@@ -35,9 +35,10 @@ public:
                                 const std::string& path);
 
 private:
-    using Queue = CPriorityQueue<UrlRecord*>;
+    using Queue = RecordQueue;
 
     [[nodiscard]] int readFile(UrlFile& file, uint32_t statusType, const std::string& path);
+    [[nodiscard]] int fillOverallHeap();
     [[nodiscard]] int insertHeap(const UrlRecordView& record, Queue& queue);
     [[nodiscard]] int insertTypeHashMap(std::map<uint32_t, Queue>& queues,
                                         const UrlRecordView& record);

@@ -5,22 +5,22 @@
 namespace kestrine::viewer {
 
 TopQueue::TopQueue(uint32_t length) {
-    if (m_queue.init(length, lessByCountAndKey) != 0) {
+    if (m_queue.init(length) != 0) {
         throw std::bad_alloc();
     }
-    m_queue.ownElements([](UrlRecord* record) { FreeUrlRecord()(record); });
+    m_queue.ownElements([](RankedRecord ranked) { FreeUrlRecord()(ranked.record); });
 }
 
 void TopQueue::push(const UrlRecordView& record) {
-    if (m_queue.full() && record.count < m_queue.top()->count) {
+    if (m_queue.full() && record.count < m_queue.top().count) {
         return;
     }
     UrlRecordPtr copy = makeUrlRecord(record);
     if (!copy) {
         throw std::bad_alloc();
     }
-    UrlRecord* dropped = nullptr;
-    if (m_queue.push(copy.get(), dropped) < 0) {
+    RankedRecord dropped;
+    if (m_queue.push(RankedRecord(copy.get()), dropped) < 0) {
         throw std::bad_alloc();
     }
     (void)copy.release(); // the queue's, which may have freed it already
@@ -29,7 +29,7 @@ void TopQueue::push(const UrlRecordView& record) {
 std::vector<UrlRecordPtr> TopQueue::take() {
     std::vector<UrlRecordPtr> records(m_queue.size());
     for (size_t i = records.size(); i-- > 0;) {
-        records[i].reset(m_queue.top());
+        records[i].reset(m_queue.top().record);
         m_queue.pop();
     }
     return records;

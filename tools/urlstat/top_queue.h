@@ -17,7 +17,7 @@ public:
     [[nodiscard]] std::vector<UrlRecordPtr> take();
 
 private:
-    CPriorityQueue<UrlRecord*> m_queue;
+    RecordQueue m_queue;
 };
 
 } // namespace kestrine::viewer
