@@ -4,11 +4,9 @@
 #include "cycle/period_stage.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
-#include "frame/ticks.h"
 #include "input/node_path.h"
 #include "input/url_file_new_data.h"
 #include "input/user_buffer.h"
-#include "platform/platform.h"
 #include "tree/directories.h"
 #include "tree/free_space.h"
 #include "tree/names.h"
@@ -19,22 +17,6 @@
 #include <cinttypes>
 
 namespace kestrine {
-
-namespace {
-
-// Whether an interval in seconds has passed since tick `last`, 0 being never; then it begins anew.
-// `seconds` is what has passed.
-bool isDue(uint32_t& last, int32_t interval, uint32_t& seconds) {
-    const uint32_t now = platform().tickCount();
-    const uint32_t elapsed = elapsedTicks(last, now);
-    seconds = elapsed / 1000;
-    // A tick that happens to be 0 counts as never: a merge comes too early, which harms nothing.
-    const bool due = last == 0 || elapsed >= static_cast<uint32_t>(interval) * 1000U;
-    last = due ? now : last;
-    return due;
-}
-
-} // namespace
 
 UrlStat::~UrlStat() {
     if (!m_map.empty()) {
@@ -61,13 +43,13 @@ int UrlStat::run(const std::string& account) {
         return 0;
     }
     const int32_t interval = m_configuration.weekmoncrcsortInterval();
-    uint32_t seconds = 0;
-    if (!isDue(m_lastWeekMonth, interval, seconds)) {
-        LOG_DEBUG("time diff %us, interval %ds, not go on weekcrcsort and moncrcsort", seconds,
-                  interval);
+    if (!m_weekMonthMerge.isDue(interval)) {
+        LOG_DEBUG("time diff %us, interval %ds, not go on weekcrcsort and moncrcsort",
+                  m_weekMonthMerge.passed(), interval);
         return 0;
     }
-    LOG_DEBUG("time diff %us, interval %ds, go on weekcrcsort and moncrcsort", seconds, interval);
+    LOG_DEBUG("time diff %us, interval %ds, go on weekcrcsort and moncrcsort",
+              m_weekMonthMerge.passed(), interval);
     if (new2Daycrcsort(account) != 0) {
         return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
@@ -144,12 +126,12 @@ int UrlStat::daycrcsortnew(const std::string& account) {
         return 0;
     }
     const int32_t interval = m_configuration.daycrcsortInterval();
-    uint32_t seconds = 0;
-    if (!isDue(m_lastDayMerge, interval, seconds)) {
-        LOG_DEBUG("daycrcsort time diff %us, interval %ds", seconds, interval);
+    if (!m_dayMerge.isDue(interval)) {
+        LOG_DEBUG("daycrcsort time diff %us, interval %ds", m_dayMerge.passed(), interval);
         return 0;
     }
-    LOG_DEBUG("daycrcsort time diff %us, interval %ds, go on daycrcsortnew", seconds, interval);
+    LOG_DEBUG("daycrcsort time diff %us, interval %ds, go on daycrcsortnew", m_dayMerge.passed(),
+              interval);
     if (new2Daycrcsort(account) != 0) {
         return LOG_FAIL("new2Daycrcsort %s fail", account.c_str());
     }
@@ -194,8 +176,7 @@ int UrlStat::createTempFile(DayStatus& status) {
     m_map.clear();
     m_spill.openDate(m_account, status);
     bool moved = false;
-    // No failure of the pass: the other dates go on, and this one's logs are read again in the
-    // next.
+    // No failure of the pass: other dates go on, and this one's logs are read again in the next.
     if (readNodes(status, moved) != 0 || !moved || stopRequested()) {
         dropDate();
         return 0;
@@ -225,8 +206,7 @@ int UrlStat::readNodes(DayStatus& status, bool& moved) {
         const int32_t fileBefore = status.entries()[i].fileNumber;
         if (dealOneDevice(status, i) != 0) {
             LOG_ERROR("dealOneDevice fail %s", status.entries()[i].path.c_str());
-            // A node that failed before its first visit costs the others nothing; it keeps its
-            // position.
+            // Before its first visit this costs the others nothing: the node keeps its position.
             if (m_visits != visitsBefore || m_spillFailed) {
                 return -1;
             }
@@ -251,16 +231,11 @@ int UrlStat::dealOneDevice(DayStatus& status, size_t index) {
     if (opened == g_loaderNoMore) {
         return m_reader.close() == 0 ? 0 : -1; // nothing readable yet: the entry stays as it was
     }
-    // Tried again in the next pass, from the same position.
+    // What fails is tried again in the next pass, from the same position.
+    const int ret = opened == 0 ? dealAllDatFile(m_reader) : -1;
     if (opened != 0) {
         LOG_ERROR("open %s fail", node.path.c_str());
-        if (m_reader.close() != 0) {
-            LOG_ERROR("close %s fail", node.path.c_str());
-        }
-        return -1;
-    }
-    const int ret = dealAllDatFile(m_reader);
-    if (ret == 0) {
+    } else if (ret == 0) {
         assert(m_reader.hasPosition());
         // After a stop this is somewhere in the middle, but then the whole date is dropped.
         node.fileNumber = m_reader.currentPosition().fileNumber;

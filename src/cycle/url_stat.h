@@ -23,6 +23,7 @@
 
 #include "aggregate/url_hash_map.h"
 #include "aggregate/visit_batch.h"
+#include "cycle/interval.h"
 #include "cycle/spill_writer.h"
 #include "frame/configuration.h"
 #include "input/loader_reader.h"
@@ -93,8 +94,8 @@ private:
     const Configuration& m_configuration;
     bool m_weeksCompared = false; // with all day files, by this process
     bool m_monthsCompared = false;
-    uint32_t m_lastDayMerge = 0;  // tick of the last day merge, 0: never
-    uint32_t m_lastWeekMonth = 0; // tick of the last week and month stage, 0: never
+    Interval m_dayMerge;
+    Interval m_weekMonthMerge;
     ReadBuffers* m_buffers = nullptr;
     MemFileList m_memFileList;
     DiskTempFileList m_diskTempFileList;

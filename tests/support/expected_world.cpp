@@ -4,7 +4,8 @@
 #include "tree/period.h"
 
 #include <algorithm>
-#include <regex>
+#include <array>
+#include <string_view>
 
 namespace kestrine::test {
 
@@ -12,6 +13,8 @@ namespace {
 
 constexpr size_t g_listLength = 10000;
 constexpr int g_mostDifferences = 6;
+constexpr std::array<std::string_view, 4> g_knownEnds = {"/daycrcsort", "/weekcrcsort",
+                                                         "/moncrcsort", ".top"};
 
 Lines linesOf(const TestRecords& records) {
     Lines lines;
@@ -134,10 +137,10 @@ TreeText readTree(const std::string& statRoot, const std::set<std::string>& name
             account = name.substr(0, name.find('/'));
             dayCounters.clear();
         }
-        static const std::regex known(".*(/daycrcsort|/weekcrcsort|/moncrcsort|[.]top)");
-        tree[name] = std::regex_match(name, known)
-                         ? readLines(statRoot + "/" + name, logData, dayCounters)
-                         : Lines{"unexpected"};
+        const bool known = std::ranges::any_of(
+            g_knownEnds, [&name](std::string_view end) { return name.ends_with(end); });
+        tree[name] =
+            known ? readLines(statRoot + "/" + name, logData, dayCounters) : Lines{"unexpected"};
     }
     return tree;
 }

@@ -59,7 +59,8 @@ TEST_F(Damaged, AnyByte) {
                                      {&g_trees[2], g_waiting}}) {
         const MemoryDisk::Bytes good = g_bases.at(tree).files.at(pathOf(file));
         ASSERT_EQ(good[32], 1) << file << " is not compressed";
-        for (size_t at = 0; at < good.size(); at += static_cast<size_t>(step * stepOf())) {
+        for (auto at = static_cast<size_t>(step * (firstOf() - 1)); at < good.size();
+             at += static_cast<size_t>(step * stepOf())) {
             restore(*tree);
             MemoryDisk::Bytes& bytes = g_world->disk.files[pathOf(file)];
             if (++number % 4 == 0) {
@@ -107,7 +108,7 @@ TEST_F(Damaged, FilesTogether) {
 // Several files before a start or between two passes, picked and spoilt at random.
 TEST_F(Damaged, SeveralFiles) {
     Report report(*g_world);
-    for (int seed = 0; seed < g_randomTries; seed += stepOf()) {
+    for (int seed = firstOf(); seed <= g_randomTries; seed += stepOf()) {
         std::mt19937_64 random(static_cast<uint64_t>(seed));
         const Tree& tree = g_trees[random() % g_trees.size()];
         const bool running = random() % 3 == 0;
@@ -131,7 +132,7 @@ TEST_F(Damaged, SeveralFiles) {
 // One file, be it a finished or a temporary one, at any change that the service makes.
 TEST_F(Damaged, AtAnyMoment) {
     Report report(*g_world);
-    for (int seed = 0; seed < g_randomTries; seed += stepOf()) {
+    for (int seed = firstOf(); seed <= g_randomTries; seed += stepOf()) {
         std::mt19937_64 random(static_cast<uint64_t>(seed));
         const auto moment = static_cast<int>(20 + random() % 400);
         const char* const directory =

@@ -301,7 +301,7 @@ TEST_F(Law, ReadsOfOneFileFail) {
                 plan.onCall = [&](int number, const char*) {
                     reached = reached || number == plan.failAt;
                 };
-                for (plan.failAt = 1; reached; plan.failAt += stepOf()) {
+                for (plan.failAt = firstOf(); reached; plan.failAt += stepOf()) {
                     reached = false;
                     plan.error =
                         std::array{EIO, EACCES, ENOMEM}[static_cast<size_t>(plan.failAt) % 3];

@@ -51,6 +51,14 @@ int stepOf() {
     return step != nullptr ? std::max(std::atoi(step), 1) : 1;
 }
 
+int firstOf() {
+    static int calls = 0;
+    const std::string test = testing::UnitTest::GetInstance()->current_test_info()->name();
+    const auto step = static_cast<size_t>(stepOf());
+    return 1 +
+           static_cast<int>((std::hash<std::string>()(test) + static_cast<size_t>(calls++)) % step);
+}
+
 worldgen::WorldSettings smallLogs(uint64_t visits, uint32_t hosts, int days) {
     worldgen::WorldSettings settings;
     settings.visits = visits;

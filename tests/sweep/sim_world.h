@@ -19,6 +19,9 @@ namespace kestrine::test {
 
 // Of the points of a sweep every so-manieth is tried: KESTRINE_SWEEP_STEP, 1 without it.
 [[nodiscard]] int stepOf();
+// The first of them, from 1 on. It differs between tests and from call to call, so that what one
+// sweep leaves out another one tries.
+[[nodiscard]] int firstOf();
 
 // Few small logs, in one file for each node; from the last day of a week and of its month on.
 [[nodiscard]] worldgen::WorldSettings smallLogs(uint64_t visits, uint32_t hosts, int days);

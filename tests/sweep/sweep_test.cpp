@@ -46,7 +46,7 @@ protected:
     static void sweep(Plan plan) {
         Report report(*g_world);
         const auto points = static_cast<int>(g_names[plan.calls].size());
-        for (plan.failAt = 1; plan.failAt <= points; plan.failAt += stepOf()) {
+        for (plan.failAt = firstOf(); plan.failAt <= points; plan.failAt += stepOf()) {
             const std::string& name = g_names[plan.calls][static_cast<size_t>(plan.failAt - 1)];
             report.add("call " + std::to_string(plan.failAt) + ", " + name + ", errno " +
                            std::to_string(plan.error),
@@ -99,7 +99,7 @@ TEST_F(Sweep, Kill) {
 // The pass ends in order, wherever the request comes.
 TEST_F(Sweep, Stop) {
     Report report(*g_world);
-    for (int point = 1; point <= changes(); point += stepOf()) {
+    for (int point = firstOf(); point <= changes(); point += stepOf()) {
         g_world->restore(g_fresh);
         const auto stop = [point](int number, const char*) {
             g_isRunning = number == point ? 0 : g_isRunning.load();
@@ -113,7 +113,7 @@ TEST_F(Sweep, Stop) {
 TEST_F(Sweep, KillAndKillInsideTheNextStartUp) {
     Report report(*g_world);
     std::set<uint64_t> seen;
-    for (int first = 1; first <= changes(); first += stepOf()) {
+    for (int first = firstOf(); first <= changes(); first += stepOf()) {
         g_world->restore(g_fresh);
         ASSERT_EQ(g_world->run({.failAt = first, .mode = Mode::Kill}), End::Killed);
         if (!seen.insert(g_world->fingerprint()).second) {
@@ -134,7 +134,7 @@ TEST_F(Sweep, KillAndKillInsideTheNextStartUp) {
 TEST_F(Sweep, PowerLoss) {
     constexpr int outcomes = 4; // of what may be lost, of each point
     Report report(*g_world);
-    for (int point = 1; point <= changes() * outcomes; point += stepOf()) {
+    for (int point = firstOf(); point <= changes() * outcomes; point += stepOf()) {
         const int change = 1 + (point - 1) % changes();
         g_world->restore(g_fresh);
         g_world->disk.beginLosing();
@@ -189,7 +189,7 @@ TEST_F(Sweep, MemoryDiskSmallerThanItsSetting) {
         report.add("room for " + std::to_string(room) + " of " + std::to_string(peak) + " bytes",
                    g_world->run() == End::Normal ? g_world->wrong() : "did not end in order");
     }
-    for (int change = 1; change <= last; change += 3 * stepOf()) {
+    for (int change = firstOf(); change <= last; change += 3 * stepOf()) {
         const auto room = static_cast<uint64_t>(850 + 50 * (change % 8)); // about one file's
         startOver(room);
         (void)g_world->run({.failAt = change, .mode = Mode::Kill});
