@@ -53,12 +53,22 @@ int main(int argc, char** argv) {
     CLI::App* decode =
         app.add_subcommand("decode", "CPU seconds to decode the log files of a directory");
     decode->add_option("DIRECTORY", directory, "Log data")->required();
+    CLI::App* makeMonth = app.add_subcommand("make-month", "Makes a month of day files");
+    makeMonth->add_option("DIRECTORY", directory, "Statistics root")->required();
+    makeMonth->add_option("--hosts", hosts, "Hosts of each")->capture_default_str();
+    CLI::App* month = app.add_subcommand("month", "CPU seconds to merge and to decode them");
+    month->add_option("DIRECTORY", directory, "Statistics root")->required();
     CLI11_PARSE(app, argc, argv);
 
     reportErrorsToStderr();
     g_isRunning = 1;
     if (decode->parsed()) {
         bench::printDecoding(directory);
+    } else if (makeMonth->parsed()) {
+        bench::makeMonth(directory, hosts);
+    } else if (month->parsed()) {
+        loadSettings(directory);
+        bench::printMonth(directory);
     } else {
         printRows(std::filesystem::absolute(directory).generic_string(), rounds, hosts);
     }

@@ -22,4 +22,9 @@ void topRows(const Run& run);
 // Prints the CPU seconds that each codec takes for the blocks of all log files below a directory.
 void printDecoding(const std::string& logData);
 
+// Makes a statistics root with the day files of one account and month, each of so many hosts;
+// prints the CPU seconds that merging them and decoding them takes.
+void makeMonth(const std::string& root, uint32_t hosts);
+void printMonth(const std::string& root);
+
 } // namespace kestrine::bench

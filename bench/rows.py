@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import os
+import shutil
 import subprocess
 from collections import defaultdict
 from collections.abc import Iterator
@@ -57,9 +59,22 @@ def measure(plan: Plan, world: World) -> Rounds:
 
 
 def decode(plan: Plan, world: World) -> dict[str, float]:
-    command = [plan.programs / "kestrine_bench", "decode", world.log_data]
+    return timed([plan.programs / "kestrine_bench", "decode", world.log_data])
+
+
+def timed(command: list[str | Path]) -> dict[str, float]:
+    """Lines of a name and CPU seconds."""
     lines = subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE).stdout
-    return {codec: float(seconds) for codec, seconds in map(str.split, lines.splitlines())}
+    return {name: float(seconds) for name, seconds in
+            (line.split("\t") for line in lines.splitlines())}
+
+
+def cpu_of(command: list[str | Path]) -> float:
+    """CPU seconds of a program that succeeds."""
+    before = os.times()
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    after = os.times()
+    return sum(after[2:4]) - sum(before[2:4])
 
 
 def pass_rows(what: str, rounds: Rounds) -> list[Row]:
@@ -125,6 +140,28 @@ def parts(plan: Plan) -> list[Row]:
     return rows
 
 
+def views(plan: Plan) -> list[Row]:
+    root = plan.directory / "month"
+    root.mkdir()
+    bench = plan.programs / "kestrine_bench"
+    subprocess.run([bench, "make-month", root, f"--hosts={plan.scaled(300000)}"], check=True)
+    commands = {
+        "urlstat top over 31 days": ["top", "--from=20240301", "--to=20240331"],
+        "urlstat verify of 31 days": ["verify", *sorted(root.glob("*/*/daycrcsort"))],
+        "urlstat host in 31 days": ["host", "www.example.com"],
+    }
+    seconds = defaultdict(list)
+    least = defaultdict(list)
+    for _ in range(min(plan.rounds, 3)):
+        for what, command in commands.items():
+            seconds[what].append(cpu_of([plan.programs / "urlstat", "--root", root, *command]))
+        for name, value in timed([bench, "month", root]).items():
+            least[name].append(value)
+    shutil.rmtree(root)
+    return [Row(what, name, ratio([a / b for a, b in zip(ours, others)]))
+            for what, ours in seconds.items() for name, others in least.items()]
+
+
 def size_of_log(plan: Plan) -> list[Row]:
     devices = plan.scaled(10000)
     with plan.world(visits=devices * 6, accounts=1, devices=devices, days=3,
@@ -139,5 +176,6 @@ ALL = {
     "whole pass, several spills": pass_with_spills,
     "memory of accounts": memory_of_accounts,
     "merge, spill, top lists": parts,
+    "views": views,
     "log file": size_of_log,
 }
