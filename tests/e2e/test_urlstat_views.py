@@ -103,6 +103,7 @@ def test_says_what_is_wrong_in_one_line(counted: World) -> None:
             (2, "is no date", ("top", "--day", "20121232", "--account", "bob", *tree)),
             (2, "choose one of", ("top", "--account", "bob", *tree)),
             (2, "--root", ("periods",)),
+            (2, "--help", ("periods", "--nothing")),
             (1, "has no account eve", ("periods", "--account", "eve", *tree)),
             (1, "has nothing of", ("top", "--day", "20121229", "--account", "bob", *tree)),
             (1, "cannot be opened", ("top", "/etc/nothing"))]:

@@ -19,6 +19,7 @@ namespace {
 int run(int argc, char** argv) {
     CLI::App app("Shows what the statistics hold, and whether they are good.");
     app.name("urlstat");
+    app.allow_windows_style_options(false); // "/x" is a path
     app.set_version_flag("--version", std::string("urlstat ") + g_version);
     Session session(app);
     addPeriods(session);
@@ -28,7 +29,10 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : g_usageWrong;
+        if (error.get_exit_code() == 0) {
+            return app.exit(error); // --help, --version
+        }
+        throw usage(std::string(error.what()) + "; \"urlstat COMMAND --help\" tells more");
     }
     return session.result();
 }
