@@ -88,8 +88,7 @@ Data weekRow(const WeekFigures& week) {
 
 Data changeRow(const Change& item) {
     return Object{{"host", utf8Text(item.host)},
-                  {"before", thousands(item.before)},
-                  {"after", thousands(item.after)},
+                  {"visits", thousands(item.after)},
                   {"difference", difference(item.before, item.after)},
                   {"change", change(item.before, item.after)}};
 }

@@ -57,6 +57,7 @@ std::string dayNumber(const std::string& date) {
     return std::to_string(unsigned{fieldsOf(date).day()});
 }
 
+// For tables, which have little room.
 std::string shortDayWords(const std::string& date) {
     return dayNumber(date) + " " + std::string(monthName(date)).substr(0, 3);
 }
@@ -139,10 +140,9 @@ std::string periodWords(const PeriodDir& dir) {
     if (dir.period == Period::Month) {
         return monthWords(dir.begin);
     }
-    // Of two months short names, since tables have little room.
-    return dir.begin.substr(0, 6) == dir.end.substr(0, 6)
-               ? dayNumber(dir.begin) + "\u2013" + dayWords(dir.end)
-               : shortDayWords(dir.begin) + " \u2013 " + shortDayWords(dir.end);
+    const bool oneMonth = dir.begin.substr(0, 6) == dir.end.substr(0, 6);
+    return (oneMonth ? dayNumber(dir.begin) + "\u2013" : shortDayWords(dir.begin) + " \u2013 ") +
+           shortDayWords(dir.end);
 }
 
 bool isWeekend(const std::string& date) {

@@ -24,7 +24,7 @@ namespace kestrine::viewer {
 [[nodiscard]] std::string dateWords(const std::string& date);    // "5 March 2024"
 [[nodiscard]] std::string monthWords(const std::string& date);   // "March 2024"
 [[nodiscard]] std::string weekdayWords(const std::string& date); // "Tuesday"
-// "3–9 March", "25 Feb – 2 Mar"; a day or month as above.
+// "3–9 Mar", "25 Feb – 2 Mar"; a day or month as above.
 [[nodiscard]] std::string periodWords(const PeriodDir& dir);
 [[nodiscard]] bool isWeekend(const std::string& date);
 
