@@ -26,6 +26,7 @@ int run(int argc, char** argv) {
     addTop(session);
     addExport(session);
     addStatus(session);
+    addReport(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -44,8 +44,8 @@ const TreePlace& Session::place() {
     return m_place;
 }
 
-std::vector<std::string> Session::accounts(const StatTree& tree) const {
-    return chosenAccounts(tree, m_accounts, m_allAccounts);
+std::vector<std::string> Session::accounts(const StatTree& tree, bool allUnlessNamed) const {
+    return chosenAccounts(tree, m_accounts, m_allAccounts || allUnlessNamed);
 }
 
 RowSink& Session::sink() {

@@ -32,8 +32,10 @@ public:
     // Throws Failure when it cannot be found.
     [[nodiscard]] const TreePlace& place();
     [[nodiscard]] StatTree tree() { return StatTree(place().root); }
-    // Those that the command line chooses. Throws Failure.
-    [[nodiscard]] std::vector<std::string> accounts(const StatTree& tree) const;
+    // Those that the command line chooses; all of them if it names none and `allUnlessNamed`.
+    // Throws Failure.
+    [[nodiscard]] std::vector<std::string> accounts(const StatTree& tree,
+                                                    bool allUnlessNamed = false) const;
     [[nodiscard]] bool allAccounts() const { return m_allAccounts; }
     [[nodiscard]] const std::string& format() const { return m_format; }
     // Where rows go, in the format that was asked for.
@@ -60,5 +62,6 @@ void addPeriods(Session& session);
 void addTop(Session& session);
 void addExport(Session& session);
 void addStatus(Session& session);
+void addReport(Session& session);
 
 } // namespace kestrine::viewer
