@@ -25,6 +25,7 @@ int run(int argc, char** argv) {
     addTop(session);
     addExport(session);
     addStatus(session);
+    addBacklog(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
