@@ -72,6 +72,7 @@ public:
     LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) override {
         return m_target.lockFile(path, lock);
     }
+    LockResult probeLock(const std::string& path) override { return m_target.probeLock(path); }
     void prepareConsole() override { m_target.prepareConsole(); }
     int terminalWidth(bool ofError) override { return m_target.terminalWidth(ofError); }
     void writeConsole(std::string_view text, bool toError) override {

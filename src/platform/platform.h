@@ -107,6 +107,10 @@ enum class LockResult {
     Failed,
 };
 
+// How often, and after how many milliseconds, `lockFile` asks again for a lock that is held.
+constexpr int g_lockTries = 20;
+constexpr uint32_t g_lockPause = 10;
+
 class Platform {
 public:
     virtual ~Platform() = default;
@@ -176,9 +180,13 @@ public:
     [[nodiscard]] virtual NamedEventResult createNamedEvent(const std::string& name,
                                                             std::unique_ptr<NamedEvent>& event) = 0;
     // Makes the file if it is not there and locks it against every other process, on other machines
-    // too where the file system can; the lock dies with the process, the file stays.
+    // too where the file system can; the lock dies with the process, the file stays. A lock that is
+    // held is asked for again for a moment, in which `probeLock` may have it.
     [[nodiscard]] virtual LockResult lockFile(const std::string& path,
                                               std::unique_ptr<NamedEvent>& lock) = 0;
+    // Whether another process holds the lock of a file, without making or keeping anything: Locked
+    // means that nobody does, or that there is no such file. Needs no right to write to it.
+    [[nodiscard]] virtual LockResult probeLock(const std::string& path) = 0;
     // To be called before anything is printed: a reader of the output that goes away must not end
     // the process.
     virtual void prepareConsole() = 0;

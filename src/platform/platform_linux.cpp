@@ -183,6 +183,10 @@ public:
         return lockWholeFile(path, lock);
     }
 
+    [[nodiscard]] LockResult probeLock(const std::string& path) override {
+        return probeFileLock(path);
+    }
+
     void prepareConsole() override { ignoreBrokenPipes(); }
 
     [[nodiscard]] int terminalWidth(bool ofError) override { return widthOfTerminal(ofError); }

@@ -245,6 +245,10 @@ public:
         return lockWholeFile(path, lock);
     }
 
+    [[nodiscard]] LockResult probeLock(const std::string& path) override {
+        return probeFileLock(path);
+    }
+
     void prepareConsole() override { stopWaitingForReaders(); }
 
     [[nodiscard]] int terminalWidth(bool ofError) override { return widthOfTerminal(ofError); }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstddef>
@@ -76,12 +77,31 @@ bool isNamedBy(int file, const std::string& path) {
            open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
-int lockOpenFile(int file) {
+int lockOpenFile(int file, int kind) {
     int result = 0;
     do {
-        result = ::flock(file, LOCK_EX | LOCK_NB);
+        result = ::flock(file, kind | LOCK_NB);
     } while (result != 0 && errno == EINTR);
     return result;
+}
+
+// Who only looks at the lock has it for less than a moment.
+int lockBetweenLooks(int file) {
+    int tries = g_lockTries;
+    int result = lockOpenFile(file, LOCK_EX);
+    for (; result != 0 && errno == EWOULDBLOCK && tries > 0; --tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(g_lockPause));
+        result = lockOpenFile(file, LOCK_EX);
+    }
+    return result;
+}
+
+LockResult lockFailure() {
+    if (errno == EWOULDBLOCK) {
+        return LockResult::HeldByAnother;
+    }
+    return errno == ENOLCK || errno == ENOTSUP || errno == EINVAL ? LockResult::NotSupported
+                                                                  : LockResult::Failed;
 }
 
 } // namespace
@@ -95,20 +115,31 @@ LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& l
             fail();
             return LockResult::Failed;
         }
-        if (lockOpenFile(file.get()) != 0) {
+        if (lockBetweenLooks(file.get()) != 0) {
             fail();
-            break;
+            return lockFailure();
         }
         if (i == tries || isNamedBy(file.get(), path)) {
             lock = std::make_unique<HeldName>(std::move(file));
             return LockResult::Locked;
         }
     }
-    if (errno == EWOULDBLOCK) {
-        return LockResult::HeldByAnother;
+}
+
+// The kernel lists such locks, but not those of other containers and machines, and not under the
+// numbers that every file system shows. So the lock is taken, shared, which no other look minds,
+// and let go with the descriptor; `lockBetweenLooks` sees to it that no service minds either.
+LockResult probeFileLock(const std::string& path) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
+        fail();
+        return errno == ENOENT ? LockResult::Locked : LockResult::Failed;
     }
-    return errno == ENOLCK || errno == ENOTSUP || errno == EINVAL ? LockResult::NotSupported
-                                                                  : LockResult::Failed;
+    if (lockOpenFile(file.get(), LOCK_SH) != 0) {
+        fail();
+        return lockFailure();
+    }
+    return LockResult::Locked;
 }
 
 void ignoreBrokenPipes() {

@@ -50,6 +50,7 @@ private:
 [[nodiscard]] NamedEventResult bindName(const std::string& name,
                                         std::unique_ptr<NamedEvent>& event);
 [[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
+[[nodiscard]] LockResult probeFileLock(const std::string& path);
 void ignoreBrokenPipes();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);

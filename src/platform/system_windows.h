@@ -70,6 +70,7 @@ template <typename Attempt, typename IsHopeless>
 [[nodiscard]] NamedEventResult createEvent(const std::string& name,
                                            std::unique_ptr<NamedEvent>& event);
 [[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
+[[nodiscard]] LockResult probeFileLock(const std::string& path);
 void stopWaitingForReaders();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);

@@ -35,16 +35,6 @@ NamedEventResult DryRunPlatform::createNamedEvent(const std::string& name,
     return result;
 }
 
-LockResult DryRunPlatform::lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    // Locking would make it; and what is not there is not held by anybody.
-    if (!exists(path)) {
-        return LockResult::Locked;
-    }
-    const LockResult result = ForwardingPlatform::lockFile(path, lock);
-    lock.reset();
-    return result;
-}
-
 void DryRunPlatform::writeConsole(std::string_view text, bool toError) {
     if (toError) {
         m_errors.emplace_back(text);

@@ -9,8 +9,8 @@
 namespace kestrine {
 
 // Stands in place of the platform that it finds, for as long as it lives. Every change seems to
-// succeed and is not made; names and locks are let go at once. What would go to the standard error
-// stream is kept instead.
+// succeed and is not made; names are let go at once, locks only looked at. What would go to the
+// standard error stream is kept instead.
 class DryRunPlatform final : public ForwardingPlatform {
 public:
     // Lines for the standard error stream, as they came.
@@ -28,7 +28,9 @@ public:
     NamedEventResult createNamedEvent(const std::string& name,
                                       std::unique_ptr<NamedEvent>& event) override;
     // A file that is not there is locked by nobody.
-    LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) override;
+    LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>&) override {
+        return probeLock(path);
+    }
     void writeConsole(std::string_view text, bool toError) override;
 
 private:

@@ -1,7 +1,18 @@
 """The programs beside the service, as their users call them."""
 
+import re
+import subprocess
+from pathlib import Path
+
 from programs import count, run, seen
 from world import World
+
+DOC = Path(__file__).parents[2] / "doc"
+OPTION = re.compile(r"^  (-[-a-z][-\w,]*)", re.MULTILINE)
+COMMAND = re.compile(r"^  (\w+) ", re.MULTILINE)
+# What bash offers after the words that it is given.
+COMPLETE = """source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _urlstat
+printf '%s\\n' "${COMPREPLY[@]}" """
 
 
 def test_mklogdata_tells_what_it_wrote_and_overwrites_nothing(world: World) -> None:
@@ -18,3 +29,33 @@ def test_mklogdata_tells_what_it_wrote_and_overwrites_nothing(world: World) -> N
     assert world.files() == before
     world.one_pass()
     assert world.differences() == []
+
+
+def options_of(*command: str) -> tuple[str, set[str]]:
+    """The help of a command, and the options in it, of two names the longer one."""
+    code, lines = run(*command, "--help")
+    assert code == 0, lines
+    text = "\n".join(lines)
+    return text, {names.split(",")[-1] for names in OPTION.findall(text)}
+
+
+def offered(*words: str) -> set[str]:
+    script = DOC / "completion/urlstat.bash"
+    return set(subprocess.check_output(["bash", "-c", COMPLETE, script, "urlstat", *words],
+                                       text=True).split())
+
+
+def test_manuals_and_completions_know_every_command_and_option() -> None:
+    manuals = {path.stem: path.read_text().replace("Fl ", "Fl -")
+               for path in (DOC / "man").iterdir()}
+    zsh = (DOC / "completion/_urlstat").read_text()
+    for name in manuals:
+        text, common = options_of(name)
+        assert {option for option in common if f"Fl {option}" not in manuals[name]} == set(), name
+        for command in COMMAND.findall(text.partition("Subcommands:")[2]):
+            own = options_of(name, command)[1]
+            assert re.search(rf"^\.It Cm {command}\b", manuals[name], re.MULTILINE), command
+            assert command in offered("") and f"'{command}:" in zsh
+            assert own | common - {"--version"} <= offered(command, "-"), command
+            assert {option for option in own
+                    if f"Fl {option}" not in manuals[name] or f"{option}[" not in zsh} == set()

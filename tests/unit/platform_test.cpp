@@ -208,10 +208,20 @@ TEST_F(PlatformTest, RemovingTreesAndMoving) {
 TEST_F(PlatformTest, LocksAndNamesHaveOneHolder) {
     std::unique_ptr<NamedEvent> first;
     std::unique_ptr<NamedEvent> second;
+    EXPECT_EQ(p.probeLock(path("lock")), LockResult::Locked);
+    EXPECT_FALSE(m_dir.has("lock"));
     ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
     EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::HeldByAnother);
+    EXPECT_EQ(p.probeLock(path("lock")), LockResult::HeldByAnother);
     EXPECT_EQ(first->close(), 0);
+    EXPECT_EQ(p.probeLock(path("lock")), LockResult::Locked);
+    ASSERT_EQ(p.lockFile(path("lock"), first), LockResult::Locked);
+    std::thread holder([&first] { // as long as nobody who only looks would
+        systemPlatform().sleep(30);
+        first.reset();
+    });
     EXPECT_EQ(p.lockFile(path("lock"), second), LockResult::Locked);
+    holder.join();
     const std::string name = "Global\\KestrineTest" + std::to_string(p.tickCount());
     ASSERT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
     ASSERT_EQ(p.createNamedEvent(name, second), NamedEventResult::AlreadyExists);

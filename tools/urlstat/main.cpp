@@ -27,6 +27,7 @@ int run(int argc, char** argv) {
     addExport(session);
     addStatus(session);
     addReport(session);
+    addBacklog(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -44,6 +44,11 @@ const TreePlace& Session::place() {
     return m_place;
 }
 
+StatTree Session::tree() {
+    requireRoot(place().root);
+    return StatTree(place().root);
+}
+
 std::vector<std::string> Session::accounts(const StatTree& tree, bool allUnlessNamed) const {
     return chosenAccounts(tree, m_accounts, m_allAccounts || allUnlessNamed);
 }

@@ -29,13 +29,15 @@ public:
     // Exit code of the command that was carried out.
     [[nodiscard]] int result() const { return m_result; }
 
-    // Throws Failure when it cannot be found.
+    // Throws Failure when it cannot be told; the directories need not be there.
     [[nodiscard]] const TreePlace& place();
-    [[nodiscard]] StatTree tree() { return StatTree(place().root); }
+    // Throws Failure when it is not there.
+    [[nodiscard]] StatTree tree();
     // Those that the command line chooses; all of them if it names none and `allUnlessNamed`.
     // Throws Failure.
     [[nodiscard]] std::vector<std::string> accounts(const StatTree& tree,
                                                     bool allUnlessNamed = false) const;
+    [[nodiscard]] const std::vector<std::string>& namedAccounts() const { return m_accounts; }
     [[nodiscard]] bool allAccounts() const { return m_allAccounts; }
     [[nodiscard]] const std::string& format() const { return m_format; }
     // Where rows go, in the format that was asked for.
@@ -63,5 +65,6 @@ void addTop(Session& session);
 void addExport(Session& session);
 void addStatus(Session& session);
 void addReport(Session& session);
+void addBacklog(Session& session);
 
 } // namespace kestrine::viewer

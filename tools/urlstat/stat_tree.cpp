@@ -57,9 +57,17 @@ std::string logDataOf(const std::string& config) {
 
 } // namespace
 
+void requireRoot(const std::string& root) {
+    FileInfo info;
+    if (platform().info(root, info) != 0 || !info.isDirectory) {
+        throw Failure(root + ": is no directory; --root DIR names the statistics root");
+    }
+}
+
 TreePlace findTree(const std::string& root, const std::string& config) {
     TreePlace place;
     if (!root.empty()) {
+        requireRoot(root);
         place.root = slashes(root);
         place.logData = logDataAround(slashes(platform().resolvedPath(root)));
     } else {
@@ -79,10 +87,6 @@ TreePlace findTree(const std::string& root, const std::string& config) {
             throw usage(file + ": names no statistics root, and mysql_path.ini no log data; "
                                "use --root DIR");
         }
-    }
-    FileInfo info;
-    if (platform().info(place.root, info) != 0 || !info.isDirectory) {
-        throw Failure(place.root + ": is no directory; --root DIR names the statistics root");
     }
     return place;
 }
