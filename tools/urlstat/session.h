@@ -60,5 +60,7 @@ void addPeriods(Session& session);
 void addTop(Session& session);
 void addExport(Session& session);
 void addStatus(Session& session);
+void addHost(Session& session);
+void addCompare(Session& session);
 
 } // namespace kestrine::viewer
