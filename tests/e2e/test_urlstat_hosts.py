@@ -63,8 +63,10 @@ def test_hosts_over_time(tree: Tree) -> None:
             (account, name, begin, hosts[name], pytest.approx(hosts[name] / hosts.total()))
             for wanted in ("alice", "bob") for name in names
             for (account, begin), hosts in sorted(tree.hosts[file].items()) if account == wanted]
-    rows = tree.rows("host", "example.com", "--by", "week", "--account", "bob", "--to", "2012-12-29")
-    assert [(row["begin"], row["end"]) for row in rows] == [("2012-12-23", "2012-12-29")]
+    rows = tree.rows("host", "example.com", "--by", "week", "--account", "bob",
+                     "--from", "2012-12-29", "--to", "2012-12-30")
+    assert [(row["begin"], row["end"]) for row in rows] == [("2012-12-23", "2012-12-29"),
+                                                            ("2012-12-30", "2013-01-05")]
 
 
 def test_no_other_blocks_are_decoded(tree: Tree) -> None:
