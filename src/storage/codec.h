@@ -21,7 +21,7 @@ namespace kestrine::codec {
 
 // Decodes one stream; bytes behind its end are ignored. `length` is what it decodes to. A result
 // of zlib: Z_OK; Z_DATA_ERROR, also for a stream that is cut short; Z_BUF_ERROR, it does not fit;
-// Z_MEM_ERROR.
+// Z_MEM_ERROR. May be called by several threads at once, unlike `encode`.
 [[nodiscard]] int decode(ByteView stored, std::span<uint8_t> raw, size_t& length);
 
 // Encodes at the fastest level. A result of zlib: Z_OK, Z_BUF_ERROR or Z_MEM_ERROR.

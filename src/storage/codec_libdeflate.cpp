@@ -22,8 +22,8 @@ struct Free {
 } // namespace
 
 int Libdeflate::decode(ByteView stored, std::span<uint8_t> raw, size_t& length) {
-    // Kept while the process lives; one thread alone decodes and encodes.
-    static const std::unique_ptr<libdeflate_decompressor, Free> decompressor(
+    // Kept while the thread lives; readers may decode in several.
+    thread_local const std::unique_ptr<libdeflate_decompressor, Free> decompressor(
         libdeflate_alloc_decompressor());
     size_t used = 0;
     if (decompressor != nullptr &&
@@ -36,7 +36,7 @@ int Libdeflate::decode(ByteView stored, std::span<uint8_t> raw, size_t& length) 
 }
 
 int Libdeflate::encode(ByteView raw, std::span<uint8_t> stored, size_t& length) {
-    static const std::unique_ptr<libdeflate_compressor, Free> compressor(
+    static const std::unique_ptr<libdeflate_compressor, Free> compressor( // one thread encodes
         libdeflate_alloc_compressor(g_fastestLevel));
     // Not handed to zlib: the caller stores the block raw, which every reader takes.
     if (compressor == nullptr) {

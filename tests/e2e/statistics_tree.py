@@ -168,6 +168,32 @@ def read_file(path: Path) -> tuple[list[Record], dict[str, int], int]:
     return records, status, counter[0] if counter else -1
 
 
+def stored_block(records: list[Record], packed: int) -> bytes:
+    raw = b"".join(RECORD.pack(key, visits, type, len(host) + 1) + host + b"\0"
+                   for key, visits, type, host in records)
+    stored = min(zlib.compress(raw), raw, key=len) if packed else raw
+    visits = sum(record.visits for record in records)
+    return BLOCK.pack(records[0].key, records[-1].key, visits, len(stored), len(raw),
+                      stored is not raw, len(records)) + stored
+
+
+def write_file(path: Path, file: StatFile, records_a_block: int) -> None:
+    """Blocks are compressed and raw in turn."""
+    records = file.records
+    data = b"".join(stored_block(records[at : at + records_a_block], at // records_a_block % 2)
+                    for at in range(0, len(records), records_a_block))
+    visits, entries = sum(record.visits for record in records), file.status.items()
+    if path.name in ("weekcrcsort", "moncrcsort"):
+        body = WEEK_MONTH_HEAD.pack(visits, len(entries))
+        body += b"".join(WEEK_MONTH_ENTRY.pack(name.encode(), number) for name, number in entries)
+    else:
+        body = DAY_HEAD.pack(-1, visits, len(entries))
+        body += b"".join(DAY_ENTRY.pack(name.encode(), number, 0) for name, number in entries)
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(data + FRAME.pack(host_key(body), len(body)) + body
+                     + len(data).to_bytes(8, "little"))
+
+
 def read_tree(root: Path, log_data: str, seen_root: str) -> dict[str, StatFile | str]:
     """The files below `root`, backups and what was set aside left out. The other two are the
     directories as the service knows them. A file that cannot be read or has no place there between

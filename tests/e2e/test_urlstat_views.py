@@ -2,7 +2,6 @@
 
 import csv
 import json
-import re
 import shutil
 import subprocess
 from collections import Counter
@@ -11,6 +10,7 @@ from pathlib import Path
 
 import pytest
 from log_files import add_visits
+from printed import bytes_of
 from programs import WINDOWS, program, run, seen
 from statistics_tree import Record
 from world import TINY, World
@@ -28,12 +28,6 @@ def counted(world: World) -> World:
     world.one_pass()
     assert world.differences() == []
     return world
-
-
-def bytes_of(text: str) -> bytes:
-    """The host that is printed so."""
-    return re.sub(rb"\\(?:x([0-9a-f]{2})|(\\))", lambda match: match[2] or bytes.fromhex(
-        match[1].decode()), text.encode())
 
 
 def ask(world: World, *arguments: str) -> str:

@@ -1,5 +1,6 @@
 #include "bytes_text.h"
 
+#include <charconv>
 #include <cstdint>
 
 namespace kestrine::viewer {
@@ -70,6 +71,28 @@ std::string utf8Text(std::string_view bytes) {
         bytes.remove_prefix(length == 0 ? 1 : length);
     }
     return text;
+}
+
+std::optional<std::string> bytesOfText(std::string_view text) {
+    std::string bytes;
+    while (!text.empty()) {
+        size_t length = 1;
+        auto byte = static_cast<uint8_t>(text.front());
+        if (text.starts_with("\\\\")) {
+            length = 2;
+        } else if (text.starts_with("\\x") && text.size() >= 4) {
+            length = 4;
+            const char* const end = text.data() + length;
+            if (std::from_chars(text.data() + 2, end, byte, 16).ptr != end) {
+                return std::nullopt;
+            }
+        } else if (text.starts_with('\\')) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(byte);
+        text.remove_prefix(length);
+    }
+    return bytes;
 }
 
 } // namespace kestrine::viewer

@@ -6,6 +6,7 @@
 //   others  themselves
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,5 +16,7 @@ namespace kestrine::viewer {
 [[nodiscard]] std::string asciiText(std::string_view bytes);
 // In UTF-8, as CSV and JSON have it: escaped are control characters and what is no UTF-8.
 [[nodiscard]] std::string utf8Text(std::string_view bytes);
+// The bytes of either; nothing when a backslash begins neither form.
+[[nodiscard]] std::optional<std::string> bytesOfText(std::string_view text);
 
 } // namespace kestrine::viewer

@@ -28,6 +28,8 @@ int run(int argc, char** argv) {
     addStatus(session);
     addReport(session);
     addBacklog(session);
+    addHost(session);
+    addCompare(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

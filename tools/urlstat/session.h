@@ -66,5 +66,7 @@ void addExport(Session& session);
 void addStatus(Session& session);
 void addReport(Session& session);
 void addBacklog(Session& session);
+void addHost(Session& session);
+void addCompare(Session& session);
 
 } // namespace kestrine::viewer

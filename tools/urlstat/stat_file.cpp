@@ -48,9 +48,13 @@ std::unique_ptr<UrlFile> openPeriod(const PeriodFiles& files, Period period) {
 }
 
 Failure readFailure(const UrlFile& file) {
-    return Failure(file.path() + (file.broken()
-                                      ? ": is damaged; \"urlstat verify\" says what that means"
-                                      : ": cannot be read; check the disk and the permissions"));
+    return file.broken()
+               ? damageFailure(file.path())
+               : Failure(file.path() + ": cannot be read; check the disk and the permissions");
+}
+
+Failure damageFailure(const std::string& path) {
+    return Failure(path + ": is damaged; \"urlstat verify\" says what that means");
 }
 
 HeaderSums sumHeaders(UrlFile& file) {

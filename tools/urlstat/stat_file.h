@@ -19,6 +19,7 @@ namespace kestrine::viewer {
 
 // The failure of a read of the file, which it knows to be damaged or not.
 [[nodiscard]] class Failure readFailure(const UrlFile& file);
+[[nodiscard]] class Failure damageFailure(const std::string& path);
 
 // What the block headers of an open file say; it is at its end afterwards. Throws Failure.
 struct HeaderSums {
