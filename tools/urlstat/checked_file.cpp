@@ -34,10 +34,11 @@ int CheckedFile::open(const std::string& path, FileKind kind) {
     }
     const uint32_t type = kind == FileKind::WeekMonth ? g_weekMonStatusType : g_dayStatusType;
     if (m_file.readStatus(type) == 0) {
+        m_statusRead = true;
         checkStatus();
         return 0;
     }
-    fault("the status cannot be read");
+    readFault("the status");
     // Without a status the blocks are taken to end where the file ends.
     return m_file.close() == 0 ? m_file.open(path, OpenMode::Read) : -1;
 }
@@ -59,14 +60,17 @@ void CheckedFile::readAll(const OnBlock& onBlock, const OnRecord& onRecord) {
     while ((result = m_file.readUrlRecordBlocks()) == 0) {
         onBlock(m_blocks, m_file.block().header());
         if (readBlock(onRecord) != 0) {
+            m_file.setBroken();
             break;
         }
         ++m_blocks;
     }
-    if (result != 1) {
-        fault("reading fails at block " + std::to_string(m_blocks));
+    // Without a status the end of the blocks is not known: whatever follows them fails to be read.
+    if (result != 1 && m_statusRead) {
+        readFault("block " + std::to_string(m_blocks));
+    } else {
+        checkTotal();
     }
-    checkTotal();
 }
 
 int CheckedFile::readBlock(const OnRecord& onRecord) {
@@ -117,8 +121,16 @@ int CheckedFile::verdict() const {
     return g_dataWrong;
 }
 
+void CheckedFile::readFault(const std::string& what) {
+    m_callFailed = m_callFailed || !m_file.broken();
+    fault(what + (m_file.broken() ? " is damaged" : " cannot be read"));
+}
+
 void CheckedFile::fault(const std::string& text) {
-    if (m_faults++ < g_faultsReported) {
+    if (m_onFault) {
+        ++m_faults;
+        m_onFault(text);
+    } else if (m_faults++ < g_faultsReported) {
         std::fprintf(stderr, "urlstat: %s: %s\n", m_path.c_str(), text.c_str());
     }
 }

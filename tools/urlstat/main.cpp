@@ -25,6 +25,8 @@ int run(int argc, char** argv) {
     addTop(session);
     addExport(session);
     addStatus(session);
+    addVerify(session);
+    addDiff(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -34,6 +34,8 @@ public:
     [[nodiscard]] StatTree tree() { return StatTree(place().root); }
     // Those that the command line chooses. Throws Failure.
     [[nodiscard]] std::vector<std::string> accounts(const StatTree& tree) const;
+    // Those that the command line names.
+    [[nodiscard]] const std::vector<std::string>& namedAccounts() const { return m_accounts; }
     [[nodiscard]] bool allAccounts() const { return m_allAccounts; }
     [[nodiscard]] const std::string& format() const { return m_format; }
     // Where rows go, in the format that was asked for.
@@ -60,5 +62,7 @@ void addPeriods(Session& session);
 void addTop(Session& session);
 void addExport(Session& session);
 void addStatus(Session& session);
+void addVerify(Session& session);
+void addDiff(Session& session);
 
 } // namespace kestrine::viewer

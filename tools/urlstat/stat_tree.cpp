@@ -29,14 +29,6 @@ std::vector<std::string> directoriesIn(const std::string& directory) {
     return found;
 }
 
-std::string slashes(std::string path) {
-    std::ranges::replace(path, '\\', '/');
-    while (path.size() > 1 && path.ends_with('/')) {
-        path.pop_back();
-    }
-    return path;
-}
-
 std::string logDataAround(const std::string& root) {
     const std::string above(names::parentOf(root));
     return names::lastComponent(above) == "log_data" ? above : "";
@@ -56,6 +48,14 @@ std::string logDataOf(const std::string& config) {
 }
 
 } // namespace
+
+std::string slashes(std::string path) {
+    std::ranges::replace(path, '\\', '/');
+    while (path.size() > 1 && path.ends_with('/')) {
+        path.pop_back();
+    }
+    return path;
+}
 
 TreePlace findTree(const std::string& root, const std::string& config) {
     TreePlace place;
