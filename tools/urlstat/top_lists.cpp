@@ -8,6 +8,8 @@
 #include "tree/names.h"
 
 #include <algorithm>
+#include <charconv>
+#include <utility>
 
 namespace kestrine::viewer {
 
@@ -60,14 +62,22 @@ private:
     bool m_equal = true;
 };
 
+// Names of the lists in a directory.
+std::vector<FindEntry> listsIn(const std::string& directory, bool& listed) {
+    std::vector<FindEntry> entries;
+    listed = Util::listEntries(names::join(directory, "*.top"), entries, KESTRINE_HERE) == 0;
+    std::ranges::sort(entries, {}, &FindEntry::name);
+    return entries;
+}
+
 // Lists of types that the file does not have.
 void findStrangers(const std::string& directory, const Lists& expected,
                    std::vector<ListFault>& faults) {
-    std::vector<FindEntry> entries;
-    if (Util::listEntries(names::join(directory, "*.top"), entries, KESTRINE_HERE) != 0) {
+    bool listed = false;
+    const std::vector<FindEntry> entries = listsIn(directory, listed);
+    if (!listed) {
         faults.push_back({directory, "cannot be listed"});
     }
-    std::ranges::sort(entries, {}, &FindEntry::name);
     for (const FindEntry& entry : entries) {
         if (!expected.contains(entry.name)) {
             faults.push_back(
@@ -78,14 +88,71 @@ void findStrangers(const std::string& directory, const Lists& expected,
 
 } // namespace
 
+ListsInPlace::ListsInPlace(const std::string& directory) : m_isThere(platform().exists(directory)) {
+    const std::string all = names::topAllFile(directory);
+    bool listed = true;
+    for (const FindEntry& entry :
+         m_isThere ? listsIn(directory, listed) : std::vector<FindEntry>()) {
+        const std::string path = names::join(directory, entry.name);
+        uint32_t type = 0;
+        const char* const end = entry.name.data() + entry.name.size();
+        if (path == all) {
+            m_all.read(path);
+        } else if (std::from_chars(entry.name.data(), end, type).ec == std::errc()) {
+            m_types[type].read(path);
+        } else {
+            listed = false; // a recount tells of it
+        }
+    }
+    m_namesFit = listed;
+}
+
+void ListsInPlace::List::read(const std::string& path) {
+    CheckedFile file([](const std::string&) {});
+    if (file.open(path, FileKind::TopList) != 0) {
+        return;
+    }
+    file.readAll([](uint64_t, const BlockHeader&) {},
+                 [this](const UrlRecordView& record) {
+                     if (UrlRecordPtr copy = makeUrlRecord(record)) {
+                         m_byKey.push_back(std::move(copy));
+                     }
+                 });
+    // Cut or damaged, it is the recount's.
+    m_right = file.faults() == 0 && !m_byKey.empty() && m_byKey.size() == file.records() &&
+              m_byKey.size() <= TopUrlRecord::g_listLength;
+    if (m_byKey.size() == TopUrlRecord::g_listLength) {
+        m_leastCount = m_byKey.back()->count;
+        m_leastKey = m_byKey.back()->key;
+    }
+    std::ranges::sort(m_byKey, {}, [](const UrlRecordPtr& record) { return record->key; });
+    goTo(0);
+}
+
+void ListsInPlace::List::goTo(size_t next) {
+    m_next = next;
+    m_nextKey = next < m_byKey.size() ? m_byKey[next]->key : UINT64_MAX;
+}
+
+void ListsInPlace::List::expect(const UrlRecordView& record) {
+    if (m_next < m_byKey.size() && areEqual(record, m_byKey[m_next]->view())) {
+        goTo(m_next + 1);
+    } else if (m_next < m_byKey.size() || isAboveLeast(record)) {
+        m_right = false;
+    }
+}
+
+bool ListsInPlace::fit() const {
+    return !m_isThere ||
+           (m_namesFit && m_all.fits() &&
+            std::ranges::all_of(m_types, [](const auto& list) { return list.second.fits(); }));
+}
+
 ListRecount::ListRecount() : m_all(TopUrlRecord::g_listLength) {}
 
 void ListRecount::push(const UrlRecordView& record) {
     m_all.push(record);
-    if (m_last == nullptr || m_last->first != record.type) {
-        m_last = &*m_types.try_emplace(record.type, TopUrlRecord::g_listLength).first;
-    }
-    m_last->second.push(record);
+    m_types.try_emplace(record.type, TopUrlRecord::g_listLength).first->second.push(record);
 }
 
 Lists ListRecount::take() {

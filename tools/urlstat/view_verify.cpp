@@ -87,14 +87,16 @@ private:
         bool isThere = false;
         bool isGood = false;
         std::string stamp;
-        Lists lists;
+        uint64_t hosts = 0;
     };
+    using OnRecord = CheckedFile::OnRecord;
 
     [[nodiscard]] static uint64_t sumOf(const std::vector<VerifyTarget>& targets);
-    [[nodiscard]] Reading read(const VerifyTarget& target, bool again);
+    [[nodiscard]] Reading read(const VerifyTarget& target, const OnRecord& onRecord);
     [[nodiscard]] bool isReplaced(const VerifyTarget& target, const std::string& stamp) const;
     void checkTarget(const VerifyTarget& target);
-    void checkLists(const VerifyTarget& target, Reading reading);
+    void count(const Reading& reading);
+    void recountLists(const VerifyTarget& target);
     void checkMissing(const PeriodEntry& period);
     void tell(const std::string& path, const std::string& text, const std::string& meaning);
 
@@ -137,10 +139,15 @@ int Verify::run() {
 }
 
 void Verify::checkTarget(const VerifyTarget& target) {
-    Reading reading = read(target, false);
     if (!target.period) {
+        count(read(target, [](const UrlRecordView&) {}));
         return;
     }
+    // Lists go before their file is replaced: it is at least as new as they are.
+    ListsInPlace lists(target.period->files.lists);
+    const Reading reading =
+        read(target, [&lists](const UrlRecordView& record) { lists.check(record); });
+    count(reading);
     if (!reading.isThere) {
         checkMissing(*target.period);
         return;
@@ -149,7 +156,10 @@ void Verify::checkTarget(const VerifyTarget& target) {
     if (!reading.isGood) {
         return;
     }
-    checkLists(target, std::move(reading));
+    if (!lists.fit()) {
+        recountLists(target);
+    }
+    m_withoutLists += platform().exists(target.period->files.lists) ? 0U : 1U;
     if (target.period->dir.period != Period::Day) {
         const std::string accountDir(names::parentOf(target.period->files.directory));
         for (const SumFault& fault : comparePeriod(accountDir, *target.period)) {
@@ -158,7 +168,12 @@ void Verify::checkTarget(const VerifyTarget& target) {
     }
 }
 
-Verify::Reading Verify::read(const VerifyTarget& target, bool again) {
+void Verify::count(const Reading& reading) {
+    m_files += reading.isThere ? 1U : 0U;
+    m_hosts += reading.hosts;
+}
+
+Verify::Reading Verify::read(const VerifyTarget& target, const OnRecord& onRecord) {
     Reading reading;
     std::vector<std::string> faults;
     uint64_t more = 0;
@@ -180,16 +195,11 @@ Verify::Reading Verify::read(const VerifyTarget& target, bool again) {
     if (target.place && !belongs(file, *target.place)) {
         faults.emplace_back("is of another account or date");
     }
-    ListRecount recount;
     file.readAll(
-        [&](uint64_t, const BlockHeader& header) {
+        [this](uint64_t, const BlockHeader& header) {
             m_progress.advance(BlockHeader::g_size + static_cast<uint64_t>(header.blockSize));
         },
-        [&](const UrlRecordView& record) {
-            if (target.period) {
-                recount.push(record);
-            }
-        });
+        onRecord);
     for (const std::string& text : faults) {
         tell(target.path, text, file.callFailed() ? g_meaningOfCall : meaningOfDamage(target));
     }
@@ -197,34 +207,34 @@ Verify::Reading Verify::read(const VerifyTarget& target, bool again) {
         m_faults += more - 1;
         tell(target.path, "further faults: " + std::to_string(more), meaningOfDamage(target));
     }
-    if (!again) {
-        ++m_files;
-        m_hosts += file.records();
-    }
     reading.isGood = faults.empty();
-    reading.lists = recount.take();
+    reading.hosts = file.records();
     return reading;
 }
 
-// Lists go before their file is replaced and come back after it. What looks wrong is looked at once
-// more, unless the file is another one by then, which is read instead.
-void Verify::checkLists(const VerifyTarget& target, Reading reading) {
+// What looks wrong is looked at twice; when the file is another one by then, that one is read.
+void Verify::recountLists(const VerifyTarget& target) {
     const std::string& directory = target.period->files.lists;
-    for (int looks = 0; reading.isGood && looks < g_looks; ++looks) {
-        std::vector<ListFault> faults = compareLists(directory, reading.lists);
+    for (int looks = 0; looks < g_looks; ++looks) {
+        ListRecount recount;
+        const Reading reading =
+            read(target, [&recount](const UrlRecordView& record) { recount.push(record); });
+        if (!reading.isGood) {
+            return;
+        }
+        const Lists lists = recount.take();
+        std::vector<ListFault> faults = compareLists(directory, lists);
         if (!faults.empty()) {
             platform().sleep(g_pause);
-            faults = compareLists(directory, reading.lists);
+            faults = compareLists(directory, lists);
         }
         if (faults.empty() || !isReplaced(target, reading.stamp)) {
-            m_withoutLists += platform().exists(directory) ? 0U : 1U;
             for (const ListFault& fault : faults) {
                 tell(fault.path, fault.text,
                      meaningOfDamage({fault.path, FileKind::TopList, {}, {}, 0}));
             }
             return;
         }
-        reading = read(target, true);
     }
 }
 
