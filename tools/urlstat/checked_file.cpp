@@ -34,10 +34,11 @@ int CheckedFile::open(const std::string& path, FileKind kind) {
     }
     const uint32_t type = kind == FileKind::WeekMonth ? g_weekMonStatusType : g_dayStatusType;
     if (m_file.readStatus(type) == 0) {
+        m_statusRead = true;
         checkStatus();
         return 0;
     }
-    fault("the status cannot be read");
+    readFault("the status");
     // Without a status the blocks are taken to end where the file ends.
     return m_file.close() == 0 ? m_file.open(path, OpenMode::Read) : -1;
 }
@@ -59,30 +60,38 @@ void CheckedFile::readAll(const OnBlock& onBlock, const OnRecord& onRecord) {
     while ((result = m_file.readUrlRecordBlocks()) == 0) {
         onBlock(m_blocks, m_file.block().header());
         if (readBlock(onRecord) != 0) {
+            m_file.setBroken();
             break;
         }
         ++m_blocks;
     }
-    if (result != 1) {
-        fault("reading fails at block " + std::to_string(m_blocks));
+    // Without a status the end of the blocks is not known: whatever follows them fails to be read.
+    if (result != 1 && m_statusRead) {
+        readFault("block " + std::to_string(m_blocks));
+    } else {
+        checkTotal();
     }
-    checkTotal();
 }
 
+// The whole block at once: every record of every file comes by here.
 int CheckedFile::readBlock(const OnRecord& onRecord) {
-    UrlRecordBlock& block = m_file.block();
+    const BlockHeader& header = m_file.block().header();
+    ByteView rest = m_file.block().rawData();
     BlockHeader seen;
-    while (block.hasCurrent()) {
-        UrlRecordView record;
-        if (block.getCurrentUrlRecord(record) != 0) {
+    UrlRecordView record;
+    while (seen.count < header.count) {
+        if (parseRecord(rest, record) != 0 || !isCount(record.count)) {
             return -1;
         }
+        rest = rest.subspan(record.size());
         checkRecord(record);
         seen.add(record);
         onRecord(record);
-        block.advance(record);
     }
-    if (!seen.agrees(block.header())) {
+    if (!rest.empty()) {
+        return -1; // a count that is too low would hide records
+    }
+    if (!seen.agrees(header)) {
         fault("the header of block " + std::to_string(m_blocks) + " does not fit its records");
     }
     return 0;
@@ -117,8 +126,16 @@ int CheckedFile::verdict() const {
     return g_dataWrong;
 }
 
+void CheckedFile::readFault(const std::string& what) {
+    m_callFailed = m_callFailed || !m_file.broken();
+    fault(what + (m_file.broken() ? " is damaged" : " cannot be read"));
+}
+
 void CheckedFile::fault(const std::string& text) {
-    if (m_faults++ < g_faultsReported) {
+    if (m_onFault) {
+        ++m_faults;
+        m_onFault(text);
+    } else if (m_faults++ < g_faultsReported) {
         std::fprintf(stderr, "urlstat: %s: %s\n", m_path.c_str(), text.c_str());
     }
 }

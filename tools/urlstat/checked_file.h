@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kestrine::viewer {
 
@@ -19,14 +20,18 @@ enum class FileKind {
 // The kind by the file's name, which may carry further letters before and behind.
 [[nodiscard]] FileKind kindOf(std::string_view path);
 
-// Every fault is counted, the first ones are reported on the standard error stream. Checked beyond
-// what UrlFile itself does: checksum and length of every status, totals and key ranges of blocks,
-// the order of records over the file, the key of each host, the total in the status.
+// Every fault is counted. Checked beyond what UrlFile itself does: checksum and length of every
+// status, totals and key ranges of blocks, the order of records over the file, the key of each
+// host, the total in the status.
 class CheckedFile {
 public:
     using OnBlock = std::function<void(uint64_t number, const BlockHeader& header)>;
     using OnRecord = std::function<void(const UrlRecordView& record)>;
+    using OnFault = std::function<void(const std::string& text)>;
 
+    // Every fault goes to `onFault`; without it the first ones are reported on the standard error
+    // stream.
+    explicit CheckedFile(OnFault onFault = {}) : m_onFault(std::move(onFault)) {}
     // Opens the file and reads its status. 0 also when the status is damaged, which is a fault: the
     // records may be readable all the same. -1 when the file cannot be opened.
     [[nodiscard]] int open(const std::string& path, FileKind kind);
@@ -46,6 +51,8 @@ public:
     [[nodiscard]] uint64_t records() const { return m_records; }
     [[nodiscard]] uint64_t visits() const { return m_visits; }
     [[nodiscard]] uint64_t faults() const { return m_faults; }
+    // A call of the system failed, which says nothing about the bytes.
+    [[nodiscard]] bool callFailed() const { return m_callFailed; }
     // The exit code that follows; a damaged file is reported on the standard error stream.
     [[nodiscard]] int verdict() const;
 
@@ -54,13 +61,17 @@ private:
     void checkStatus();
     void checkRecord(const UrlRecordView& record);
     void checkTotal();
+    void readFault(const std::string& what);
     void fault(const std::string& text);
 
+    OnFault m_onFault;
     std::string m_path;
     FileKind m_kind = FileKind::Day;
     UrlFile m_file;
     OrderCheck m_order{RecordOrder::Key};
+    bool m_statusRead = false;
     bool m_statusFits = false;
+    bool m_callFailed = false;
     uint64_t m_blocks = 0;
     uint64_t m_records = 0;
     uint64_t m_visits = 0;

@@ -30,6 +30,8 @@ int run(int argc, char** argv) {
     addBacklog(session);
     addHost(session);
     addCompare(session);
+    addVerify(session);
+    addDiff(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -37,6 +37,7 @@ public:
     // Throws Failure.
     [[nodiscard]] std::vector<std::string> accounts(const StatTree& tree,
                                                     bool allUnlessNamed = false) const;
+    // Those that the command line names.
     [[nodiscard]] const std::vector<std::string>& namedAccounts() const { return m_accounts; }
     [[nodiscard]] bool allAccounts() const { return m_allAccounts; }
     [[nodiscard]] const std::string& format() const { return m_format; }
@@ -68,5 +69,7 @@ void addReport(Session& session);
 void addBacklog(Session& session);
 void addHost(Session& session);
 void addCompare(Session& session);
+void addVerify(Session& session);
+void addDiff(Session& session);
 
 } // namespace kestrine::viewer

@@ -9,6 +9,8 @@ namespace {
 constexpr int g_tries = 10;
 constexpr uint32_t g_pause = 50; // ms; a replacement lacks the name between two renames only
 
+} // namespace
+
 bool isThere(const std::string& path) {
     for (int tries = 1; !platform().exists(path); ++tries) {
         if (tries == g_tries) {
@@ -18,8 +20,6 @@ bool isThere(const std::string& path) {
     }
     return true;
 }
-
-} // namespace
 
 std::unique_ptr<UrlFile> openStatFile(const std::string& path, uint32_t statusType) {
     // A name that goes between the look and the opening is on its way to be replaced.

@@ -9,6 +9,9 @@
 
 namespace kestrine::viewer {
 
+// Whether there is a file of this name, also if it is missing for the moment of a replacement.
+[[nodiscard]] bool isThere(const std::string& path);
+
 // Opens a file and reads its status, positioned before its first block. A name that is missing for
 // the moment of a replacement is tried again; null when there is no such file. What is open stays
 // what it was, whatever takes its name. Throws Failure when it is damaged or cannot be read.

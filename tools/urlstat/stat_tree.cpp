@@ -29,14 +29,6 @@ std::vector<std::string> directoriesIn(const std::string& directory) {
     return found;
 }
 
-std::string slashes(std::string path) {
-    std::ranges::replace(path, '\\', '/');
-    while (path.size() > 1 && path.ends_with('/')) {
-        path.pop_back();
-    }
-    return path;
-}
-
 std::string logDataAround(const std::string& root) {
     const std::string above(names::parentOf(root));
     return names::lastComponent(above) == "log_data" ? above : "";
@@ -62,6 +54,14 @@ void requireRoot(const std::string& root) {
     if (platform().info(root, info) != 0 || !info.isDirectory) {
         throw Failure(root + ": is no directory; --root DIR names the statistics root");
     }
+}
+
+std::string slashes(std::string path) {
+    std::ranges::replace(path, '\\', '/');
+    while (path.size() > 1 && path.ends_with('/')) {
+        path.pop_back();
+    }
+    return path;
 }
 
 TreePlace findTree(const std::string& root, const std::string& config) {

@@ -31,6 +31,9 @@ struct PeriodEntry {
     PeriodFiles files;
 };
 
+// With '/' between components and none at the end.
+[[nodiscard]] std::string slashes(std::string path);
+
 class StatTree {
 public:
     explicit StatTree(std::string root) : m_root(std::move(root)) {}

@@ -4,6 +4,16 @@
 
 namespace kestrine::viewer {
 
+namespace {
+
+// Most records of a large file are no larger than the smallest held: they are refused uncopied.
+bool isAbove(const UrlRecordView& record, const RankedRecord& smallest) {
+    return record.count > smallest.count ||
+           (record.count == smallest.count && record.key < smallest.key);
+}
+
+} // namespace
+
 TopQueue::TopQueue(uint32_t length) {
     if (m_queue.init(length) != 0) {
         throw std::bad_alloc();
@@ -12,7 +22,7 @@ TopQueue::TopQueue(uint32_t length) {
 }
 
 void TopQueue::push(const UrlRecordView& record) {
-    if (m_queue.full() && record.count < m_queue.top().count) {
+    if (m_queue.full() && !isAbove(record, m_queue.top())) {
         return;
     }
     UrlRecordPtr copy = makeUrlRecord(record);
