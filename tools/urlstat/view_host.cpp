@@ -286,7 +286,7 @@ void addHost(Session& session) {
                         "Hosts, as tables print them: \\xNN is a byte, \\\\ a backslash");
     command
         ->add_option("--suffix", options->suffixes,
-                     "A domain: itself and what ends in \".\" and it, summed; may be given again")
+                     "A domain with all below it, in these letter cases; may be given again")
         ->allow_extra_args(false);
     command->add_option("--by", options->by, "Rows per day, week or month")
         ->check(CLI::IsMember({"day", "week", "month"}))
