@@ -85,33 +85,39 @@ def test_every_fault_is_told_and_nothing_else(world: World) -> None:
 
     saved = Path(shutil.copytree(world.stat_root, world.root / "saved"))
     other = {name: (account / name).read_bytes() for name in ("20121231/topn/all.top", OTHER_DAY)}
-    for name, harm, text, meaning in [
-            (DAY, flip(60), "block 0 is damaged", "restored from its backup"),
-            (MONTH, flip(36), "block 0", "set aside"),
-            (WEEK, flip(-12), "checksum of the status", "set aside"),
-            (DAY, flip(-3), "the status is damaged", "set aside"),
-            (WAITING, flip(60), "block 0 is damaged", "logs are read again"),
-            (WAITING, put(other[OTHER_DAY][:-9]), "the status is damaged", "logs are read again"),
-            (LISTS + "/all.top", flip(60), "block 0 is damaged", "made again"),
-            (LISTS + "/all.top", put(other["20121231/topn/all.top"]), "place 1 ", "made again"),
-            (LISTS + "/1.top", Path.unlink, "is missing", "made again"),
-            (LISTS + "/all.top", rewrite(lambda records: records.pop()), "holds ", "made again"),
-            (LISTS + "/all.top", rewrite(edit(0, type=9)), "place 1 ", "made again"),
-            (DAY, rewrite(edit(-1, key=2**64 - 1)), "the key of record", "set aside"),
-            (DAY, rewrite(lambda records: records.reverse()), "record 1 is out", "set aside"),
-            (DAY, put(other[OTHER_DAY]), "another account or date", "set aside"),
-            (DAY, Path.unlink, "its backup is there", "renames"),
-            (WEEK, put(old_week), "lacks visits of 2012-12-30", "counted anew"),
-            (WEEK, rewrite(lambda records: records.pop(5)), "its dates make", "counted anew"),
-            (MONTH, rewrite(edit(7, visits=999)), "its dates make", "keeps it")]:
-        harm(account / name)
+    all_top = LISTS + "/all.top"
+    for harms in [  # those of a row do not touch each other
+            [(DAY, flip(60), "block 0 is damaged", "restored from its backup"),
+             (MONTH, flip(36), "block 0", "set aside"),
+             (WEEK, flip(-12), "checksum of the status", "set aside"),
+             (WAITING, flip(60), "block 0 is damaged", "logs are read again")],
+            [(DAY, flip(-3), "the status is damaged", "set aside"),
+             (OTHER_DAY, rewrite(edit(-1, key=2**64 - 1)), "the key of record", "set aside"),
+             (WAITING, put(other[OTHER_DAY][:-9]), "the status is damaged", "logs are read again")],
+            [(all_top, flip(60), "block 0 is damaged", "made again"),
+             (LISTS + "/1.top", Path.unlink, "is missing", "made again"),
+             (WEEK, put(old_week), "lacks visits of 2012-12-30", "counted anew")],
+            [(all_top, put(other["20121231/topn/all.top"]), "place 1:", "made again"),
+             (WEEK, rewrite(lambda records: records.pop(5)), "its dates make", "counted anew"),
+             (MONTH, rewrite(edit(7, visits=999)), "its dates make", "keeps it")],
+            [(all_top, rewrite(lambda records: records.pop()), "holds ", "made again"),
+             (OTHER_DAY, rewrite(lambda records: records.reverse()), "record 1 is", "set aside")],
+            [(all_top, rewrite(edit(0, type=9)), "place 1:", "made again"),
+             (OTHER_DAY, Path.unlink, "its backup is there", "renames")],
+            [(DAY, put(other[OTHER_DAY]), "another account or date", "set aside")]]:
+        for name, harm, _, _ in harms:
+            harm(account / name)
         code, found = rows(*verify)
-        told = [row for row in found if row["file"] == f"alice/{name}"]
-        assert code == 1 and text in told[0]["fault"] and meaning in told[0]["meaning"], (
-            name, text, found)
-        lists = Path(name).parent.name + "/topn/"  # those of a file that was changed are wrong, too
-        assert all(row in told or lists in row["file"] for row in found), (name, text, found)
-        (account / name).write_bytes((saved / "alice" / name).read_bytes())
+        assert code == 1
+        for name, _, text, meaning in harms:
+            told = next((row for row in found if row["file"] == f"alice/{name}"), None)
+            assert told and text in told["fault"] and meaning in told["meaning"], (name, text, found)
+            (account / name).write_bytes((saved / "alice" / name).read_bytes())
+        # The lists beside a file that was changed are wrong, too.
+        names = [f"alice/{name}" for name, *_ in harms]
+        places = [name.rpartition("/")[0] + "/topn/" for name in names]
+        assert [row for row in found if row["file"] not in names
+                and not row["file"].startswith(tuple(places))] == []
     assert rows("verify", seen(account / "20121230"), seen(account / WAITING)) == (0, [])
     assert run("urlstat", "verify", seen(account / "nothing"))[0] == 1
 
@@ -129,6 +135,9 @@ def test_every_fault_is_told_and_nothing_else(world: World) -> None:
         (records[3].key, records[3].visits, records[3].visits),
         (None, sum(record.visits for record in read_file(saved / "alice" / WEEK)[0]), None)]
     assert rows(*pair, "-n", "2") == (1, found[:2])
+    flip(60)(account / DAY)
+    assert [row["difference"] for row in rows(*pair)[1]] == [
+        "cannot be read", "only left has the file"]
     # A day that was removed is no fault, nor are lists that are still to be made.
     shutil.copy(saved / "alice" / WEEK, account / WEEK)
     shutil.rmtree(account / "20121230")

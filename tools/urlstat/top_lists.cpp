@@ -20,7 +20,12 @@ bool areEqual(const UrlRecordView& a, const UrlRecordView& b) {
 }
 
 std::string described(const UrlRecordView& record) {
-    return asciiText(record.url) + " with visits " + std::to_string(record.count);
+    constexpr size_t longest = 40; // columns; a line that nobody can read helps nobody
+    std::string host = asciiText(record.url);
+    if (host.size() > longest) {
+        host = host.substr(0, longest - 3) + "...";
+    }
+    return host + " " + std::to_string(record.count);
 }
 
 // The first difference says enough: those behind it mostly follow from it.
@@ -49,8 +54,8 @@ private:
         const size_t place = m_next++;
         if (m_equal && place < m_expected.size() && !areEqual(record, m_expected[place]->view())) {
             m_equal = false;
-            add("place " + std::to_string(place + 1) + " belongs to " +
-                described(m_expected[place]->view()) + ", the list says " + described(record));
+            add("place " + std::to_string(place + 1) + ": " + described(record) + ", rightly " +
+                described(m_expected[place]->view()));
         }
     }
     void add(const std::string& text) { m_faults.push_back({m_path, text}); }

@@ -64,7 +64,7 @@ private:
     using Place = std::tuple<std::string, Period, std::string>; // account, kind, first date
 
     [[nodiscard]] std::map<Place, Pair> pairs() const;
-    void compare(const PeriodEntry& period, Side left, Side right);
+    void compare(Side left, Side right);
     void compareRecords(const UrlRecordView& left, const UrlRecordView& right);
     void row(std::string_view what, const Value& left, const Value& right,
              const UrlRecordView* record);
@@ -93,7 +93,13 @@ int Diff::run() {
                 {"key", Kind::Key},
                 {"host", Kind::Bytes}});
     for (const auto& [place, pair] : pairs()) {
-        compare(pair.left ? *pair.left : *pair.right, openSide(pair.left), openSide(pair.right));
+        m_period = pair.left ? &*pair.left : &*pair.right;
+        try {
+            compare(openSide(pair.left), openSide(pair.right));
+        } catch (const Failure& failure) {
+            row("cannot be read", {}, {}, nullptr);
+            sink.note(failure.what());
+        }
     }
     std::string note = "differences: " + std::to_string(m_differences) + ", in " +
                        std::to_string(m_files) + " files";
@@ -129,8 +135,7 @@ std::map<Diff::Place, Diff::Pair> Diff::pairs() const {
     return pairs;
 }
 
-void Diff::compare(const PeriodEntry& period, Side left, Side right) {
-    m_period = &period;
+void Diff::compare(Side left, Side right) {
     m_files += left.isThere() || right.isThere() ? 1U : 0U;
     if (!left.isThere() || !right.isThere()) {
         if (left.isThere()) {

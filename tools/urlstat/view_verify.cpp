@@ -21,18 +21,18 @@ constexpr uint32_t g_pause = 100;    // ms between two looks
 
 std::string meaningOfDamage(const VerifyTarget& target) {
     if (target.kind == FileKind::TopList) {
-        return "made again when the file changes or a start finds it; sooner: stop the service, "
-               "remove "
-               "the directory topn, start it";
+        return "made again when the file changes or a start finds it; to be sure, remove topn "
+               "before a start";
     }
     if (names::newDayNumber(target.path) >= 0) {
         return "set aside at the next start; its logs are read again where they are still there";
     }
-    if (!names::isOfFormalFile(names::lastComponent(target.path))) {
-        return "a temporary file: the service makes it again";
+    if (!names::isOfFormalFile(names::lastComponent(target.path)) ||
+        names::formalOf(target.path) != target.path) {
+        return "none of the files that count; a backup is read only when its file is given up";
     }
     const std::string found = "set aside when a start or a merge finds it, and ";
-    if (platform().exists(names::backupOf(names::formalOf(target.path)))) {
+    if (platform().exists(names::backupOf(target.path))) {
         return found + "restored from its backup; what that lacks is merged again, or read again "
                        "from the logs, where these are there";
     }
