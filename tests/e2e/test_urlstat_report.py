@@ -102,6 +102,7 @@ def site() -> Iterator[tuple[World, Path]]:
         world.generate("--account=alice", "--account=r&d", visits=9000, first_date=20121228, days=6,
                        accounts=2)
         add_visits(world, "alice/devid_77/20130102", *[(SCRIPT, 5)] * 200, *[(b"\xff<&", 7)] * 199)
+        add_visits(world, "alice/devid_77/20121231", *[(b"gone.example", 3)] * 150)
         world.one_pass()
         pages = world.root / "pages & more"
         code, lines = run("urlstat", "--root", seen(world.stat_root), "report", "--index", seen(pages))
