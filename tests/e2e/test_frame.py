@@ -24,9 +24,9 @@ def test_programs_answer_without_a_start(world: World) -> None:
           f"statistics root: {seen(world.stat_root)} (not there)", account, "nothing is wrong"]),
         ("urlstat", "--version", 0, [f"urlstat {VERSION}"]),
         ("urlstat", "--help", 0, ["status"]),
-        ("urlstat", "status missing", 1, ["missing cannot be opened"]),
-        ("urlstat", "", 106, ["subcommand is required"]),
-        ("urlstat", "dump here --unknown", 109, ["--unknown"]),
+        ("urlstat", "status missing", 1, ["urlstat: missing: cannot be opened"]),
+        ("urlstat", "", 2, ["subcommand is required"]),
+        ("urlstat", "export here --unknown", 2, ["--unknown"]),
         ("mklogdata", "--version", 0, [f"mklogdata {VERSION}"]),
         ("mklogdata", "new --unknown", 109, ["--unknown"]),
     ]

@@ -24,14 +24,14 @@ int run(int argc, char** argv) {
     Session session(app);
     addPeriods(session);
     addTop(session);
+    addHost(session);
+    addCompare(session);
+    addBacklog(session);
+    addVerify(session);
+    addDiff(session);
     addExport(session);
     addStatus(session);
     addReport(session);
-    addBacklog(session);
-    addHost(session);
-    addCompare(session);
-    addVerify(session);
-    addDiff(session);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

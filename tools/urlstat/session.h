@@ -63,13 +63,13 @@ private:
 // The commands, each in its own file; each adds itself.
 void addPeriods(Session& session);
 void addTop(Session& session);
+void addHost(Session& session);
+void addCompare(Session& session);
+void addBacklog(Session& session);
+void addVerify(Session& session);
+void addDiff(Session& session);
 void addExport(Session& session);
 void addStatus(Session& session);
 void addReport(Session& session);
-void addBacklog(Session& session);
-void addHost(Session& session);
-void addCompare(Session& session);
-void addVerify(Session& session);
-void addDiff(Session& session);
 
 } // namespace kestrine::viewer
