@@ -14,6 +14,7 @@ bool comesFirst(const Change& a, const Change& b) {
 } // namespace
 
 void ChangeRanking::offer(const UrlRecordView& record, uint64_t before, uint64_t after) {
+    ++m_offered;
     Change change{record.key, before, after, record.type, {}};
     if (m_changes.size() == m_length) {
         if (!comesFirst(change, m_changes.front())) {

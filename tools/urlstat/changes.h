@@ -27,9 +27,11 @@ public:
     void offer(const UrlRecordView& record, uint64_t before, uint64_t after);
     // Empties the ranking, the largest first; of equal ones the lower key.
     [[nodiscard]] std::vector<Change> take();
+    [[nodiscard]] uint64_t offered() const { return m_offered; }
 
 private:
     size_t m_length;
+    uint64_t m_offered = 0;
     std::vector<Change> m_changes; // a heap, the one that goes next in front
 };
 

@@ -8,6 +8,8 @@
 
 #include "platform/platform.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <exception>
 

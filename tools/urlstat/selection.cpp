@@ -53,12 +53,12 @@ Selection selectRange(Session& session, const PeriodOptions& options) {
 
 } // namespace
 
-void addPeriodOptions(CLI::App& command, PeriodOptions& options) {
-    command.add_option("--day", options.day, "A date");
-    command.add_option("--week", options.week, "The week of a date");
-    command.add_option("--month", options.month, "A month (2024-03), or that of a date");
-    command.add_option("--from", options.from, "The days from this date");
-    command.add_option("--to", options.to, "... to this one");
+void addPeriodOptions(Command command, PeriodOptions& options) {
+    command.text("--day", options.day, "A date");
+    command.text("--week", options.week, "The week of a date");
+    command.text("--month", options.month, "A month (2024-03), or that of a date");
+    command.text("--from", options.from, "The days from this date");
+    command.text("--to", options.to, "... to this one");
 }
 
 Selection select(Session& session, const PeriodOptions& options) {

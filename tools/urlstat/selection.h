@@ -16,7 +16,7 @@ struct PeriodOptions {
     std::string from;
     std::string to;
 };
-void addPeriodOptions(CLI::App& command, PeriodOptions& options);
+void addPeriodOptions(Command command, PeriodOptions& options);
 
 // What was chosen.
 struct Selection {

@@ -3,6 +3,8 @@
 #include "failure.h"
 #include "frame/log.h"
 
+#include <CLI/CLI.hpp>
+
 namespace kestrine::viewer {
 
 Session::Session(CLI::App& app) : m_app(app) {
@@ -17,8 +19,8 @@ Session::Session(CLI::App& app) : m_app(app) {
     app.add_flag("--verbose", m_verbose, "Say more of how it was found out");
 }
 
-CLI::App* Session::addCommand(const std::string& name, const std::string& description,
-                              const std::string& example, std::function<int()> run) {
+Command Session::addCommand(const std::string& name, const std::string& description,
+                            const std::string& example, std::function<int()> run) {
     CLI::App* const command = m_app.add_subcommand(name, description);
     command->fallthrough();
     command->footer("Example:\n  urlstat " + example +
@@ -34,7 +36,7 @@ CLI::App* Session::addCommand(const std::string& name, const std::string& descri
         m_result = run();
         m_output.flush();
     });
-    return command;
+    return Command(*command);
 }
 
 const TreePlace& Session::place() {

@@ -2,11 +2,10 @@
 // from these.
 #pragma once
 
+#include "command.h"
 #include "formats.h"
 #include "output.h"
 #include "stat_tree.h"
-
-#include <CLI/CLI.hpp>
 
 #include <functional>
 #include <memory>
@@ -24,8 +23,8 @@ public:
 
     // A command: carried out by `run`, which returns the exit code, once the command line is read.
     // `example` is a command line without "urlstat ".
-    CLI::App* addCommand(const std::string& name, const std::string& description,
-                         const std::string& example, std::function<int()> run);
+    Command addCommand(const std::string& name, const std::string& description,
+                       const std::string& example, std::function<int()> run);
     // Exit code of the command that was carried out.
     [[nodiscard]] int result() const { return m_result; }
 

@@ -98,7 +98,7 @@ void addBacklog(Session& session) {
                     "backlog --config /opt/logging/ml/config/urlstat.ini\n"
                     "  urlstat backlog --format prometheus > /var/lib/node_exporter/kestrine.tmp",
                     [&session, all] { return showBacklog(session, *all); })
-        ->add_flag("--all", *all, "Rows where nothing waits, too");
+        .flag("--all", *all, "Rows where nothing waits, too");
 }
 
 } // namespace kestrine::viewer

@@ -1,4 +1,5 @@
 // Two periods side by side: which hosts rose and fell most, which are new, which are gone.
+#include "changes.h"
 #include "failure.h"
 #include "merged_files.h"
 #include "period_argument.h"
@@ -21,52 +22,6 @@ struct Options {
     uint32_t number = 10;
     uint64_t minVisits = 0;
     std::string kind;
-};
-
-struct Change {
-    uint64_t key = 0;
-    uint64_t before = 0; // visits
-    uint64_t after = 0;
-    uint32_t type = 0;
-    std::string host;
-
-    [[nodiscard]] uint64_t size() const { return before > after ? before - after : after - before; }
-    // The larger change; of equal ones the lower key.
-    [[nodiscard]] static bool comesFirst(const Change& a, const Change& b) {
-        return a.size() != b.size() ? a.size() > b.size() : a.key < b.key;
-    }
-};
-
-// The largest of the changes offered, which come in the order of their keys.
-class Ranking {
-public:
-    explicit Ranking(uint32_t length) : m_length(length) {}
-
-    void offer(const UrlRecordView& record, uint64_t before, uint64_t after) {
-        Change change{record.key, before, after, record.type, {}};
-        ++m_offered;
-        if (m_changes.size() == m_length) {
-            if (!Change::comesFirst(change, m_changes.front())) {
-                return;
-            }
-            std::ranges::pop_heap(m_changes, Change::comesFirst);
-            m_changes.pop_back();
-        }
-        change.host = record.url;
-        m_changes.push_back(std::move(change));
-        std::ranges::push_heap(m_changes, Change::comesFirst);
-    }
-    // The largest first; nothing can be offered afterwards.
-    [[nodiscard]] const std::vector<Change>& sorted() {
-        std::ranges::sort(m_changes, Change::comesFirst);
-        return m_changes;
-    }
-    [[nodiscard]] uint64_t offered() const { return m_offered; }
-
-private:
-    size_t m_length;
-    uint64_t m_offered = 0;
-    std::vector<Change> m_changes; // a heap, the one that goes next in front
 };
 
 // One of the two periods.
@@ -113,7 +68,7 @@ public:
     Compare(Session& session, const Options& options)
         : m_session(session), m_options(options), m_before(session, "PERIOD", options.before),
           m_after(session, "PERIOD", options.after),
-          m_rankings(g_kinds.size(), Ranking(options.number)) {}
+          m_rankings(g_kinds.size(), ChangeRanking(options.number)) {}
     int run();
 
 private:
@@ -125,7 +80,7 @@ private:
     const Options& m_options;
     Side m_before;
     Side m_after;
-    std::vector<Ranking> m_rankings;
+    std::vector<ChangeRanking> m_rankings;
     uint64_t m_unchanged = 0;
 };
 
@@ -174,7 +129,7 @@ void Compare::take() {
 }
 
 void Compare::show(size_t kind) {
-    for (const Change& change : m_rankings[kind].sorted()) {
+    for (const Change& change : m_rankings[kind].take()) {
         const Value ratio =
             change.before == 0
                 ? Value()
@@ -207,23 +162,19 @@ void Compare::say() const {
 
 void addCompare(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        session.addCommand("compare", "Hosts that rose, fell, are new or gone between two periods",
-                           "compare 2024-02 2024-03 --account alice --min-visits 100\n"
-                           "  urlstat compare week:2024-03-04 week:2024-03-11 --kind new",
-                           [&session, options] { return Compare(session, *options).run(); });
     const char* const forms = "2024-03-05, 2024-03, or day:DATE, week:DATE, month:DATE";
-    command->add_option("BEFORE", options->before, forms)->required();
-    command->add_option("AFTER", options->after, forms)->required();
-    command->add_option("-n", options->number, "Hosts of each kind to show")
-        ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
-        ->capture_default_str();
-    command->add_option("--min-visits", options->minVisits,
-                        "Leave out hosts with fewer visits in both periods");
-    command
-        ->add_option("--kind", options->kind,
-                     "Only hosts that \"rose\", \"fell\", are \"new\" or \"gone\"")
-        ->check(CLI::IsMember({"rose", "fell", "new", "gone"}));
+    session
+        .addCommand("compare", "Hosts that rose, fell, are new or gone between two periods",
+                    "compare 2024-02 2024-03 --account alice --min-visits 100\n"
+                    "  urlstat compare week:2024-03-04 week:2024-03-11 --kind new",
+                    [&session, options] { return Compare(session, *options).run(); })
+        .requiredText("BEFORE", options->before, forms)
+        .requiredText("AFTER", options->after, forms)
+        .number("-n", options->number, "Hosts of each kind to show", 1)
+        .number("--min-visits", options->minVisits,
+                "Leave out hosts with fewer visits in both periods")
+        .choice("--kind", options->kind, {g_kinds.begin(), g_kinds.end()},
+                "Only hosts that \"rose\", \"fell\", are \"new\" or \"gone\"");
 }
 
 } // namespace kestrine::viewer

@@ -193,14 +193,13 @@ void Diff::row(std::string_view what, const Value& left, const Value& right,
 
 void addDiff(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command =
-        session.addCommand("diff", "What two trees hold differently",
-                           "diff /var/backup/_urlstat log_data/_urlstat --account alice",
-                           [&session, options] { return Diff(session, *options).run(); });
-    command->add_option("LEFT", options->left, "Root of one tree")->required();
-    command->add_option("RIGHT", options->right, "Root of the other")->required();
-    command->add_option("-n", options->number, "Differences to show, 0 for all")
-        ->capture_default_str();
+    session
+        .addCommand("diff", "What two trees hold differently",
+                    "diff /var/backup/_urlstat log_data/_urlstat --account alice",
+                    [&session, options] { return Diff(session, *options).run(); })
+        .requiredText("LEFT", options->left, "Root of one tree")
+        .requiredText("RIGHT", options->right, "Root of the other")
+        .number("-n", options->number, "Differences to show, 0 for all");
 }
 
 } // namespace kestrine::viewer

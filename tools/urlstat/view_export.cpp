@@ -89,13 +89,13 @@ int exportRecords(Session& session, const Options& options) {
 
 void addExport(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command =
+    Command command =
         session.addCommand("export", "Every record of a file or of periods",
                            "export --month 2024-03 --account alice --format csv",
                            [&session, options] { return exportRecords(session, *options); });
-    command->add_option("FILE", options->file, "Statistics file or top list");
-    addPeriodOptions(*command, options->period);
-    command->add_flag("--blocks", options->blocks, "The headers of the file's blocks instead");
+    command.text("FILE", options->file, "Statistics file or top list");
+    addPeriodOptions(command, options->period);
+    command.flag("--blocks", options->blocks, "The headers of the file's blocks instead");
 }
 
 } // namespace kestrine::viewer

@@ -277,22 +277,18 @@ void Host::sayHow() const {
 
 void addHost(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = session.addCommand(
-        "host", "Visits of hosts, or of domains, per day, week or month",
-        "host example.com www.example.com --by week --account alice\n  urlstat host --suffix "
-        "example.com --from 2024-03-01 --to 2024-03-31",
-        [&session, options] { return Host(session, *options).run(); });
-    command->add_option("NAME", options->names,
-                        "Hosts, as tables print them: \\xNN is a byte, \\\\ a backslash");
-    command
-        ->add_option("--suffix", options->suffixes,
-                     "A domain with all below it, in these letter cases; may be given again")
-        ->allow_extra_args(false);
-    command->add_option("--by", options->by, "Rows per day, week or month")
-        ->check(CLI::IsMember({"day", "week", "month"}))
-        ->capture_default_str();
-    command->add_option("--from", options->from, "Periods from that of this date");
-    command->add_option("--to", options->to, "... to that of this one");
+    session
+        .addCommand("host", "Visits of hosts, or of domains, per day, week or month",
+                    "host example.com www.example.com --by week --account alice\n"
+                    "  urlstat host --suffix example.com --from 2024-03-01 --to 2024-03-31",
+                    [&session, options] { return Host(session, *options).run(); })
+        .texts("NAME", options->names,
+               "Hosts, as tables print them: \\xNN is a byte, \\\\ a backslash")
+        .texts("--suffix", options->suffixes,
+               "A domain with all below it, in these letter cases; may be given again")
+        .choice("--by", options->by, {"day", "week", "month"}, "Rows per day, week or month")
+        .text("--from", options->from, "Periods from that of this date")
+        .text("--to", options->to, "... to that of this one");
 }
 
 } // namespace kestrine::viewer

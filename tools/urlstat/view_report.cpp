@@ -151,20 +151,19 @@ void Index::show(const OverviewRow& row) {
 
 void addReport(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = session.addCommand(
-        "report", "The report of a month as a page for browsers, or of every month",
-        "report --account alice --month 2024-03 -o report.html\n  urlstat report --index reports",
-        [&session, options] {
-            return options->index.empty() ? writeOne(session, *options)
-                                          : Index(session, *options).run();
-        });
-    command->add_option("--month", options->month, "A month (2024-03), or that of a date");
-    CLI::Option* const output =
-        command->add_option("-o", options->output, "File of the page; else the standard output");
-    command
-        ->add_option("--index", options->index,
-                     "Directory for a page of each account and month, and an overview of them")
-        ->excludes(output);
+    session
+        .addCommand("report", "The report of a month as a page for browsers, or of every month",
+                    "report --account alice --month 2024-03 -o report.html\n"
+                    "  urlstat report --index reports",
+                    [&session, options] {
+                        return options->index.empty() ? writeOne(session, *options)
+                                                      : Index(session, *options).run();
+                    })
+        .text("--month", options->month, "A month (2024-03), or that of a date")
+        .text("-o", options->output, "File of the page; else the standard output")
+        .text("--index", options->index,
+              "Directory for a page of each account and month, and an overview of them")
+        .either("--index", "-o");
 }
 
 } // namespace kestrine::viewer

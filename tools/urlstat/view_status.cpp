@@ -50,8 +50,7 @@ void addStatus(Session& session) {
         .addCommand("status", "How far the logs are counted in a file",
                     "status 20240305/daycrcsort",
                     [&session, file] { return showStatus(session, *file); })
-        ->add_option("FILE", *file, "Statistics file or top list")
-        ->required();
+        .requiredText("FILE", *file, "Statistics file or top list");
 }
 
 } // namespace kestrine::viewer

@@ -151,16 +151,14 @@ void Top::show(const Answer& answer, const std::string& name) const {
 
 void addTop(Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command =
+    Command command =
         session.addCommand("top", "The busiest hosts of a file or of periods",
                            "top --month 2024-03 --account alice -n 20",
                            [&session, options] { return Top(session, *options).run(); });
-    command->add_option("FILE", options->file, "Statistics file or top list");
-    addPeriodOptions(*command, options->period);
-    command->add_option("--type", options->type, "Only hosts of this record type");
-    command->add_option("-n", options->number, "Hosts to show")
-        ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
-        ->capture_default_str();
+    command.text("FILE", options->file, "Statistics file or top list");
+    addPeriodOptions(command, options->period);
+    command.number("--type", options->type, "Only hosts of this record type")
+        .number("-n", options->number, "Hosts to show", 1);
 }
 
 } // namespace kestrine::viewer

@@ -288,8 +288,7 @@ void addVerify(Session& session) {
     session
         .addCommand("verify", "Whether every file is good, and what the service does if not",
                     "verify --account alice", [&session, paths] { return verify(session, *paths); })
-        ->add_option("PATH", *paths,
-                     "Files, or directories of the tree; without them the whole tree");
+        .texts("PATH", *paths, "Files, or directories of the tree; without them the whole tree");
 }
 
 } // namespace kestrine::viewer
