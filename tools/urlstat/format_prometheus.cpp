@@ -43,7 +43,8 @@ std::string metric(const std::string& name, const char* help, const Values& valu
     std::string text =
         "# HELP kestrine_" + name + " " + help + "\n# TYPE kestrine_" + name + " gauge\n";
     for (const auto& [where, value] : values) {
-        text += "kestrine_" + name + where + " " + std::to_string(value) + "\n";
+        text.append("kestrine_").append(name).append(where).append(" ");
+        text.append(std::to_string(value)).append("\n");
     }
     return text;
 }

@@ -56,6 +56,7 @@ public:
 
     void row(std::span<const Value> values) override {
         std::vector<std::string> cells;
+        cells.reserve(m_columns.size());
         for (size_t i = 0; i < m_columns.size(); ++i) {
             cells.push_back(cellText(m_columns[i], values[i]));
         }
@@ -97,6 +98,7 @@ private:
         }
         m_measuring = false;
         std::vector<std::string> headings;
+        headings.reserve(m_columns.size());
         for (const Column& column : m_columns) {
             headings.push_back(heading(column));
         }
@@ -115,15 +117,14 @@ private:
         size_t used = 0;
         for (size_t i = 0; i < cells.size(); ++i) {
             const std::string gap = i == 0 ? "" : "  ";
-            std::string cell = padded(i, cells[i], used + gap.size());
+            const std::string cell = padded(i, cells[i], used + gap.size());
             used += gap.size() + cell.size();
             const char* const own = colour != nullptr                ? colour
                                     : m_columns[i].kind == Kind::Bar ? g_cyan
                                                                      : nullptr;
-            if (m_output.coloured() && own != nullptr) {
-                cell = own + cell + g_plain;
-            }
-            line += gap + cell;
+            const bool inColour = m_output.coloured() && own != nullptr;
+            line.append(gap).append(inColour ? own : "");
+            line.append(cell).append(inColour ? g_plain : "");
         }
         m_output.write(line + "\n");
     }

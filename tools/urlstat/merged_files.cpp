@@ -13,6 +13,7 @@ namespace {
 
 void initReader(MergingReader& reader, const std::vector<std::unique_ptr<UrlFile>>& files) {
     std::vector<UrlFile*> inputs;
+    inputs.reserve(files.size());
     for (const std::unique_ptr<UrlFile>& file : files) {
         inputs.push_back(file.get());
     }
@@ -68,13 +69,13 @@ MergedFiles::MergedFiles(std::span<const PeriodEntry> periods) {
         m_total += file->statusTotal();
         m_files.push_back(std::move(file));
         if (m_files.size() == g_mostOpen) {
-            m_files = mergeToTemporary(std::move(m_files));
+            m_files = mergeToTemporary(m_files);
         }
     }
     initReader(m_reader, m_files);
 }
 
-MergedFiles::Files MergedFiles::mergeToTemporary(Files files) {
+MergedFiles::Files MergedFiles::mergeToTemporary(const Files& files) {
     MergingReader reader;
     initReader(reader, files);
     const std::string& path = m_temporary.emplace_back().path();

@@ -48,7 +48,7 @@ public:
 private:
     using Files = std::vector<std::unique_ptr<UrlFile>>;
 
-    [[nodiscard]] Files mergeToTemporary(Files files);
+    [[nodiscard]] Files mergeToTemporary(const Files& files);
 
     uint64_t m_total = 0;
     size_t m_count = 0;

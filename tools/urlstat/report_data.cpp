@@ -232,6 +232,7 @@ std::vector<PeriodDir> monthsOf(const StatTree& tree, const std::string& account
         }
     }
     std::vector<PeriodDir> list;
+    list.reserve(months.size());
     for (const auto& [begin, month] : months) {
         list.push_back(month);
     }

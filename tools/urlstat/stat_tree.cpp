@@ -131,7 +131,7 @@ std::vector<PeriodEntry> StatTree::periods(const std::string& account) const {
 
 std::vector<std::string> chosenAccounts(const StatTree& tree, const std::vector<std::string>& named,
                                         bool all) {
-    const std::vector<std::string> known = tree.accounts();
+    std::vector<std::string> known = tree.accounts();
     if (known.empty()) {
         throw Failure(tree.root() + ": holds no account; is it the statistics root?");
     }
