@@ -9,7 +9,7 @@ from contextlib import contextmanager
 from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parent.parent
-PROGRAMS = ["kestrine", "kestrine_bench", "mklogdata"]
+PROGRAMS = ["kestrine", "kestrine_bench", "mklogdata", "urlstat"]
 
 
 def call(*command: str | Path) -> str:

@@ -27,20 +27,21 @@ std::vector<Host> makeHosts(uint32_t number) {
     return hosts;
 }
 
-void writeHostFile(const std::string& path, const std::vector<const Host*>& hosts) {
+void writeHostFile(const std::string& path, const std::vector<const Host*>& hosts,
+                   const std::string& date) {
     UrlFile file;
     require(file.open(path, OpenMode::Truncate) == 0, "open a file for hosts");
     for (const Host* host : hosts) {
         require(file.writeOneRecord(host->view()) == 0, "write a host");
     }
-    DayStatus status = someStatus();
+    DayStatus status = someStatus(date);
     status.setTotalCount(file.totalCount());
     require(file.writeStatus(status) == 0 && file.close() == 0, "finish a file of hosts");
 }
 
-DayStatus someStatus() {
+DayStatus someStatus(const std::string& date) {
     DayStatus status;
-    status.entries().push_back({std::string(g_account) + "/devid_1/20240301", 0, 28});
+    status.entries().push_back({std::string(g_account) + "/devid_1/" + date, 0, 28});
     return status;
 }
 

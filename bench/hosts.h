@@ -22,11 +22,13 @@ struct Host {
 // So many of them, in key order.
 [[nodiscard]] std::vector<Host> makeHosts(uint32_t number);
 
-// Writes a finished file of these, which ascend by key.
-void writeHostFile(const std::string& path, const std::vector<const Host*>& hosts);
-
 // The account and the status of all such files.
 constexpr const char* g_account = "log_data/bench";
-[[nodiscard]] DayStatus someStatus();
+constexpr const char* g_date = "20240301";
+[[nodiscard]] DayStatus someStatus(const std::string& date = g_date);
+
+// Writes a finished file of these, which ascend by key.
+void writeHostFile(const std::string& path, const std::vector<const Host*>& hosts,
+                   const std::string& date = g_date);
 
 } // namespace kestrine::bench

@@ -35,8 +35,9 @@ void makeMonth(const std::string& root, uint32_t hosts) {
         pointers.push_back(&host);
     }
     for (const std::string& path : dayFiles(root)) {
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        writeHostFile(path, pointers);
+        const std::filesystem::path directory = std::filesystem::path(path).parent_path();
+        std::filesystem::create_directories(directory);
+        writeHostFile(path, pointers, directory.filename().string());
     }
 }
 
