@@ -51,10 +51,6 @@ void UrlRecordBlock::reset() {
     m_offset = 0;
 }
 
-size_t UrlRecordBlock::used() const {
-    return m_state == State::Records ? static_cast<size_t>(m_header.rawSize) : 0;
-}
-
 // ---- writing
 
 bool UrlRecordBlock::hasRoomFor(const UrlRecordView& record) const {
@@ -247,11 +243,7 @@ ByteView UrlRecordBlock::storedData() const {
     return m_stored;
 }
 
-bool UrlRecordBlock::hasCurrent() const {
-    return m_state == State::Records && m_recordIndex < m_header.count;
-}
-
-int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
+int UrlRecordBlock::examineCurrent(UrlRecordView& record) const {
     if (!hasCurrent()) {
         return LOG_FAIL("no current record, index %d count %d", m_recordIndex, m_header.count);
     }
@@ -277,12 +269,6 @@ int UrlRecordBlock::getCurrentUrlRecord(UrlRecordView& record) const {
                         static_cast<int32_t>(m_offset + record.size()), m_header.rawSize);
     }
     return 0;
-}
-
-void UrlRecordBlock::advance(const UrlRecordView& record) {
-    assert(hasCurrent() && record.size() <= used() - m_offset);
-    ++m_recordIndex;
-    m_offset += record.size();
 }
 
 void UrlRecordBlock::addToFirst(uint64_t count) {

@@ -9,6 +9,7 @@
 #include "storage/block_header.h"
 #include "storage/url_record.h"
 
+#include <cassert>
 #include <cstdint>
 
 namespace kestrine {
@@ -38,7 +39,9 @@ public:
     // Writes header and data; nothing when the block is empty. 0 or -1.
     [[nodiscard]] int writeOneBlock(File& file);
     // Bytes of records in the buffer.
-    [[nodiscard]] size_t used() const;
+    [[nodiscard]] size_t used() const {
+        return m_state == State::Records ? static_cast<size_t>(m_header.rawSize) : 0;
+    }
 
     // ---- reading; `endPos` is where the blocks of the file end.
     // Next block, decoded. 0; 1: no further block before `endPos`; g_damaged (reading.h): its bytes
@@ -60,12 +63,20 @@ public:
 
     [[nodiscard]] const BlockHeader& header() const { return m_header; }
     // True while a decoded block has a record at the cursor.
-    [[nodiscard]] bool hasCurrent() const;
+    [[nodiscard]] bool hasCurrent() const {
+        return m_state == State::Records && m_recordIndex < m_header.count;
+    }
     // The record at the cursor. 0, or -1 when it does not lie inside the decoded data or its count
     // is none that is ever written.
-    [[nodiscard]] int getCurrentUrlRecord(UrlRecordView& record) const;
+    [[nodiscard]] int getCurrentUrlRecord(UrlRecordView& record) const {
+        return isPlain(record) ? 0 : examineCurrent(record);
+    }
     // Moves past `record`, which is the one at the cursor.
-    void advance(const UrlRecordView& record);
+    void advance(const UrlRecordView& record) {
+        assert(hasCurrent() && record.size() <= used() - m_offset);
+        ++m_recordIndex;
+        m_offset += record.size();
+    }
     // Adds visits to the first record, which is at the cursor and was read, and to the header's
     // total, which has room for them. The record's count stops at the largest.
     void addToFirst(uint64_t count);
@@ -77,6 +88,14 @@ private:
         Stored,  // and its data, not decoded
     };
 
+    // Whether nothing needs to be said about the record at the cursor: it is whole, and not the
+    // block's last one, which has to end where the block does.
+    [[nodiscard]] bool isPlain(UrlRecordView& record) const {
+        return hasCurrent() && m_recordIndex + 1 < m_header.count &&
+               parseRecord(rawData().subspan(m_offset), record) == 0 &&
+               record.url.size() < g_maxHostText && isCount(record.count);
+    }
+    [[nodiscard]] int examineCurrent(UrlRecordView& record) const;
     [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
     [[nodiscard]] int readStored(File& file, int64_t cur);
     [[nodiscard]] int decode();

@@ -12,7 +12,6 @@
 #include <cassert>
 #include <cerrno>
 #include <new>
-#include <vector>
 
 namespace kestrine {
 
@@ -32,39 +31,13 @@ int renameDirectory(const std::string& from, const std::string& to) {
     return 0;
 }
 
-// As LessByCountAndKey orders them; counts of a file are positive as signed numbers.
-bool isAbove(const UrlRecordView& record, const RankedRecord& smallest) {
-    return record.count > smallest.count ||
-           (record.count == smallest.count && record.key < smallest.key);
-}
-
 } // namespace
-
-TopUrlRecord::~TopUrlRecord() {
-    const auto drain = [this](Queue& queue) {
-        while (queue.size() > 0) {
-            const UrlRecordPtr record(queue.top().record);
-            queue.pop();
-            --m_copies;
-        }
-    };
-    drain(m_all);
-    for (auto& [type, queue] : m_types) {
-        drain(queue);
-    }
-    if (m_copies != 0) {
-        LOG_ERROR("unfree count %d!!!", m_copies);
-    }
-}
 
 int TopUrlRecord::createTop(uint32_t statusType, const std::string& directory,
                             const std::string& path) {
-    assert(m_copies == 0 && m_types.empty()); // of one file only
+    assert(m_types.empty()); // of one file only
     if (directory.empty() || path.empty()) {
         return LOG_FAIL("assureNotEmpty fail");
-    }
-    if (m_all.init(g_listLength) != 0) {
-        return LOG_FAIL("init heap fail");
     }
     UrlFile file;
     const int ret = readFile(file, statusType, path);
@@ -98,64 +71,28 @@ int TopUrlRecord::readFile(UrlFile& file, uint32_t statusType, const std::string
         UrlRecordView record;
         const int ret = reader.readOneRecord(record);
         if (ret == 1) {
-            return fillOverallHeap();
+            return 0;
         }
         if (ret < 0) {
             return LOG_FAIL("read one record from %s fail", path.c_str());
         }
-        if (insertTypeHashMap(m_types, record) != 0) {
+        if (insertTypeHashMap(record) != 0) {
             return LOG_FAIL("insert heap fail");
         }
     }
     return 0;
 }
 
-// What is among the first of all is among the first of its type.
-int TopUrlRecord::fillOverallHeap() {
-    for (const auto& [type, queue] : m_types) {
-        for (const RankedRecord& ranked : queue.elements()) {
-            if (insertHeap(ranked.record->view(), m_all) != 0) {
-                return LOG_FAIL("insert heap fail");
-            }
-        }
-    }
-    return 0;
+int TopUrlRecord::insertHeap(const UrlRecordView& record, MostVisited& queue) {
+    return queue.add(record) == 0 ? 0 : LOG_FAIL("malloc fail, errno %d", errno);
 }
 
-// Most records of a large file do not reach the list: they are refused before they are copied.
-int TopUrlRecord::insertHeap(const UrlRecordView& record, Queue& queue) {
-    if (queue.full() && !isAbove(record, queue.top())) {
-        return 0;
-    }
-    UrlRecordPtr copy = makeUrlRecord(record);
-    if (!copy) {
-        return LOG_FAIL("malloc fail, errno %d", errno);
-    }
-    RankedRecord dropped;
-    const int ret = queue.push(RankedRecord(copy.get()), dropped);
-    if (ret < 0) {
-        return LOG_FAIL("insert fail");
-    }
-    (void)copy.release(); // the queue's, or `dropped`
-    ++m_copies;
-    if (ret == 1) {
-        const UrlRecordPtr freed(dropped.record);
-        --m_copies;
-    }
-    return 0;
-}
-
-int TopUrlRecord::insertTypeHashMap(std::map<uint32_t, Queue>& queues,
-                                    const UrlRecordView& record) {
-    Queue* queue = nullptr;
+int TopUrlRecord::insertTypeHashMap(const UrlRecordView& record) {
+    MostVisited* queue = nullptr;
     try {
-        queue = &queues[record.type];
+        queue = &m_types.try_emplace(record.type, g_listLength).first->second;
     } catch (const std::bad_alloc&) {
         return LOG_FAIL("new fail, errno %d", errno);
-    }
-    // A queue that was just made; one that was used is never empty again.
-    if (queue->size() == 0 && queue->init(g_listLength) != 0) {
-        return LOG_FAIL("init heap fail");
     }
     if (insertHeap(record, *queue) != 0) {
         return LOG_FAIL("insert heap fail");
@@ -202,6 +139,8 @@ int TopUrlRecord::writeOutTop(const std::string& directory) {
 }
 
 int TopUrlRecord::writeAllLists(const std::string& directory) {
+    MostVisited all(g_listLength);
+    std::vector<UrlRecordView> written;
     for (auto& [type, queue] : m_types) {
         if (stopRequested()) {
             LOG_DEBUG("find g_isRunning 0, stop");
@@ -211,21 +150,31 @@ int TopUrlRecord::writeAllLists(const std::string& directory) {
         if (path.size() > g_maxPath) {
             return LOG_FAIL("sprintf_n fail, errno %d", errno);
         }
-        if (writeOutOneHeap(queue, path) != 0) {
+        if (writeOutOneHeap(queue, path, written) != 0) {
             return LOG_FAIL("write out one heap to %s fail", path.c_str());
+        }
+        // What is among the first of all is among the first of its type.
+        for (const UrlRecordView& record : written) {
+            if (insertHeap(record, all) != 0) {
+                return LOG_FAIL("insert heap fail");
+            }
         }
     }
     // Last: the start-up check takes a set without it for one that is not there.
     const std::string path = names::topAllFile(directory);
-    if (writeOutOneHeap(m_all, path) != 0) {
+    if (writeOutOneHeap(all, path, written) != 0) {
         return LOG_FAIL("write out one heap to %s fail", path.c_str());
     }
     return 0;
 }
 
-int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
+int TopUrlRecord::writeOutOneHeap(MostVisited& queue, const std::string& path,
+                                  std::vector<UrlRecordView>& records) {
+    if (queue.rank(records) != 0) {
+        return LOG_FAIL("malloc fail, errno %d", errno);
+    }
     const std::string work = names::tempOf(path);
-    if (writeList(queue, work) != 0) {
+    if (writeList(records, work) != 0) {
         return -1;
     }
     if (platform().exists(path)) {
@@ -240,26 +189,13 @@ int TopUrlRecord::writeOutOneHeap(Queue& queue, const std::string& path) {
     return 0;
 }
 
-// Empties the queue, whose smallest record comes first, and writes it from the end.
-int TopUrlRecord::writeList(Queue& queue, const std::string& path) {
-    std::vector<UrlRecordPtr> records;
-    try {
-        // All room at once, so that nothing can fail while the queue is emptied.
-        records.reserve(queue.size());
-    } catch (const std::bad_alloc&) {
-        return LOG_FAIL("malloc fail, errno %d", errno);
-    }
-    while (queue.size() > 0) {
-        records.emplace_back(queue.top().record);
-        queue.pop();
-        --m_copies;
-    }
+int TopUrlRecord::writeList(const std::vector<UrlRecordView>& records, const std::string& path) {
     UrlFile file;
     if (file.open(path, OpenMode::Truncate) != 0) {
         return LOG_FAIL("open %s fail", path.c_str());
     }
-    for (auto record = records.rbegin(); record != records.rend(); ++record) {
-        if (file.writeOneRecord((*record)->view()) != 0) {
+    for (const UrlRecordView& record : records) {
+        if (file.writeOneRecord(record) != 0) {
             return LOG_FAIL("write one record to %s fail", path.c_str());
         }
     }

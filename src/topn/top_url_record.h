@@ -9,12 +9,13 @@
 //   topn            current
 #pragma once
 
-#include "aggregate/priority_queue.h"
+#include "aggregate/most_visited.h"
 #include "storage/url_file.h"
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace kestrine {
 
@@ -23,7 +24,6 @@ public:
     static constexpr uint32_t g_listLength = 10000;
 
     TopUrlRecord() = default;
-    ~TopUrlRecord();
     TopUrlRecord(const TopUrlRecord&) = delete;
     TopUrlRecord& operator=(const TopUrlRecord&) = delete;
 
@@ -35,23 +35,20 @@ public:
                                 const std::string& path);
 
 private:
-    using Queue = RecordQueue;
-
     [[nodiscard]] int readFile(UrlFile& file, uint32_t statusType, const std::string& path);
-    [[nodiscard]] int fillOverallHeap();
-    [[nodiscard]] int insertHeap(const UrlRecordView& record, Queue& queue);
-    [[nodiscard]] int insertTypeHashMap(std::map<uint32_t, Queue>& queues,
-                                        const UrlRecordView& record);
+    [[nodiscard]] int insertTypeHashMap(const UrlRecordView& record);
+    [[nodiscard]] static int insertHeap(const UrlRecordView& record, MostVisited& queue);
     [[nodiscard]] int writeOutTop(const std::string& directory);
     // 0; 1 after a stop, with a part of the lists; -1.
     [[nodiscard]] int writeAllLists(const std::string& directory);
-    [[nodiscard]] int writeOutOneHeap(Queue& queue, const std::string& path);
-    [[nodiscard]] int writeList(Queue& queue, const std::string& path);
+    // `records` are those that were written.
+    [[nodiscard]] static int writeOutOneHeap(MostVisited& queue, const std::string& path,
+                                             std::vector<UrlRecordView>& records);
+    [[nodiscard]] static int writeList(const std::vector<UrlRecordView>& records,
+                                       const std::string& path);
     [[nodiscard]] static int setAside(const std::string& path);
 
-    Queue m_all;
-    std::map<uint32_t, Queue> m_types;
-    int32_t m_copies = 0; // records held
+    std::map<uint32_t, MostVisited> m_types;
 };
 
 } // namespace kestrine

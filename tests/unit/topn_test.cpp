@@ -10,12 +10,13 @@ using namespace test;
 
 using TopUrlRecordTest = StatTree;
 
-// More records than a list takes, and few counts, so that most tie, at the end of the list too; a
-// type of very many records and types of one. Lists that were left over are not promoted.
+// Several times as many records as a list takes, and few counts, so that most tie, at the end of
+// the list too; a type of very many records and types of one. Lists that were left over are not
+// promoted.
 TEST_F(TopUrlRecordTest, ListsAreARecountOfTheFile) {
     std::mt19937_64 random(1);
     const std::string directory = g_accountDir + std::string("/20120303");
-    TestRecords records = randomRecords(random, 12000, 3, 12);
+    TestRecords records = randomRecords(random, 40000, 3, 12);
     for (TestRecord& record : records) {
         record.count = 1 + random() % 3;
         record.type = random() % 50 == 0 ? static_cast<uint32_t>(random()) : 7;

@@ -1,7 +1,7 @@
-// The most visited of the records pushed, in memory for these alone, however many there are.
+// The most visited of the records pushed, in memory for little more than these, however many pass.
 #pragma once
 
-#include "aggregate/priority_queue.h"
+#include "aggregate/most_visited.h"
 #include "storage/url_record.h"
 
 #include <cstdint>
@@ -11,13 +11,13 @@ namespace kestrine::viewer {
 
 class TopQueue {
 public:
-    explicit TopQueue(uint32_t length);
+    explicit TopQueue(uint32_t length) : m_records(length) {}
     void push(const UrlRecordView& record);
-    // Empties the queue, the most visited record first; of equal ones the lower key.
+    // What it holds, the most visited record first; of equal ones the lower key.
     [[nodiscard]] std::vector<UrlRecordPtr> take();
 
 private:
-    RecordQueue m_queue;
+    MostVisited m_records;
 };
 
 } // namespace kestrine::viewer
