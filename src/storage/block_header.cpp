@@ -2,8 +2,6 @@
 
 #include "frame/log.h"
 
-#include <algorithm>
-
 namespace kestrine {
 
 void BlockHeader::store(std::span<uint8_t, g_size> bytes) const {
@@ -24,15 +22,6 @@ void BlockHeader::load(std::span<const uint8_t, g_size> bytes) {
     rawSize = loadLittle<int32_t>(bytes.data() + 28);
     flag = loadLittle<uint32_t>(bytes.data() + 32);
     count = loadLittle<int32_t>(bytes.data() + 36);
-}
-
-void BlockHeader::add(const UrlRecordView& record) {
-    minKey = std::min(minKey, record.key);
-    maxKey = std::max(maxKey, record.key);
-    // Added without a sign: the counts of a damaged file may sum up to anything, and a signed
-    // overflow would be undefined.
-    totalCount = static_cast<int64_t>(static_cast<uint64_t>(totalCount) + record.count);
-    ++count;
 }
 
 // Sizes and flag are left out: they tell how the block was stored, not what its records are.

@@ -12,6 +12,8 @@
 
 #include "storage/url_record.h"
 
+#include <algorithm>
+
 namespace kestrine {
 
 struct BlockHeader {
@@ -30,7 +32,14 @@ struct BlockHeader {
 
     // Takes a record into what the header says of all: keys, total, number. A total that is too
     // large wraps.
-    void add(const UrlRecordView& record);
+    void add(const UrlRecordView& record) {
+        minKey = std::min(minKey, record.key);
+        maxKey = std::max(maxKey, record.key);
+        // Added without a sign: the counts of a damaged file may sum up to anything, and a signed
+        // overflow would be undefined.
+        totalCount = static_cast<int64_t>(static_cast<uint64_t>(totalCount) + record.count);
+        ++count;
+    }
     // Whether the other header says the same of its records.
     [[nodiscard]] bool agrees(const BlockHeader& other) const;
 };

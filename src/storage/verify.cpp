@@ -7,16 +7,6 @@
 
 namespace kestrine {
 
-bool OrderCheck::next(const UrlRecordView& record) {
-    const bool byCount = m_order == RecordOrder::Count && record.count != m_lastCount;
-    // Equal keys do not follow each other: a key stands once, and in a list it breaks ties.
-    const bool follows = m_first || (byCount ? record.count < m_lastCount : record.key > m_lastKey);
-    m_first = false;
-    m_lastKey = record.key;
-    m_lastCount = record.count;
-    return follows;
-}
-
 int VerifyingReader::readOneRecord(UrlRecordView& record) {
     const int ret = m_file.readOneRecord(record);
     if (ret < 0) {

@@ -18,7 +18,16 @@ class OrderCheck {
 public:
     explicit OrderCheck(RecordOrder order) : m_order(order) {}
     // Whether the record may follow the one before.
-    [[nodiscard]] bool next(const UrlRecordView& record);
+    [[nodiscard]] bool next(const UrlRecordView& record) {
+        const bool byCount = m_order == RecordOrder::Count && record.count != m_lastCount;
+        // Equal keys do not follow each other: a key stands once, and in a list it breaks ties.
+        const bool follows =
+            m_first || (byCount ? record.count < m_lastCount : record.key > m_lastKey);
+        m_first = false;
+        m_lastKey = record.key;
+        m_lastCount = record.count;
+        return follows;
+    }
 
 private:
     RecordOrder m_order;
