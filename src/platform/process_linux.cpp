@@ -1,4 +1,5 @@
 // The single-instance name, the lock file, the console and the signals.
+#include "platform/closed_pipe.h"
 #include "platform/system_linux.h"
 
 #include <fcntl.h>
@@ -236,6 +237,10 @@ int startSignalThread(std::span<const int> signals, void (*handler)(int)) {
         return fail(error.code().value());
     }
     return 0;
+}
+
+bool isClosedPipe(int error) {
+    return error == EPIPE;
 }
 
 } // namespace kestrine

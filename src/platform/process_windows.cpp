@@ -1,7 +1,9 @@
 // The single-instance name, the lock file and the signals.
+#include "platform/closed_pipe.h"
 #include "platform/system_windows.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <string>
 #include <utility>
@@ -220,6 +222,11 @@ int handleSignals(std::span<const int> signals, void (*handler)(int)) {
         }
     }
     return SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? 0 : fail();
+}
+
+// The C library has no number of its own for ERROR_NO_DATA, "the pipe is being closed".
+bool isClosedPipe(int error) {
+    return error == EPIPE || error == EINVAL;
 }
 
 } // namespace kestrine

@@ -382,6 +382,14 @@ int UrlFile::readBlockData(ByteView& data) {
     return 0;
 }
 
+int UrlFile::takeBlockData(std::span<uint8_t> memory, ByteView& data) {
+    if (m_file == nullptr || !m_block.awaitsData()) {
+        return LOG_FAIL("param invalid");
+    }
+    const int result = m_block.takeBlockData(*m_file, m_endPos, memory, data);
+    return result == 0 ? 0 : failedRead(result, "read block data");
+}
+
 int UrlFile::skipBlockData() {
     if (m_file == nullptr || !m_block.awaitsData()) {
         return LOG_FAIL("param invalid");

@@ -70,6 +70,9 @@ public:
     [[nodiscard]] int readBlockHeader(BlockHeader& header);
     [[nodiscard]] int readBlockData(ByteView& data);
     [[nodiscard]] int unCompress();
+    // Instead, into `memory` of the caller's, of g_blockCapacity bytes, to be decoded there. Goes
+    // on behind it. 0 or -1.
+    [[nodiscard]] int takeBlockData(std::span<uint8_t> memory, ByteView& data);
     // Instead of reading the data: goes on behind it. 0 or -1.
     [[nodiscard]] int skipBlockData();
 

@@ -140,10 +140,8 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     if (!awaitsData()) {
         return LOG_FAIL("ERROR");
     }
-    const int64_t cur = file.tell();
-    // A position that cannot be told is an error; sizes that the file cannot keep are damage.
-    int result = cur < 0 ? LOG_FAIL("_ftelli64 fail, errno %d", errno)
-                         : (checkBlockData(cur, endPos) == 0 ? 0 : g_damaged);
+    int64_t cur = 0;
+    int result = findData(file, endPos, cur);
     if (result == 0) {
         result = readStored(file, cur);
     }
@@ -155,17 +153,40 @@ int UrlRecordBlock::readBlockData(File& file, int64_t endPos) {
     return 0;
 }
 
-int UrlRecordBlock::skipBlockData(File& file, int64_t endPos) {
-    const int64_t cur = file.tell();
-    if (cur < 0) {
-        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
+int UrlRecordBlock::takeBlockData(File& file, int64_t endPos, std::span<uint8_t> memory,
+                                  ByteView& data) {
+    if (!awaitsData() || memory.size() < m_buffer.size()) {
+        return LOG_FAIL("ERROR");
     }
-    if (checkBlockData(cur, endPos) != 0) {
-        return g_damaged;
+    int64_t cur = 0;
+    int result = findData(file, endPos, cur);
+    if (result == 0) {
+        const std::span<uint8_t> target = memory.first(static_cast<size_t>(m_header.blockSize));
+        data = target;
+        result = readExactly(file, cur, target);
+    }
+    reset();
+    return result;
+}
+
+int UrlRecordBlock::skipBlockData(File& file, int64_t endPos) {
+    int64_t cur = 0;
+    if (const int result = findData(file, endPos, cur); result != 0) {
+        return result;
     }
     const int64_t next = cur + m_header.blockSize;
     reset();
     return file.seek(next) == 0 ? 0 : LOG_FAIL("_fseeki64 fail, errno %d", errno);
+}
+
+// Where the file stands, before the data. A position that cannot be told is an error; sizes that
+// the file cannot keep are damage. 0, g_damaged or -1.
+int UrlRecordBlock::findData(File& file, int64_t endPos, int64_t& cur) const {
+    cur = file.tell();
+    if (cur < 0) {
+        return LOG_FAIL("_ftelli64 fail, errno %d", errno);
+    }
+    return checkBlockData(cur, endPos) == 0 ? 0 : g_damaged;
 }
 
 // Raw data into the block's own buffer, a stream into the one that all blocks share.

@@ -51,6 +51,10 @@ public:
     [[nodiscard]] int readBlockHeader(File& file, int64_t endPos);
     [[nodiscard]] int readBlockData(File& file, int64_t endPos);
     [[nodiscard]] int unCompress();
+    // Instead, into `memory` of the caller's, at least as large as the block's own. 0, g_damaged or
+    // -1.
+    [[nodiscard]] int takeBlockData(File& file, int64_t endPos, std::span<uint8_t> memory,
+                                    ByteView& data);
     // Instead of reading the data: leaves the file behind it. 0, g_damaged or -1.
     [[nodiscard]] int skipBlockData(File& file, int64_t endPos);
     // A header was read, its data not yet.
@@ -96,6 +100,7 @@ private:
                record.url.size() < g_maxHostText && isCount(record.count);
     }
     [[nodiscard]] int examineCurrent(UrlRecordView& record) const;
+    [[nodiscard]] int findData(File& file, int64_t endPos, int64_t& cur) const;
     [[nodiscard]] int checkBlockData(int64_t cur, int64_t endPos) const;
     [[nodiscard]] int readStored(File& file, int64_t cur);
     [[nodiscard]] int decode();

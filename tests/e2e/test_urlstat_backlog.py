@@ -96,6 +96,13 @@ def test_backlog_before_beside_and_after_the_service(world: World) -> None:
     world.append(1000)
     waiting = {node: row for node, row in expected(world, reached).items() if row[1]}
     assert waiting and told(world) == waiting
+    # Of each node the newest, which was just written, is left alone for so long.
+    world.configure(settleTime=86400)
+    rows = json.loads("\n".join(ask(world, "--format", "json")))
+    assert {(row["account"], row["device"], row["date"].replace("-", "")):
+            row["waiting_files"] + 1 for row in rows if row["settling_files"] == 1} == {
+        node: number for node, (_, number, _) in waiting.items()}
+    world.configure()
     logs = list(world.log_data.glob("alice/devid_*/*/A/0/*.dat"))
     os.utime(max(logs, key=lambda path: int(path.stem)), (0, time.time() - 5000))
     sums: Counter[str] = Counter()

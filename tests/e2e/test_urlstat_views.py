@@ -98,6 +98,8 @@ def test_says_what_is_wrong_in_one_line(counted: World) -> None:
             (2, "choose one of", ("top", "--account", "bob", *tree)),
             (2, "--root", ("periods",)),
             (2, "--help", ("periods", "--nothing")),
+            (2, "--nothing: unknown option", ("--nothing",)),
+            (2, "tip: unknown subcommand", ("tip", "--day", "20121230")),
             (1, "has no account eve", ("periods", "--account", "eve", *tree)),
             (1, "has nothing of", ("top", "--day", "20121229", "--account", "bob", *tree)),
             (1, "cannot be opened", ("top", "/etc/nothing"))]:

@@ -106,6 +106,9 @@ TEST(UrlKey, EqualsOtherImplementations) {
             text.add(1, {37 * i + 200});
         }
         folded = std::rotl(folded, 7) ^ urlKey(Bytes(text));
+        Bytes longer = text;
+        longer.resize(length + g_keyReadsOn, 0xa5);
+        EXPECT_EQ(urlKeyReadingOn(ByteView(longer).first(length)), urlKey(Bytes(text))) << length;
     }
     EXPECT_EQ(folded, 0xba08caac8c5c1b0U);
 }

@@ -10,6 +10,7 @@
 #include "failure.h"
 #include "frame/text.h"
 #include "input/abstract_new_data.h"
+#include "input/log_file_due.h"
 #include "stat_file.h"
 #include "tree/listing.h"
 #include "tree/names.h"
@@ -114,7 +115,8 @@ bool tryProgress(const std::string& accountDir, const std::string& date, DatePro
     return true;
 }
 
-void addWaiting(const std::string& typeDirectory, int32_t reached, BacklogRow& row) {
+void addWaiting(const std::string& typeDirectory, int32_t reached, int32_t settleTime,
+                BacklogRow& row) {
     if (reached == std::numeric_limits<int32_t>::max()) {
         return;
     }
@@ -126,8 +128,13 @@ void addWaiting(const std::string& typeDirectory, int32_t reached, BacklogRow& r
         const int32_t number = numberOf(path);
         FileInfo info;
         // Only what the service would find under this name; one that is gone does not wait.
-        if (number > reached && path == names::datFile(typeDirectory, number) &&
-            platform().info(path, info) == 0 && !info.isDirectory) {
+        if (number <= reached || path != names::datFile(typeDirectory, number) ||
+            platform().info(path, info) != 0 || info.isDirectory) {
+            return 0;
+        }
+        if (settleTime > 0 && isLogFileDue(typeDirectory, number, settleTime) == 0) {
+            ++row.settlingFiles;
+        } else {
             ++row.waitingFiles;
             row.waitingBytes += static_cast<uint64_t>(info.size);
             row.oldestSeconds =
@@ -147,8 +154,8 @@ void addWaiting(const std::string& typeDirectory, int32_t reached, BacklogRow& r
 
 class Reader {
 public:
-    Reader(const StatTree& tree, bool all, Backlog& backlog)
-        : m_tree(tree), m_all(all), m_backlog(backlog) {}
+    Reader(const StatTree& tree, bool all, int32_t settleTime, Backlog& backlog)
+        : m_tree(tree), m_all(all), m_settleTime(settleTime), m_backlog(backlog) {}
 
     void readAccount(const std::string& account, const std::string& logs);
 
@@ -159,6 +166,7 @@ private:
 
     const StatTree& m_tree;
     bool m_all;
+    int32_t m_settleTime; // in seconds
     Backlog& m_backlog;
 };
 
@@ -209,19 +217,19 @@ void Reader::readDate(const std::string& account, const std::string& date, const
         progress.reached.emplace(device, -1);
     }
     for (const auto& [device, reached] : progress.reached) {
-        BacklogRow row{account, device, date, {}, 0, 0, {}, 0};
+        BacklogRow row{account, device, date, {}, 0, 0, {}, 0, 0};
         const auto node = devices.find(device);
         // Where the position cannot be read nobody can tell what waits.
         if (known) {
             row.countedUpTo = reached;
         }
         if (known && node != devices.end()) {
-            addWaiting(node->second, reached, row);
+            addWaiting(node->second, reached, m_settleTime, row);
         }
         m_backlog.rows.push_back(std::move(row));
     }
     if (progress.newDayFiles > 0) {
-        m_backlog.rows.push_back({account, "", date, {}, 0, 0, {}, progress.newDayFiles});
+        m_backlog.rows.push_back({account, "", date, {}, 0, 0, {}, progress.newDayFiles, 0});
     }
 }
 
@@ -275,7 +283,7 @@ Backlog readBacklog(Session& session, bool all) {
     Backlog backlog;
     backlog.service = platform().probeLock(names::lockFile(place.root));
     const StatTree tree(place.root);
-    Reader reader(tree, all, backlog);
+    Reader reader(tree, all, place.settleTime, backlog);
     for (const auto& [account, logs] : chosenAccounts(session, place, tree)) {
         reader.readAccount(account, logs);
     }

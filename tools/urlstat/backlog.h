@@ -24,8 +24,12 @@ struct BacklogRow {
     uint64_t waitingBytes = 0;
     std::optional<int64_t> oldestSeconds; // since the oldest that waits was changed
     uint64_t newDayFiles = 0;
+    // Which do not wait yet: a node's newest one, while it has not rested for the `settleTime`.
+    uint64_t settlingFiles = 0;
 
-    [[nodiscard]] bool waits() const { return waitingFiles > 0 || newDayFiles > 0; }
+    [[nodiscard]] bool waits() const {
+        return waitingFiles > 0 || newDayFiles > 0 || settlingFiles > 0;
+    }
 };
 
 struct Backlog {

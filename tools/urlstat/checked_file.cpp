@@ -1,7 +1,6 @@
 #include "checked_file.h"
 
 #include "failure.h"
-#include "storage/url_key.h"
 #include "tree/names.h"
 
 #include <cstdio>
@@ -55,58 +54,43 @@ void CheckedFile::checkStatus() {
     }
 }
 
-void CheckedFile::readAll(const OnBlock& onBlock, const OnRecord& onRecord) {
-    int result = 0;
-    while ((result = m_file.readUrlRecordBlocks()) == 0) {
-        onBlock(m_blocks, m_file.block().header());
-        if (readBlock(onRecord) != 0) {
-            m_file.setBroken();
-            break;
-        }
-        ++m_blocks;
+bool CheckedFile::nextBlock() {
+    const int result = m_file.readUrlRecordBlocks();
+    m_readToEnd = result == 1;
+    return result == 0;
+}
+
+void CheckedFile::tellOfRecord(uint64_t number, bool inOrder, bool hasKey) {
+    if (!inOrder) {
+        fault("record " + std::to_string(number) + " is out of order");
     }
+    if (!hasKey) {
+        fault("the key of record " + std::to_string(number) + " is not that of its host");
+    }
+}
+
+// With what was seen of its records. Not whole, it is the last one, and false.
+bool CheckedFile::endBlock(const BlockHeader& seen, bool whole) {
+    m_records += static_cast<uint64_t>(seen.count);
+    m_visits += static_cast<uint64_t>(seen.totalCount); // wraps, as the writer's does
+    if (!whole) {
+        m_file.setBroken();
+        return false;
+    }
+    if (!seen.agrees(m_file.block().header())) {
+        fault("the header of block " + std::to_string(m_blocks) + " does not fit its records");
+    }
+    ++m_blocks;
+    return true;
+}
+
+void CheckedFile::checkEnd() {
     // Without a status the end of the blocks is not known: whatever follows them fails to be read.
-    if (result != 1 && m_statusRead) {
+    if (!m_readToEnd && m_statusRead) {
         readFault("block " + std::to_string(m_blocks));
     } else {
         checkTotal();
     }
-}
-
-// The whole block at once: every record of every file comes by here.
-int CheckedFile::readBlock(const OnRecord& onRecord) {
-    const BlockHeader& header = m_file.block().header();
-    ByteView rest = m_file.block().rawData();
-    BlockHeader seen;
-    UrlRecordView record;
-    while (seen.count < header.count) {
-        if (parseRecord(rest, record) != 0 || !isCount(record.count)) {
-            return -1;
-        }
-        rest = rest.subspan(record.size());
-        checkRecord(record);
-        seen.add(record);
-        onRecord(record);
-    }
-    if (!rest.empty()) {
-        return -1; // a count that is too low would hide records
-    }
-    if (!seen.agrees(header)) {
-        fault("the header of block " + std::to_string(m_blocks) + " does not fit its records");
-    }
-    return 0;
-}
-
-void CheckedFile::checkRecord(const UrlRecordView& record) {
-    if (!m_order.next(record)) {
-        fault("record " + std::to_string(m_records) + " is out of order");
-    }
-    // The key of a host that was cut cannot be computed from what is left of it.
-    if (record.url.size() < g_maxHostText && urlKey(asBytes(record.url)) != record.key) {
-        fault("the key of record " + std::to_string(m_records) + " is not that of its host");
-    }
-    m_visits += record.count;
-    ++m_records;
 }
 
 void CheckedFile::checkTotal() {

@@ -11,7 +11,8 @@ namespace {
 
 constexpr size_t g_rowsToMeasure = 1000; // the widths of columns follow the first so many
 constexpr size_t g_longestBar = 30;
-constexpr size_t g_narrowest = 12; // the last column keeps so much, however narrow the terminal
+constexpr size_t g_narrowest = 20; // the last column goes below the others before it has less
+constexpr size_t g_indent = 4;     // there
 
 constexpr const char* g_bold = "\x1b[1m";
 constexpr const char* g_cyan = "\x1b[36m";
@@ -129,7 +130,7 @@ private:
         m_output.write(line + "\n");
     }
 
-    // As wide as its column; the last one is cut where the terminal ends.
+    // As wide as its column; the last one goes on below where the terminal ends.
     [[nodiscard]] std::string padded(size_t column, const std::string& cell, size_t used) const {
         const bool last = column + 1 == m_columns.size();
         const size_t padding = m_widths[column] - std::min(m_widths[column], cell.size());
@@ -140,8 +141,29 @@ private:
             return cell + std::string(padding, ' ');
         }
         const auto width = static_cast<size_t>(m_output.width());
-        const size_t room = std::max(g_narrowest, width - std::min(width, used));
-        return width == 0 || cell.size() <= room ? cell : cell.substr(0, room - 3) + "...";
+        if (width == 0) {
+            return cell;
+        }
+        if (m_columns[column].kind == Kind::Bar) {
+            return cell.substr(0, width - std::min(width, used));
+        }
+        // Without room beside the other columns, below them.
+        const size_t place = used + g_narrowest <= width ? used : std::min(g_indent, width / 2);
+        const std::string text = wrapped(cell, place, std::max<size_t>(width - place, 1));
+        return place == used || cell.empty() ? text : "\n" + std::string(place, ' ') + text;
+    }
+
+    // In lines of at most `room` columns, each but the first behind `place` spaces. Words stay
+    // whole where they fit.
+    static std::string wrapped(std::string_view cell, size_t place, size_t room) {
+        std::string text;
+        while (cell.size() > room) {
+            const size_t space = cell.rfind(' ', room);
+            const bool whole = space != std::string_view::npos && space > 0;
+            text.append(cell.substr(0, whole ? space : room)).append("\n").append(place, ' ');
+            cell.remove_prefix(whole ? space + 1 : room);
+        }
+        return text.append(cell);
     }
 
     Output& m_output;

@@ -1,14 +1,18 @@
 // Single hosts in many statistics files: only the blocks that may hold one are decoded, by as many
 // threads as the machine has processors.
 //
-//   1. `add` walks the headers of one file after another, and copies the blocks that may hold a key
-//   2. each batch of copies is decoded and searched, by all threads
+//   1. `add` walks the headers of one file after another, and reads the blocks that may hold a key
+//   2. these are decoded and searched by all threads, while the walk goes on
 //   3. after `finish`, `found` tells what each file holds
 #pragma once
 
+#include "frame/buffer.h"
 #include "storage/url_file.h"
+#include "work_places.h"
 
+#include <atomic>
 #include <cstdint>
+#include <deque>
 #include <span>
 #include <string>
 #include <vector>
@@ -40,31 +44,30 @@ private:
     struct Answer {
         std::string path;
         std::vector<Found> found;
-        int result = 0; // of its blocks
+        std::atomic<int> result = 0; // of its blocks: 0, or that of one that is not
     };
     // A block that may hold some of the keys.
     struct Job {
-        size_t answer = 0;
+        Answer* answer = nullptr;
         size_t firstKey = 0;
         size_t endKey = 0;
         BlockHeader header;
-        std::vector<uint8_t> stored;
-        int result = 0; // g_damaged; -1: no memory
+        Buffer memory;
+        ByteView stored; // in it
     };
 
     [[nodiscard]] bool nextHeader(UrlFile& file, BlockHeader& header);
     void keepBlock(UrlFile& file, const BlockHeader& header, size_t firstKey, size_t endKey);
-    void searchWaiting();
-    [[nodiscard]] int searchBlock(const Job& job, std::span<uint8_t> buffer);
-    [[nodiscard]] int searchRecords(const Job& job, ByteView records);
+    [[nodiscard]] int searchBlock(const Job& job, Buffer& buffer) const;
+    [[nodiscard]] int searchRecords(const Job& job, ByteView records) const;
 
     std::vector<uint64_t> m_keys;
-    std::vector<Answer> m_answers;
-    std::vector<Job> m_jobs; // used again, with their memory, for one batch after another
-    size_t m_waiting = 0;    // of the jobs
-    std::vector<std::vector<uint8_t>> m_buffers; // one for each thread
+    std::deque<Answer> m_answers; // which stay where they are when one is added
     uint64_t m_blocks = 0;
     uint64_t m_decoded = 0;
+    std::vector<Buffer> m_buffers; // one for each thread
+    std::vector<Job> m_jobs;       // one for each place
+    WorkPlaces m_places;           // last, so that its threads end before what they use
 };
 
 } // namespace kestrine::viewer

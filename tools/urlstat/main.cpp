@@ -12,11 +12,24 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 using namespace kestrine;
 using namespace kestrine::viewer;
 
 namespace {
+
+// A word that begins no command, where the command stands; the library speaks of what it expected.
+std::string explained(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> words = app.remaining();
+    if (app.get_subcommands().empty() && !words.empty()) {
+        const bool option = words.front().starts_with('-');
+        return words.front() + (option ? ": unknown option" : ": unknown subcommand") +
+               "; urlstat --help lists them";
+    }
+    return std::string(error.what()) + "; \"urlstat COMMAND --help\" tells more";
+}
 
 int run(int argc, char** argv) {
     CLI::App app("Shows what the statistics hold, and whether they are good.");
@@ -40,7 +53,7 @@ int run(int argc, char** argv) {
         if (error.get_exit_code() == 0) {
             return app.exit(error); // --help, --version
         }
-        throw usage(std::string(error.what()) + "; \"urlstat COMMAND --help\" tells more");
+        throw usage(explained(app, error));
     }
     return session.result();
 }

@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include "failure.h"
+#include "platform/closed_pipe.h"
 #include "platform/platform.h"
 
 #include <cerrno>
@@ -13,8 +14,7 @@ namespace kestrine::viewer {
 namespace {
 
 [[noreturn]] void giveUp() {
-    // What Windows says of a pipe without a reader is EINVAL.
-    if (errno == EPIPE || errno == EINVAL) {
+    if (isClosedPipe(errno)) {
         throw OutputClosed();
     }
     throw Failure(std::string("the output cannot be written: ") + std::strerror(errno));

@@ -1,5 +1,6 @@
 // The overview of the reports, and the names of the pages to which it leads.
 #include "bytes_text.h"
+#include "platform/platform.h"
 #include "report_chart.h"
 #include "report_page.h"
 #include "report_words.h"
@@ -26,7 +27,8 @@ Data overviewMonth(const OverviewRow& row) {
 
 } // namespace
 
-std::string pageName(const std::string& account, const PeriodDir& month) {
+std::string pageName(const std::string& account, const PeriodDir& month,
+                     std::span<const std::string> accounts) {
     std::string name;
     for (const char c : account) {
         const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
@@ -39,6 +41,14 @@ std::string pageName(const std::string& account, const PeriodDir& month) {
             name += escaped;
         }
     }
+    int number = 1;
+    for (const std::string& other : accounts) {
+        if (other == account) {
+            break;
+        }
+        number += platform().sameFileName(other, account) ? 1 : 0;
+    }
+    name += number > 1 ? "~" + std::to_string(number) : "";
     return name + "-" + dateName(month.begin).substr(0, 7) + ".html";
 }
 

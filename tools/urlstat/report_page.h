@@ -4,6 +4,7 @@
 
 #include "report_data.h"
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,8 +22,11 @@ struct OverviewRow {
 
 // The name of a month's page: "alice-2024-03.html". Of an account's name what is not a letter, a
 // digit or one of "-_." within is written as "~" and two hexadecimal digits a byte, so that it
-// means the same to every file system and in a link.
-[[nodiscard]] std::string pageName(const std::string& account, const PeriodDir& month);
+// means the same to every file system and in a link. To a file system that takes no notice of
+// letter case two accounts may be one: each but the first of them, in the order of `accounts`, all
+// there are, has its number behind a "~": "alice~2-2024-03.html".
+[[nodiscard]] std::string pageName(const std::string& account, const PeriodDir& month,
+                                   std::span<const std::string> accounts);
 
 // `overview` is a link, empty without one.
 [[nodiscard]] std::string monthPage(const MonthReport& report, const std::string& overview);

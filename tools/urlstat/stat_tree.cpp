@@ -47,6 +47,18 @@ std::string logDataOf(const std::string& config) {
     return path.empty() ? "" : names::join(path, "log_data");
 }
 
+// As the service takes it.
+int32_t settleTimeOf(const IniFile& ini) {
+    const int32_t value = ini.integer(Configuration::g_section, "settleTime");
+    for (const auto& setting : Configuration::numericSettings()) {
+        if (setting.key == std::string_view("settleTime")) {
+            const bool fits = value >= setting.minimum && value <= setting.maximum;
+            return fits ? value : setting.defaultValue;
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 void requireRoot(const std::string& root) {
@@ -78,6 +90,7 @@ TreePlace findTree(const std::string& root, const std::string& config) {
                                "service's settings with --config FILE");
         }
         place.logData = logDataOf(file);
+        place.settleTime = settleTimeOf(ini);
         place.root =
             slashes(std::string(ini.find(Configuration::g_section, "urlStatRoot").value_or("")));
         if (place.root.empty() && !place.logData.empty()) {

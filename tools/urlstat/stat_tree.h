@@ -4,6 +4,7 @@
 
 #include "tree/period.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,9 @@ namespace kestrine::viewer {
 
 // Where the trees of an installation are.
 struct TreePlace {
-    std::string root;    // of the statistics
-    std::string logData; // empty when it is not known
+    std::string root;       // of the statistics
+    std::string logData;    // empty when it is not known
+    int32_t settleTime = 0; // of the settings, in seconds
 };
 
 // Throws Failure when the statistics root is no directory.

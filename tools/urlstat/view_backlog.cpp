@@ -15,6 +15,7 @@ std::string summary(const Backlog& backlog) {
         sum.waitingFiles += row.waitingFiles;
         sum.waitingBytes += row.waitingBytes;
         sum.newDayFiles += row.newDayFiles;
+        sum.settlingFiles += row.settlingFiles;
         sum.oldestSeconds = std::max(sum.oldestSeconds, row.oldestSeconds);
     }
     std::string text = backlog.service == LockResult::HeldByAnother ? "service running"
@@ -25,22 +26,29 @@ std::string summary(const Backlog& backlog) {
     if (sum.oldestSeconds) {
         text += ", oldest " + std::to_string(*sum.oldestSeconds) + " s";
     }
-    return text + "; " + std::to_string(sum.newDayFiles) + " new-day files wait";
+    text += "; " + std::to_string(sum.newDayFiles) + " new-day files wait";
+    if (sum.settlingFiles > 0) {
+        text += "; " + std::to_string(sum.settlingFiles) + " log files settle";
+    }
+    return text;
 }
 
 void showRow(RowSink& sink, const BacklogRow& row) {
     const std::string date = dateName(row.date);
     if (row.device.empty()) {
-        sink.add({Bytes{row.account}, {}, std::string_view(date), {}, {}, {}, {}, row.newDayFiles});
+        sink.add(
+            {Bytes{row.account}, {}, std::string_view(date), {}, {}, {}, {}, row.newDayFiles, {}});
         return;
     }
     Value counted;
     Value files;
     Value bytes;
+    Value settling;
     if (row.countedUpTo) {
         counted = int64_t{*row.countedUpTo};
         files = row.waitingFiles;
         bytes = row.waitingBytes;
+        settling = row.settlingFiles;
     }
     const Value oldest = row.oldestSeconds ? Value(*row.oldestSeconds) : Value();
     sink.add({Bytes{row.account},
@@ -50,7 +58,8 @@ void showRow(RowSink& sink, const BacklogRow& row) {
               files,
               bytes,
               oldest,
-              {}});
+              {},
+              settling});
 }
 
 void showRows(RowSink& sink, const Backlog& backlog, bool all) {
@@ -61,7 +70,8 @@ void showRows(RowSink& sink, const Backlog& backlog, bool all) {
                 {"waiting_files", Kind::Count},
                 {"waiting_bytes", Kind::Count},
                 {"oldest_seconds", Kind::Signed},
-                {"new_day_files", Kind::Count}});
+                {"new_day_files", Kind::Count},
+                {"settling_files", Kind::Count}});
     for (const BacklogRow& row : backlog.rows) {
         const bool unknown = !row.device.empty() && !row.countedUpTo;
         if (all || row.waits() || unknown) {

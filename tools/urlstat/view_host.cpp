@@ -285,7 +285,8 @@ void addHost(Session& session) {
         .texts("NAME", options->names,
                "Hosts, as tables print them: \\xNN is a byte, \\\\ a backslash")
         .texts("--suffix", options->suffixes,
-               "A domain with all below it, in these letter cases; may be given again")
+               "A domain with all below it; letter case counts, as in the hosts' keys; may be "
+               "given again")
         .choice("--by", options->by, {"day", "week", "month"}, "Rows per day, week or month")
         .text("--from", options->from, "Periods from that of this date")
         .text("--to", options->to, "... to that of this one");

@@ -83,6 +83,7 @@ private:
     Session& m_session;
     const Options& m_options;
     const StatTree m_tree;
+    const std::vector<std::string> m_all = m_tree.accounts();
     std::vector<OverviewRow> m_rows;
     int m_result = 0;
 };
@@ -118,7 +119,7 @@ int Index::run() {
 void Index::write(const std::string& account, const PeriodDir& month) {
     OverviewRow row{account, month, "", {}, {}};
     if (std::optional<MonthReport> report = collect(account, month)) {
-        row.page = pageName(account, month);
+        row.page = pageName(account, month, m_all);
         writePage(names::join(m_options.index, row.page), monthPage(*report, g_overviewName));
         m_result = std::max(m_result, tell(*report));
         row.total = report->total;

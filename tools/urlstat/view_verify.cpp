@@ -89,9 +89,8 @@ private:
         std::string stamp;
         uint64_t hosts = 0;
     };
-    using OnRecord = CheckedFile::OnRecord;
-
     [[nodiscard]] static uint64_t sumOf(const std::vector<VerifyTarget>& targets);
+    template <typename OnRecord>
     [[nodiscard]] Reading read(const VerifyTarget& target, const OnRecord& onRecord);
     [[nodiscard]] bool isReplaced(const VerifyTarget& target, const std::string& stamp) const;
     void checkTarget(const VerifyTarget& target);
@@ -173,6 +172,7 @@ void Verify::count(const Reading& reading) {
     m_hosts += reading.hosts;
 }
 
+template <typename OnRecord>
 Verify::Reading Verify::read(const VerifyTarget& target, const OnRecord& onRecord) {
     Reading reading;
     std::vector<std::string> faults;
