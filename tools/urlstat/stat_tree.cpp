@@ -54,6 +54,13 @@ std::string logDataOf(const std::string& config) {
     return path.empty() ? "" : names::join(install::settingsPath(path), "log_data");
 }
 
+// Those of the working directory, or else of the service that the machine has from its package.
+std::string usualSettings() {
+    constexpr const char* packaged = "/var/lib/kestrine/config/urlstat.ini";
+    const std::string here = install::settingsFile();
+    return !platform().exists(here) && platform().exists(packaged) ? packaged : here;
+}
+
 } // namespace
 
 void requireRoot(const std::string& root) {
@@ -78,7 +85,7 @@ TreePlace findTree(const std::string& root, const std::string& config) {
         place.root = slashes(root);
         place.logData = logDataAround(slashes(platform().resolvedPath(root)));
     } else {
-        const std::string file = config.empty() ? install::settingsFile() : config;
+        const std::string file = config.empty() ? usualSettings() : config;
         IniFile ini;
         if (ini.load(file) != 0) {
             throw usage(file + ": cannot be read; name the statistics with --root DIR, or the "
