@@ -1,7 +1,7 @@
 #!/bin/bash
 # Builds Kestrine, lets it count a made-up world of some millions of visits in a temporary
-# directory, and prints the busiest hosts of a day, a week and a month. Installs from Debian what is
-# missing; leaves only the build directory behind.
+# directory, prints the busiest hosts of a day, a week and a month, and writes the report of the month.
+# Installs from Debian what is missing; leaves only the build directory behind, with the report in it.
 set -euo pipefail
 cd "$(dirname "$0")"
 source cmake/packages.sh
@@ -75,3 +75,8 @@ date="[0-9][0-9][0-9][0-9][0-9][0-9][0-9][0-9]"
 print_top day "*/$date"
 print_top week "*/week${date}_$date"
 print_top month "*/mon${date}_$date"
+
+report=$PWD/build/demo-report.html
+"$bin/urlstat" report --root "$world/data/log_data/_urlstat" --account alice --month 2024-02 \
+    -o "$report"
+printf '\n== report of the month, for a browser: %s\n' "$report"

@@ -81,6 +81,10 @@ public:
     int installSignalHandler(std::span<const int> signals, void (*handler)(int)) override {
         return m_target.installSignalHandler(signals, handler);
     }
+    uint32_t supervisorPatience() override { return m_target.supervisorPatience(); }
+    int tellSupervisor(Notice notice, const std::string& status) override {
+        return m_target.tellSupervisor(notice, status);
+    }
 
 private:
     Platform& m_target;

@@ -107,6 +107,15 @@ enum class LockResult {
     Failed,
 };
 
+// What the program that has started the service and watches it is told: systemd on Linux, the
+// service manager on Windows; as a rule there is none.
+enum class Notice {
+    Status,   // a line on what the service is doing; all else is as it was
+    Ready,    // the start has succeeded
+    Alive,    // it is at work
+    Stopping, // it has begun to stop
+};
+
 // How often, and after how many milliseconds, `lockFile` asks again for a lock that is held.
 constexpr int g_lockTries = 20;
 constexpr uint32_t g_lockPause = 10;
@@ -202,6 +211,14 @@ public:
     // once, before any other thread exists.
     [[nodiscard]] virtual int installSignalHandler(std::span<const int> signals,
                                                    void (*handler)(int)) = 0;
+
+    // ---- supervision, from any thread
+    // Within how many milliseconds the supervisor wants to be told `Alive` again; 0 when there is
+    // none, or none that wants to.
+    [[nodiscard]] virtual uint32_t supervisorPatience() = 0;
+    // `status` is one line for people. 0, also when there is nobody to be told; waits a second at
+    // most.
+    [[nodiscard]] virtual int tellSupervisor(Notice notice, const std::string& status) = 0;
 };
 
 // The platform in use: the system's own unless a test has put another one in its place.

@@ -199,6 +199,12 @@ public:
                                            void (*handler)(int)) override {
         return startSignalThread(signals, handler);
     }
+
+    [[nodiscard]] uint32_t supervisorPatience() override { return patienceOfSupervisor(); }
+
+    [[nodiscard]] int tellSupervisor(Notice notice, const std::string& status) override {
+        return notifySupervisor(notice, status);
+    }
 };
 
 } // namespace

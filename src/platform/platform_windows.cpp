@@ -261,6 +261,12 @@ public:
                                            void (*handler)(int)) override {
         return handleSignals(signals, handler);
     }
+
+    [[nodiscard]] uint32_t supervisorPatience() override { return patienceOfSupervisor(); }
+
+    [[nodiscard]] int tellSupervisor(Notice notice, const std::string& status) override {
+        return notifySupervisor(notice, status);
+    }
 };
 
 } // namespace

@@ -221,7 +221,14 @@ int handleSignals(std::span<const int> signals, void (*handler)(int)) {
             return fail(ERROR_INVALID_PARAMETER);
         }
     }
-    return SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? 0 : fail();
+    // A service is told of the end of every session, and of the system's in another way.
+    return isManaged() || SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? 0 : fail();
+}
+
+void requestStop() {
+    if (g_handler != nullptr) {
+        g_handler(SIGTERM);
+    }
 }
 
 // The C library has no number of its own for ERROR_NO_DATA, "the pipe is being closed".

@@ -55,5 +55,7 @@ void ignoreBrokenPipes();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int startSignalThread(std::span<const int> signals, void (*handler)(int));
+[[nodiscard]] uint32_t patienceOfSupervisor();
+[[nodiscard]] int notifySupervisor(Notice notice, const std::string& status);
 
 } // namespace kestrine

@@ -75,5 +75,11 @@ void stopWaitingForReaders();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
+// Calls the handler that stands with signal 15.
+void requestStop();
+// Whether the service manager has started this process.
+[[nodiscard]] bool isManaged();
+[[nodiscard]] uint32_t patienceOfSupervisor();
+[[nodiscard]] int notifySupervisor(Notice notice, const std::string& status);
 
 } // namespace kestrine

@@ -22,8 +22,8 @@ void requireRoot(const std::string& root);
 
 // `root`, if given, is the statistics' root; its log data is taken for the directory above it if
 // that is called "log_data". Otherwise the settings tell, by the rules of the service: `config`, if
-// given, or "config/urlstat.ini" of the working directory; the root need not be there yet. Throws
-// Failure.
+// given, or "config/urlstat.ini" of the working directory, or those of an installed package; the
+// root need not be there yet. Throws Failure.
 [[nodiscard]] TreePlace findTree(const std::string& root, const std::string& config);
 
 // A directory of a day, week or month.
