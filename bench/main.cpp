@@ -1,5 +1,6 @@
 // Measures what needs no service, each against its own codec; bench/run.py puts it into the table.
 #include "codecs.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "measure.h"
@@ -20,7 +21,7 @@ namespace {
 const Configuration& loadSettings(const std::string& directory) {
     std::filesystem::current_path(directory);
     std::filesystem::create_directories("config");
-    std::ofstream(Configuration::g_file)
+    std::ofstream(install::settingsFile())
         << "[" << Configuration::g_section << "]\nurlStatRoot=" << directory
         << "/root\nmemoryDiskPath=" << directory << "/memdisk\n";
     Configuration* settings = nullptr;
