@@ -76,15 +76,8 @@ int UrlStat::daycrcsort(const std::string& account) {
     if (newData.getDayStatusHaveNewData(account, days) != 0) {
         return LOG_FAIL("getDayStatusHaveNewData fail %s", account.c_str());
     }
-    LOG_DEBUG("print daystatus having new dats:");
-    for (const DayStatus& day : days) {
-        day.print();
-    }
-    if (!days.empty() && makeDirectoriesDurable() != 0) {
-        return LOG_FAIL("make directories of %s durable fail", account.c_str());
-    }
-    if (!days.empty() && readLogs(days) != 0) {
-        return LOG_FAIL("create temp file fail %s", account.c_str());
+    if (countLogs(days) != 0) {
+        return -1;
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -94,12 +87,20 @@ int UrlStat::daycrcsort(const std::string& account) {
     return daycrcsortnew(account);
 }
 
-int UrlStat::readLogs(std::vector<DayStatus>& days) {
-    int result = 0;
-    for (size_t i = 0; i < days.size() && result == 0 && !stopRequested(); ++i) {
-        result = createTempFile(days[i]);
+int UrlStat::countLogs(std::vector<DayStatus>& days) {
+    LOG_DEBUG("print daystatus having new dats:");
+    for (const DayStatus& day : days) {
+        day.print();
     }
-    return result;
+    if (!days.empty() && makeDirectoriesDurable() != 0) {
+        return LOG_FAIL("make directories of %s durable fail", m_account.c_str());
+    }
+    for (size_t i = 0; i < days.size() && !stopRequested(); ++i) {
+        if (createTempFile(days[i]) != 0) {
+            return LOG_FAIL("create temp file fail %s", m_account.c_str());
+        }
+    }
+    return 0;
 }
 
 // Before anything below them is: temporary files make their directories without syncing, and a kill
@@ -110,16 +111,25 @@ int UrlStat::makeDirectoriesDurable() const {
                                                  : -1;
 }
 
-int UrlStat::daycrcsortnew(const std::string& account) {
-    if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
-        return LOG_FAIL("MemFileList::mergeFileList fail %s", account.c_str());
-    }
+// What the date or dates have left in memory and on disk becomes new-day files. 0, also after a
+// stop, or -1.
+int UrlStat::mergeTemporaries() {
     if (stopRequested()) {
-        LOG_DEBUG("find g_isRunning 0, stop");
         return 0;
     }
-    if (m_diskTempFileList.mergeDiskTempFile() < 0) {
-        return LOG_FAIL("mergeDiskTempFile fail %s", account.c_str());
+    if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
+        return LOG_FAIL("MemFileList::mergeFileList fail %s", m_account.c_str());
+    }
+    if (!stopRequested() && m_diskTempFileList.mergeDiskTempFile() < 0) {
+        return LOG_FAIL("mergeDiskTempFile fail %s", m_account.c_str());
+    }
+    return 0;
+}
+
+int UrlStat::daycrcsortnew(const std::string& account) {
+    m_account = account;
+    if (mergeTemporaries() != 0) {
+        return -1;
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -206,6 +216,7 @@ int UrlStat::readNodes(DayStatus& status, bool& moved) {
         const int32_t fileBefore = status.entries()[i].fileNumber;
         if (dealOneDevice(status, i) != 0) {
             LOG_ERROR("dealOneDevice fail %s", status.entries()[i].path.c_str());
+            m_logsLeft = true;
             // Before its first visit this costs the others nothing: the node keeps its position.
             if (m_visits != visitsBefore || m_spillFailed) {
                 return -1;

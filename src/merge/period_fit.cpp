@@ -143,6 +143,17 @@ std::vector<std::string> PeriodState::waitingFiles() const {
     return files;
 }
 
+std::vector<std::string> PeriodState::waitingFiles(const WeekMonStatus& status) const {
+    std::vector<std::string> files;
+    for (const auto& [name, date] : m_dates) {
+        for (auto file = date.waiting.upper_bound(status.counterOfDate(name));
+             file != date.waiting.end(); ++file) {
+            files.push_back(file->second.path);
+        }
+    }
+    return files;
+}
+
 namespace {
 
 // A file read record by record.

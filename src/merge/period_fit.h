@@ -31,6 +31,8 @@ public:
     // Paths, ascending by date.
     [[nodiscard]] std::vector<std::string> dayFiles() const;
     [[nodiscard]] std::vector<std::string> waitingFiles() const;
+    // Those of them that the status does not know.
+    [[nodiscard]] std::vector<std::string> waitingFiles(const WeekMonStatus& status) const;
 
 private:
     struct NewDay {

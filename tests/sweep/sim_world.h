@@ -65,6 +65,8 @@ public:
 
     // The life of one process: what `main` does between start-up and end.
     End run(const Plan& plan = {});
+    // The life of another process, with the plan's fault: `program` returns 0 or what failed.
+    End run(const Plan& plan, const std::function<int()>& program);
     // A run without faults that leaves nothing to be done.
     [[nodiscard]] bool runs(int passes = 2) { return run({.passes = passes}) == End::Normal; }
 
@@ -101,6 +103,13 @@ private:
     std::string resolvedPath(const std::string& path) override { return path; }
     bool isVolumeRoot(const std::string& path) override { return path == "/"; }
     LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
+    LockResult lockFileShared(const std::string&, std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
+    LockResult lockFileBytes(const std::string&, uint64_t, uint64_t,
+                             std::unique_ptr<NamedEvent>&) override {
         return LockResult::Locked;
     }
     void addLast(const Files& files, const worldgen::Totals& totals);
