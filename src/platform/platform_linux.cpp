@@ -199,6 +199,14 @@ public:
                                            void (*handler)(int)) override {
         return startSignalThread(signals, handler);
     }
+
+    [[nodiscard]] int startProgram(const std::string& program,
+                                   std::span<const std::string> arguments,
+                                   std::unique_ptr<ChildProcess>& child) override {
+        return startChild(program, arguments, child);
+    }
+
+    [[nodiscard]] uint32_t processorCount() override { return countProcessors(); }
 };
 
 } // namespace

@@ -261,6 +261,14 @@ public:
                                            void (*handler)(int)) override {
         return handleSignals(signals, handler);
     }
+
+    [[nodiscard]] int startProgram(const std::string& program,
+                                   std::span<const std::string> arguments,
+                                   std::unique_ptr<ChildProcess>& child) override {
+        return startChild(program, arguments, child);
+    }
+
+    [[nodiscard]] uint32_t processorCount() override { return countProcessors(); }
 };
 
 } // namespace

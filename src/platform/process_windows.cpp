@@ -219,7 +219,7 @@ int handleSignals(std::span<const int> signals, void (*handler)(int)) {
             return fail(ERROR_INVALID_PARAMETER);
         }
     }
-    return SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? 0 : fail();
+    return SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? watchStopRequests(handler) : fail();
 }
 
 } // namespace kestrine
