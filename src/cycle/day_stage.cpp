@@ -19,20 +19,25 @@ int DayStage::settleGaps() const {
     if (Util::getDateInNewDirectory(m_accountDir, dates) != 0) {
         return -1;
     }
-    for (const std::string& date : dates) {
-        std::vector<std::string> files;
-        if (Util::getDaycrcsortNews(date, files) != 0) {
-            return -1;
-        }
-        DateLedger ledger;
-        // Where nothing waits there is no gap, and three trailers need not be read.
-        if (!files.empty() &&
-            (ledger.read(m_accountDir, std::string(names::lastComponent(date))) != 0 ||
-             ledger.settleGap() != 0)) {
+    for (const std::string& directory : dates) {
+        if (settleGap(std::string(names::lastComponent(directory))) != 0) {
             return -1;
         }
     }
     return 0;
+}
+
+int DayStage::settleGap(const std::string& date) const {
+    std::vector<std::string> files;
+    if (Util::getDaycrcsortNews(names::newDayDir(m_accountDir, date), files) != 0) {
+        return -1;
+    }
+    // Where nothing waits there is no gap, and three trailers need not be read.
+    if (files.empty()) {
+        return 0;
+    }
+    DateLedger ledger;
+    return ledger.read(m_accountDir, date) == 0 ? ledger.settleGap() : -1;
 }
 
 int DayStage::run() const {
@@ -40,8 +45,8 @@ int DayStage::run() const {
     if (Util::getDateInNewDirectory(m_accountDir, dates) != 0) {
         return LOG_FAIL("getDateInNewDirectory for %s fail", m_account.c_str());
     }
-    for (const std::string& date : dates) {
-        if (mergeOneDate(date) != 0) {
+    for (const std::string& directory : dates) {
+        if (runDate(std::string(names::lastComponent(directory))) != 0) {
             return -1;
         }
         if (stopRequested()) {
@@ -52,12 +57,11 @@ int DayStage::run() const {
     return 0;
 }
 
-int DayStage::mergeOneDate(const std::string& newDayDirectory) const {
+int DayStage::runDate(const std::string& date) const {
     DateLedger ledger;
-    const std::string date(names::lastComponent(newDayDirectory));
     // Again, although settleGaps ran before: a damaged file may have been set aside since.
     if (ledger.read(m_accountDir, date) != 0 || ledger.settleGap() != 0) {
-        return LOG_FAIL("getDaycrcsortNews from %s fail", newDayDirectory.c_str());
+        return LOG_FAIL("getDaycrcsortNews of %s fail", date.c_str());
     }
     const std::vector<std::string> files = ledger.dueFiles();
     if (files.empty()) {

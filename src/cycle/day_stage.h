@@ -21,12 +21,14 @@ public:
     // Step 1 for every date. Before positions are read: those of new-day files beyond a gap would
     // pass over the logs of what is missing. 0 or -1.
     [[nodiscard]] int settleGaps() const;
+    // Step 1 for one date, in eight digits.
+    [[nodiscard]] int settleGap(const std::string& date) const;
     // Every date. 0, also after a stop, or -1. A kill leaves what `publish` and a merge leave.
     [[nodiscard]] int run() const;
+    // One date. As above.
+    [[nodiscard]] int runDate(const std::string& date) const;
 
 private:
-    [[nodiscard]] int mergeOneDate(const std::string& newDayDirectory) const;
-
     std::string m_account;
     std::string m_accountDir;
 };

@@ -29,24 +29,12 @@ constexpr int g_maxLooks = 4;
 } // namespace
 
 int PeriodStage::run(bool all) {
-    std::vector<std::string> waiting;
-    std::vector<std::string> dates;
-    if (listDates(waiting, dates) != 0) {
+    std::vector<Group> groups;
+    if (listGroups(groups) != 0) {
         return -1;
     }
-    while (!dates.empty() && !stopRequested()) {
-        Group group;
-        if (m_kind.nextGroup(dates, group.dates, group.begin, group.end) != 0) {
-            return LOG_FAIL("%s fail", m_kind.nextGroupName.data());
-        }
-        group.waiting = std::ranges::any_of(group.dates, [&waiting](const std::string& date) {
-            return std::ranges::binary_search(waiting, date);
-        });
-        int ret = g_again;
-        for (int looks = 0; ret == g_again && looks < g_maxLooks; ++looks) {
-            ret = mergeOnePeriod(group, all);
-        }
-        if (ret != 0) {
+    for (size_t i = 0; i < groups.size() && !stopRequested(); ++i) {
+        if (runGroup(groups[i], all) != 0) {
             return -1;
         }
     }
@@ -54,6 +42,66 @@ int PeriodStage::run(bool all) {
         LOG_DEBUG("find g_isRunning 0, stop");
     }
     return 0;
+}
+
+int PeriodStage::runPeriod(const std::string& date) {
+    std::vector<Group> groups;
+    if (listGroups(groups) != 0) {
+        return -1;
+    }
+    const auto group = std::ranges::find_if(
+        groups, [&date](const Group& one) { return one.begin <= date && date <= one.end; });
+    return group == groups.end() ? 0 : runGroup(*group, true);
+}
+
+int PeriodStage::findDue(std::vector<DuePeriod>& due) {
+    std::vector<Group> groups;
+    if (listGroups(groups) != 0) {
+        return -1;
+    }
+    for (const Group& group : groups) {
+        Found found;
+        const int ret = look(group, found);
+        if (ret < 0) {
+            return -1;
+        }
+        if (ret == g_again) {
+            due.push_back({group.begin, group.end, found.files, {}, true});
+        } else if (isDue(found)) {
+            const bool forward = found.current && found.state.fits(found.status);
+            due.push_back({group.begin, group.end, found.files,
+                           forward ? found.state.waitingFiles() : found.state.dayFiles(),
+                           !forward});
+        }
+    }
+    return 0;
+}
+
+// Ascending.
+int PeriodStage::listGroups(std::vector<Group>& groups) {
+    std::vector<std::string> waiting;
+    std::vector<std::string> dates;
+    if (listDates(waiting, dates) != 0) {
+        return -1;
+    }
+    while (!dates.empty()) {
+        Group& group = groups.emplace_back();
+        if (m_kind.nextGroup(dates, group.dates, group.begin, group.end) != 0) {
+            return LOG_FAIL("%s fail", m_kind.nextGroupName.data());
+        }
+        group.waiting = std::ranges::any_of(group.dates, [&waiting](const std::string& date) {
+            return std::ranges::binary_search(waiting, date);
+        });
+    }
+    return 0;
+}
+
+int PeriodStage::runGroup(const Group& group, bool all) {
+    int ret = g_again;
+    for (int looks = 0; ret == g_again && looks < g_maxLooks; ++looks) {
+        ret = mergeOnePeriod(group, all);
+    }
+    return ret == 0 ? 0 : -1;
 }
 
 // Dates with a directory of new-day files, and those with that or a day's directory, ascending. A
@@ -88,32 +136,18 @@ int PeriodStage::listDates(std::vector<std::string>& waiting, std::vector<std::s
 
 // 0; g_again; -1.
 int PeriodStage::mergeOnePeriod(const Group& group, bool all) {
-    const PeriodFiles files = periodFiles(
-        names::periodDir(m_accountDir, m_kind.period, group.begin, group.end), m_kind.period);
     // It was compared with the day files before, and nothing has come since.
-    if (!all && !group.waiting && platform().exists(files.formal)) {
+    if (!all && !group.waiting && platform().exists(filesOf(group).formal)) {
         return 0;
     }
-    std::unique_ptr<UrlFile> current;
-    const int found = openFormal(files, m_kind.period, current);
-    if (found < 0) {
-        return LOG_FAIL("read status of %s fail", files.formal.c_str());
+    Found found;
+    if (const int ret = look(group, found); ret != 0) {
+        return ret;
     }
-    WeekMonStatus status;
-    if (found == 0) {
-        status = *current->weekMonStatus();
-    }
-    // Closed before a merge opens it again and `publish` renames it.
-    current.reset();
-    PeriodState state;
-    if (const int ret = state.read(m_accountDir, group.dates); ret != 0) {
-        return ret > 0 ? g_again : -1;
-    }
-    // Nothing to build from; or nothing that waits, and no need to count anew.
-    if (found != 0 ? state.dayFiles().empty()
-                   : state.waitingFiles().empty() && state.fits(status)) {
+    if (!isDue(found)) {
         return 0;
     }
+    const auto& [files, current, status, state] = found;
     LOG_DEBUG("all daycrcsortnew:");
     for (const std::string& path : state.waitingFiles()) {
         LOG_DEBUG("week files %s", path.c_str());
@@ -122,10 +156,39 @@ int PeriodStage::mergeOnePeriod(const Group& group, bool all) {
         return LOG_FAIL("create dir %s fail", files.directory.c_str());
     }
     LOG_DEBUG("%s path %s", m_kind.fileName.data(), files.temp.c_str());
-    if (found != 0) {
+    if (!current) {
         return build(files, state);
     }
     return state.fits(status) ? bringForward(files, state) : countAnew(files, state, status);
+}
+
+// 0; g_again; -1.
+int PeriodStage::look(const Group& group, Found& found) const {
+    found.files = filesOf(group);
+    std::unique_ptr<UrlFile> current;
+    const int ret = openFormal(found.files, m_kind.period, current);
+    if (ret < 0) {
+        return LOG_FAIL("read status of %s fail", found.files.formal.c_str());
+    }
+    found.current = ret == 0;
+    if (found.current) {
+        found.status = *current->weekMonStatus();
+    }
+    // Closed before a merge opens it again and `publish` renames it.
+    current.reset();
+    const int read = found.state.read(m_accountDir, group.dates);
+    return read > 0 ? g_again : read;
+}
+
+// Not when there is nothing to build from; or nothing that waits, and no need to count anew.
+bool PeriodStage::isDue(const Found& found) {
+    return found.current ? found.state.isBehind(found.status) || !found.state.fits(found.status)
+                         : !found.state.dayFiles().empty();
+}
+
+PeriodFiles PeriodStage::filesOf(const Group& group) const {
+    return periodFiles(names::periodDir(m_accountDir, m_kind.period, group.begin, group.end),
+                       m_kind.period);
 }
 
 int PeriodStage::bringForward(const PeriodFiles& files, const PeriodState& state) {

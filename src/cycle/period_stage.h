@@ -25,6 +25,17 @@
 
 namespace kestrine {
 
+// A week or month that has something due.
+struct DuePeriod {
+    std::string begin; // first and last date
+    std::string end;
+    PeriodFiles files;
+    // What would be merged: with the file as it is, or without it, as it is not there or does not
+    // agree with the day files.
+    std::vector<std::string> inputs;
+    bool anew = false;
+};
+
 class PeriodStage {
 public:
     // `account` is for messages; `accountDir` is its directory in the statistics tree.
@@ -34,6 +45,13 @@ public:
     // Every period that has something due; `all`: every period is compared with its day files.
     // 0, also after a stop, or -1. A kill leaves what `publish` and a merge leave.
     [[nodiscard]] int run(bool all);
+    // The period that holds the date (eight digits, of the calendar), compared with its day files.
+    // As above.
+    [[nodiscard]] int runPeriod(const std::string& date);
+    // The periods on which `run`, comparing, would set to work; one with a damaged waiting file has
+    // no inputs yet. 0 or -1. Sets damaged files aside, unless the platform is one on which nothing
+    // changes: there a damaged day, week or month file makes it fail.
+    [[nodiscard]] int findDue(std::vector<DuePeriod>& due);
 
 private:
     struct Group {
@@ -43,8 +61,21 @@ private:
         bool waiting = false;           // new-day files may wait
     };
 
+    // What is there of a period.
+    struct Found {
+        PeriodFiles files;
+        bool current = false; // its file is there, with the status
+        WeekMonStatus status;
+        PeriodState state;
+    };
+
+    [[nodiscard]] int listGroups(std::vector<Group>& groups);
     [[nodiscard]] int listDates(std::vector<std::string>& waiting, std::vector<std::string>& all);
+    [[nodiscard]] int runGroup(const Group& group, bool all);
     [[nodiscard]] int mergeOnePeriod(const Group& group, bool all);
+    [[nodiscard]] int look(const Group& group, Found& found) const;
+    [[nodiscard]] static bool isDue(const Found& found);
+    [[nodiscard]] PeriodFiles filesOf(const Group& group) const;
     [[nodiscard]] int bringForward(const PeriodFiles& files, const PeriodState& state);
     [[nodiscard]] int build(const PeriodFiles& files, const PeriodState& state);
     [[nodiscard]] int countAnew(const PeriodFiles& files, const PeriodState& state,

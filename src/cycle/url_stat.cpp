@@ -76,15 +76,8 @@ int UrlStat::daycrcsort(const std::string& account) {
     if (newData.getDayStatusHaveNewData(account, days) != 0) {
         return LOG_FAIL("getDayStatusHaveNewData fail %s", account.c_str());
     }
-    LOG_DEBUG("print daystatus having new dats:");
-    for (const DayStatus& day : days) {
-        day.print();
-    }
-    if (!days.empty() && makeDirectoriesDurable() != 0) {
-        return LOG_FAIL("make directories of %s durable fail", account.c_str());
-    }
-    if (!days.empty() && readLogs(days) != 0) {
-        return LOG_FAIL("create temp file fail %s", account.c_str());
+    if (countLogs(days) != 0) {
+        return -1;
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -92,6 +85,37 @@ int UrlStat::daycrcsort(const std::string& account) {
     }
     // Also without new logs: the merge into day files has an interval of its own.
     return daycrcsortnew(account);
+}
+
+int UrlStat::readDate(const std::string& account, const std::string& date) {
+    m_account = account;
+    if (DayStage(account, accountDirectory()).settleGap(date) != 0) {
+        return LOG_FAIL("settle new-day files of %s, %s fail", account.c_str(), date.c_str());
+    }
+    UrlFileNewData newData(m_configuration);
+    std::vector<DayStatus> days;
+    if (newData.getDayStatusHaveNewData(account, days, date) != 0) {
+        return LOG_FAIL("getDayStatusHaveNewData fail %s, %s", account.c_str(), date.c_str());
+    }
+    m_logsLeft = false;
+    if (countLogs(days) != 0 || mergeTemporaries() != 0) {
+        return -1;
+    }
+    return m_logsLeft && !stopRequested() ? 1 : 0;
+}
+
+int UrlStat::countLogs(std::vector<DayStatus>& days) {
+    LOG_DEBUG("print daystatus having new dats:");
+    for (const DayStatus& day : days) {
+        day.print();
+    }
+    if (!days.empty() && makeDirectoriesDurable() != 0) {
+        return LOG_FAIL("make directories of %s durable fail", m_account.c_str());
+    }
+    if (!days.empty() && readLogs(days) != 0) {
+        return LOG_FAIL("create temp file fail %s", m_account.c_str());
+    }
+    return 0;
 }
 
 int UrlStat::readLogs(std::vector<DayStatus>& days) {
@@ -110,16 +134,25 @@ int UrlStat::makeDirectoriesDurable() const {
                                                  : -1;
 }
 
-int UrlStat::daycrcsortnew(const std::string& account) {
-    if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
-        return LOG_FAIL("MemFileList::mergeFileList fail %s", account.c_str());
-    }
+// What the date or dates have left in memory and on disk becomes new-day files. 0, also after a
+// stop, or -1.
+int UrlStat::mergeTemporaries() {
     if (stopRequested()) {
-        LOG_DEBUG("find g_isRunning 0, stop");
         return 0;
     }
-    if (m_diskTempFileList.mergeDiskTempFile() < 0) {
-        return LOG_FAIL("mergeDiskTempFile fail %s", account.c_str());
+    if (m_memFileList.mergeFileList(&m_diskTempFileList) < 0) {
+        return LOG_FAIL("MemFileList::mergeFileList fail %s", m_account.c_str());
+    }
+    if (!stopRequested() && m_diskTempFileList.mergeDiskTempFile() < 0) {
+        return LOG_FAIL("mergeDiskTempFile fail %s", m_account.c_str());
+    }
+    return 0;
+}
+
+int UrlStat::daycrcsortnew(const std::string& account) {
+    m_account = account;
+    if (mergeTemporaries() != 0) {
+        return -1;
     }
     if (stopRequested()) {
         LOG_DEBUG("find g_isRunning 0, stop");
@@ -206,6 +239,7 @@ int UrlStat::readNodes(DayStatus& status, bool& moved) {
         const int32_t fileBefore = status.entries()[i].fileNumber;
         if (dealOneDevice(status, i) != 0) {
             LOG_ERROR("dealOneDevice fail %s", status.entries()[i].path.c_str());
+            m_logsLeft = true;
             // Before its first visit this costs the others nothing: the node keeps its position.
             if (m_visits != visitsBefore || m_spillFailed) {
                 return -1;

@@ -59,6 +59,9 @@ public:
     // New log data into new-day files, and on its interval new-day files into day files.
     [[nodiscard]] int daycrcsort(const std::string& account);
     [[nodiscard]] int daycrcsortnew(const std::string& account);
+    // The new log data of one date, in eight digits, into its next new-day file. As above; 1 when
+    // some of it could not be read, which waits as it was.
+    [[nodiscard]] int readDate(const std::string& account, const std::string& date);
     // All new-day files into the day files of their dates.
     [[nodiscard]] int new2Daycrcsort(const std::string& account);
     // New-day files into week files; into month files, after which they are deleted. The first time
@@ -75,9 +78,11 @@ public:
 private:
     [[nodiscard]] std::string accountDirectory() const;
     [[nodiscard]] int makeDirectoriesDurable() const;
+    [[nodiscard]] int mergeTemporaries();
     [[nodiscard]] int runPeriods(Period period, bool& compared) const;
 
     // ---- a date's logs
+    [[nodiscard]] int countLogs(std::vector<DayStatus>& days);
     [[nodiscard]] int readLogs(std::vector<DayStatus>& days);
     [[nodiscard]] int createTempFile(DayStatus& status);
     [[nodiscard]] int readNodes(DayStatus& status, bool& moved);
@@ -107,6 +112,7 @@ private:
     DayStatus* m_dayStatus = nullptr; // of the date being read
     uint64_t m_visits = 0;            // counted since the date was begun
     bool m_spillFailed = false;       // the date has lost records and hands nothing on
+    bool m_logsLeft = false;          // a node of this pass could not be read
     SpillWriter m_spill{m_configuration, m_memFileList, m_diskTempFileList};
 };
 

@@ -120,7 +120,7 @@ int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
     return 0;
 }
 
-int AbstractNewData::getAllNews(const std::string& accountPath) {
+int AbstractNewData::getAllNews(const std::string& accountPath, const std::string& onlyDate) {
     m_newNodes.clear();
     std::vector<std::string> devices;
     if (getAllDevice(accountPath, &devices) != 0) {
@@ -128,7 +128,8 @@ int AbstractNewData::getAllNews(const std::string& accountPath) {
                         names::g_devicePrefix.data());
     }
     for (const std::string& device : devices) {
-        if (getAllTypes(device) != 0) {
+        const int result = onlyDate.empty() ? getAllTypes(device) : tryInsert(device, onlyDate);
+        if (result != 0) {
             return LOG_FAIL("getAllDates for %s %s fail", accountPath.c_str(), device.c_str());
         }
         std::sort(m_newNodes.begin(), m_newNodes.end());

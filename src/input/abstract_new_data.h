@@ -22,8 +22,9 @@ public:
     // the statistics tree, or would be that of an account before it. 0 or -1.
     [[nodiscard]] static int getAllAccounts(std::vector<std::string>& accounts);
 
-    // Rebuilds the node list for one account. 0, or -1 when a listing or `haveNewData` failed.
-    [[nodiscard]] int getAllNews(const std::string& accountPath);
+    // Rebuilds the node list for one account; with `onlyDate` (eight digits) of that date alone,
+    // for which no device's dates are listed. 0, or -1 when a listing or `haveNewData` failed.
+    [[nodiscard]] int getAllNews(const std::string& accountPath, const std::string& onlyDate = {});
 
     // Type directories for which `haveNewData` answered 1, ascending.
     [[nodiscard]] const std::vector<std::string>& newNodes() const { return m_newNodes; }

@@ -46,11 +46,12 @@ void setAsideBroken(const std::string& path) {
 } // namespace
 
 int UrlFileNewData::getDayStatusHaveNewData(const std::string& accountPath,
-                                            std::vector<DayStatus>& out) {
+                                            std::vector<DayStatus>& out,
+                                            const std::string& onlyDate) {
     out.clear();
     m_dayList.clear();
     m_datesInList.clear();
-    if (getAllNews(accountPath) != 0) {
+    if (getAllNews(accountPath, onlyDate) != 0) {
         return LOG_FAIL("getAllNews fail");
     }
     for (const DayStatus& status : m_dayList) {

@@ -21,12 +21,13 @@ public:
     explicit UrlFileNewData(const Configuration& configuration) : m_configuration(configuration) {}
 
     // One status per date with due nodes, dates ascending: the due nodes, ascending by path, with
-    // their stored positions (-1, 0 for a new one). A date with more devices than a status
-    // can name is left out, with an error line. 0, or -1 with an empty `out`. A day file
-    // that is found damaged gives way to its backup; a damaged new-day file is moved aside, and the
-    // call fails.
+    // their stored positions (-1, 0 for a new one). With `onlyDate` (eight digits) no other date is
+    // looked at. A date with more devices than a status can name is left out, with an error line.
+    // 0, or -1 with an empty `out`. A day file that is found damaged gives way to its backup; a
+    // damaged new-day file is moved aside, and the call fails.
     [[nodiscard]] int getDayStatusHaveNewData(const std::string& accountPath,
-                                              std::vector<DayStatus>& out);
+                                              std::vector<DayStatus>& out,
+                                              const std::string& onlyDate = {});
 
     // Takes the node's date into the day list. 0 or -1, never 1.
     [[nodiscard]] int haveNewData(const std::string& nodePath) override;

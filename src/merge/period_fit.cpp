@@ -8,6 +8,8 @@
 #include "tree/names.h"
 #include "tree/quarantine.h"
 
+#include <algorithm>
+
 namespace kestrine {
 
 int PeriodState::read(const std::string& accountDir, const std::vector<std::string>& dates) {
@@ -90,6 +92,13 @@ uint64_t PeriodState::totalUpTo(const Date& date, int32_t held) {
         }
     }
     return total;
+}
+
+bool PeriodState::isBehind(const WeekMonStatus& status) const {
+    return std::ranges::any_of(m_dates, [&status](const auto& date) {
+        const auto& waiting = date.second.waiting;
+        return !waiting.empty() && waiting.rbegin()->first > status.counterOfDate(date.first);
+    });
 }
 
 uint64_t PeriodState::waitingTotal(const WeekMonStatus& status) const {

@@ -23,6 +23,8 @@ public:
     // dates that were removed, and what a day file has lost.
     [[nodiscard]] bool fits(const WeekMonStatus& status) const;
 
+    // Whether a file waits that the status does not know.
+    [[nodiscard]] bool isBehind(const WeekMonStatus& status) const;
     // Visits in waiting files that the status does not know.
     [[nodiscard]] uint64_t waitingTotal(const WeekMonStatus& status) const;
     // The dates of which the status holds numbers that neither day file nor waiting files have.

@@ -72,7 +72,17 @@ public:
     LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) override {
         return m_target.lockFile(path, lock);
     }
+    LockResult lockFileShared(const std::string& path, std::unique_ptr<NamedEvent>& lock) override {
+        return m_target.lockFileShared(path, lock);
+    }
+    LockResult lockFileBytes(const std::string& path, uint64_t first, uint64_t count,
+                             std::unique_ptr<NamedEvent>& lock) override {
+        return m_target.lockFileBytes(path, first, count, lock);
+    }
     LockResult probeLock(const std::string& path) override { return m_target.probeLock(path); }
+    LockResult probeSharedLock(const std::string& path) override {
+        return m_target.probeSharedLock(path);
+    }
     void prepareConsole() override { m_target.prepareConsole(); }
     int terminalWidth(bool ofError) override { return m_target.terminalWidth(ofError); }
     void writeConsole(std::string_view text, bool toError) override {

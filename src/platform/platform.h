@@ -109,7 +109,8 @@ enum class LockResult {
     Failed,
 };
 
-// How often, and after how many milliseconds, `lockFile` asks again for a lock that is held.
+// How often, and after how many milliseconds, a lock of a whole file that is held is asked for
+// again.
 constexpr int g_lockTries = 20;
 constexpr uint32_t g_lockPause = 10;
 
@@ -183,12 +184,25 @@ public:
                                                             std::unique_ptr<NamedEvent>& event) = 0;
     // Makes the file if it is not there and locks it against every other process, on other machines
     // too where the file system can; the lock dies with the process, the file stays. A lock that is
-    // held is asked for again for a moment, in which `probeLock` may have it.
+    // held is asked for again for a moment, in which one that only looks may have it.
     [[nodiscard]] virtual LockResult lockFile(const std::string& path,
                                               std::unique_ptr<NamedEvent>& lock) = 0;
+    // The same, together with all others that lock it so: it keeps out, and is kept out by, who has
+    // `lockFile`.
+    [[nodiscard]] virtual LockResult lockFileShared(const std::string& path,
+                                                    std::unique_ptr<NamedEvent>& lock) = 0;
+    // Makes the file if it is not there and locks `count` of its bytes, from `first` on, which need
+    // not be there, against everybody else who locks one of them, in this process, too. Has nothing
+    // to do with the locks of the whole file, and must not be used on the same one. Not asked for
+    // again when it is held.
+    [[nodiscard]] virtual LockResult lockFileBytes(const std::string& path, uint64_t first,
+                                                   uint64_t count,
+                                                   std::unique_ptr<NamedEvent>& lock) = 0;
     // Whether another process holds the lock of a file, without making or keeping anything: Locked
     // means that nobody does, or that there is no such file. Needs no right to write to it.
     [[nodiscard]] virtual LockResult probeLock(const std::string& path) = 0;
+    // Whether anybody holds it, alone or shared. Needs the right to write to the file.
+    [[nodiscard]] virtual LockResult probeSharedLock(const std::string& path) = 0;
     // To be called before anything is printed: a reader of the output that goes away must not end
     // the process.
     virtual void prepareConsole() = 0;

@@ -180,11 +180,25 @@ public:
 
     [[nodiscard]] LockResult lockFile(const std::string& path,
                                       std::unique_ptr<NamedEvent>& lock) override {
-        return lockWholeFile(path, lock);
+        return lockWholeFile(path, LockKind::Alone, lock);
+    }
+
+    [[nodiscard]] LockResult lockFileShared(const std::string& path,
+                                            std::unique_ptr<NamedEvent>& lock) override {
+        return lockWholeFile(path, LockKind::Shared, lock);
+    }
+
+    [[nodiscard]] LockResult lockFileBytes(const std::string& path, uint64_t first, uint64_t count,
+                                           std::unique_ptr<NamedEvent>& lock) override {
+        return lockBytesOfFile(path, first, count, lock);
     }
 
     [[nodiscard]] LockResult probeLock(const std::string& path) override {
-        return probeFileLock(path);
+        return probeFileLock(path, LockKind::Shared);
+    }
+
+    [[nodiscard]] LockResult probeSharedLock(const std::string& path) override {
+        return probeFileLock(path, LockKind::Alone);
     }
 
     void prepareConsole() override { ignoreBrokenPipes(); }

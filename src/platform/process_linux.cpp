@@ -1,18 +1,14 @@
-// The single-instance name, the lock file, the console and the signals.
+// The single-instance name, the console and the signals.
 #include "platform/system_linux.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstddef>
@@ -21,20 +17,6 @@
 #include <thread>
 
 namespace kestrine {
-
-namespace {
-
-// Holds a name by its socket or a lock by its file, or nothing when it is another process's.
-class HeldName final : public NamedEvent {
-public:
-    explicit HeldName(Descriptor descriptor) : m_descriptor(std::move(descriptor)) {}
-    [[nodiscard]] int close() override { return m_descriptor.close(); }
-
-private:
-    Descriptor m_descriptor;
-};
-
-} // namespace
 
 // A socket name that begins with a zero byte lives in no file system: the kernel takes it back with
 // the last descriptor, however the process ends.
@@ -60,86 +42,11 @@ NamedEventResult bindName(const std::string& name, std::unique_ptr<NamedEvent>& 
             return NamedEventResult::CreateFailed;
         }
         // Callers get a handle in this case, too; closing this one does nothing.
-        event = std::make_unique<HeldName>(Descriptor(-1));
+        event = holdDescriptor(Descriptor(-1));
         return NamedEventResult::AlreadyExists;
     }
-    event = std::make_unique<HeldName>(std::move(socket));
+    event = holdDescriptor(std::move(socket));
     return NamedEventResult::Created;
-}
-
-namespace {
-
-// Whether the path still names the open file: another process may have removed it, with its lock.
-bool isNamedBy(int file, const std::string& path) {
-    struct stat open {};
-    struct stat named {};
-    return ::fstat(file, &open) == 0 && ::stat(path.c_str(), &named) == 0 &&
-           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
-}
-
-int lockOpenFile(int file, int kind) {
-    int result = 0;
-    do {
-        result = ::flock(file, kind | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    return result;
-}
-
-// Who only looks at the lock has it for less than a moment.
-int lockBetweenLooks(int file) {
-    int tries = g_lockTries;
-    int result = lockOpenFile(file, LOCK_EX);
-    for (; result != 0 && errno == EWOULDBLOCK && tries > 0; --tries) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(g_lockPause));
-        result = lockOpenFile(file, LOCK_EX);
-    }
-    return result;
-}
-
-LockResult lockFailure() {
-    if (errno == EWOULDBLOCK) {
-        return LockResult::HeldByAnother;
-    }
-    return errno == ENOLCK || errno == ENOTSUP || errno == EINVAL ? LockResult::NotSupported
-                                                                  : LockResult::Failed;
-}
-
-} // namespace
-
-// A lock of the open file, which the kernel takes back with its last descriptor.
-LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    constexpr int tries = 10; // then the file system has no lasting identities
-    for (int i = 1;; ++i) {
-        Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
-        if (file.get() < 0) {
-            fail();
-            return LockResult::Failed;
-        }
-        if (lockBetweenLooks(file.get()) != 0) {
-            fail();
-            return lockFailure();
-        }
-        if (i == tries || isNamedBy(file.get(), path)) {
-            lock = std::make_unique<HeldName>(std::move(file));
-            return LockResult::Locked;
-        }
-    }
-}
-
-// The kernel lists such locks, but not those of other containers and machines, and not under the
-// numbers that every file system shows. So the lock is taken, shared, which no other look minds,
-// and let go with the descriptor; `lockBetweenLooks` sees to it that no service minds either.
-LockResult probeFileLock(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) {
-        fail();
-        return errno == ENOENT ? LockResult::Locked : LockResult::Failed;
-    }
-    if (lockOpenFile(file.get(), LOCK_SH) != 0) {
-        fail();
-        return lockFailure();
-    }
-    return LockResult::Locked;
 }
 
 void ignoreBrokenPipes() {

@@ -1,33 +1,13 @@
-// The single-instance name, the lock file and the signals.
+// The single-instance name, the console and the signals.
 #include "platform/system_windows.h"
 
 #include <atomic>
 #include <csignal>
 #include <string>
-#include <utility>
 
 namespace kestrine {
 
 namespace {
-
-class OwnedHandle final : public NamedEvent {
-public:
-    explicit OwnedHandle(HANDLE handle) : m_handle(handle) {}
-    ~OwnedHandle() override {
-        if (m_handle != nullptr) {
-            CloseHandle(m_handle);
-        }
-    }
-    OwnedHandle(const OwnedHandle&) = delete;
-    OwnedHandle& operator=(const OwnedHandle&) = delete;
-
-    [[nodiscard]] int close() override {
-        return m_handle == nullptr || CloseHandle(std::exchange(m_handle, nullptr)) ? 0 : fail();
-    }
-
-private:
-    HANDLE m_handle;
-};
 
 NamedEventResult failEvent(NamedEventResult result) {
     fail();
@@ -55,85 +35,12 @@ NamedEventResult createEvent(const std::string& name, std::unique_ptr<NamedEvent
         return failEvent(NamedEventResult::CreateFailed);
     }
     const DWORD code = GetLastError();
-    event = std::make_unique<OwnedHandle>(handle);
+    event = holdHandle(handle);
     if (code == ERROR_ALREADY_EXISTS) {
         fail(code);
         return NamedEventResult::AlreadyExists;
     }
     return NamedEventResult::Created;
-}
-
-namespace {
-
-// Of a byte that no file has: far behind the end, so that the lock keeps nobody from reading.
-OVERLAPPED placeOfLock() {
-    OVERLAPPED place{};
-    place.OffsetHigh = 0x7FFFFFFF;
-    return place;
-}
-
-LockResult lockOpenFile(HANDLE handle, DWORD kind) {
-    OVERLAPPED place = placeOfLock();
-    if (LockFileEx(handle, kind | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place)) {
-        return LockResult::Locked;
-    }
-    const DWORD code = GetLastError();
-    fail(code);
-    if (code == ERROR_LOCK_VIOLATION || code == ERROR_IO_PENDING) {
-        return LockResult::HeldByAnother;
-    }
-    return code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_FUNCTION ? LockResult::NotSupported
-                                                                         : LockResult::Failed;
-}
-
-} // namespace
-
-// The system takes the lock back with the last handle.
-LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock) {
-    HANDLE handle = INVALID_HANDLE_VALUE;
-    const auto open = [&] {
-        handle = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                             OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        return handle != INVALID_HANDLE_VALUE;
-    };
-    if (!tryWhileHeld(open, [&] { return !isBeingDeleted(path); })) {
-        fail();
-        return LockResult::Failed;
-    }
-    auto file = std::make_unique<OwnedHandle>(handle);
-    LockResult result = lockOpenFile(handle, LOCKFILE_EXCLUSIVE_LOCK);
-    // Who only looks at the lock has it for less than a moment.
-    for (int tries = g_lockTries; result == LockResult::HeldByAnother && tries > 0; --tries) {
-        Sleep(g_lockPause);
-        result = lockOpenFile(handle, LOCKFILE_EXCLUSIVE_LOCK);
-    }
-    if (result == LockResult::Locked) {
-        lock = std::move(file);
-    }
-    return result;
-}
-
-// Nothing lists locks, so it is taken, shared, which no other look minds, and let go with the
-// handle; `lockWholeFile` tries again, so that no service minds either.
-LockResult probeFileLock(const std::string& path) {
-    const HANDLE handle = CreateFileA(path.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
-        const DWORD code = GetLastError();
-        fail(code);
-        return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ? LockResult::Locked
-                                                                            : LockResult::Failed;
-    }
-    const OwnedHandle file(handle);
-    const LockResult result = lockOpenFile(handle, 0);
-    if (result == LockResult::Locked) {
-        // With the handle it would go at the system's leisure.
-        OVERLAPPED place = placeOfLock();
-        UnlockFileEx(handle, 0, 1, 0, &place);
-    }
-    return result;
 }
 
 // Writes to a pipe return at once from now on, with less than all written if the pipe is full.

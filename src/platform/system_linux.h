@@ -34,6 +34,10 @@ private:
     int m_number;
 };
 
+// A name that is held by its socket, or a lock by its file, until the descriptor is closed; -1
+// stands for one that is another process's.
+[[nodiscard]] std::unique_ptr<NamedEvent> holdDescriptor(Descriptor descriptor);
+
 [[nodiscard]] std::unique_ptr<File> openFile(const std::string& path, OpenMode mode);
 
 [[nodiscard]] int findEntries(const std::string& pattern, std::vector<FindEntry>& entries,
@@ -49,8 +53,13 @@ private:
 
 [[nodiscard]] NamedEventResult bindName(const std::string& name,
                                         std::unique_ptr<NamedEvent>& event);
-[[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
-[[nodiscard]] LockResult probeFileLock(const std::string& path);
+enum class LockKind { Alone, Shared };
+[[nodiscard]] LockResult lockWholeFile(const std::string& path, LockKind kind,
+                                       std::unique_ptr<NamedEvent>& lock);
+[[nodiscard]] LockResult lockBytesOfFile(const std::string& path, uint64_t first, uint64_t count,
+                                         std::unique_ptr<NamedEvent>& lock);
+// Whether a lock of the kind would be had.
+[[nodiscard]] LockResult probeFileLock(const std::string& path, LockKind kind);
 void ignoreBrokenPipes();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);

@@ -56,6 +56,9 @@ template <typename Attempt, typename IsHopeless>
            GetLastError() == ERROR_ACCESS_DENIED;
 }
 
+// A name or a lock that is held until the handle is closed.
+[[nodiscard]] std::unique_ptr<NamedEvent> holdHandle(HANDLE handle);
+
 [[nodiscard]] std::unique_ptr<File> openFile(const std::string& path, OpenMode mode);
 
 [[nodiscard]] int findEntries(const std::string& pattern, std::vector<FindEntry>& entries,
@@ -69,8 +72,13 @@ template <typename Attempt, typename IsHopeless>
 
 [[nodiscard]] NamedEventResult createEvent(const std::string& name,
                                            std::unique_ptr<NamedEvent>& event);
-[[nodiscard]] LockResult lockWholeFile(const std::string& path, std::unique_ptr<NamedEvent>& lock);
-[[nodiscard]] LockResult probeFileLock(const std::string& path);
+enum class LockKind { Alone, Shared };
+[[nodiscard]] LockResult lockWholeFile(const std::string& path, LockKind kind,
+                                       std::unique_ptr<NamedEvent>& lock);
+[[nodiscard]] LockResult lockBytesOfFile(const std::string& path, uint64_t first, uint64_t count,
+                                         std::unique_ptr<NamedEvent>& lock);
+// Whether a lock of the kind would be had.
+[[nodiscard]] LockResult probeFileLock(const std::string& path, LockKind kind);
 void stopWaitingForReaders();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);

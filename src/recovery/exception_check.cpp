@@ -55,6 +55,15 @@ int settleKind(const std::string& path, bool wantDirectory) {
     return Util::dumpBrokenFile(path) == 0 ? 1 : -1;
 }
 
+// The attributes by which a listing would name the path. False when there is nothing.
+bool attributesOf(const std::string& path, uint32_t& attributes) {
+    FileInfo info;
+    const bool known = platform().info(path, info) == 0;
+    // What cannot be looked at is taken for a directory: the next call tells.
+    attributes = !known || info.isDirectory ? g_attributeDirectory : 0;
+    return known || platform().exists(path);
+}
+
 int deleteList(const std::string& directory) {
     if (Util::deleteListDirectory(directory) != 0) {
         return LOG_FAIL("delete dir %s fail", directory.c_str());
@@ -99,6 +108,35 @@ int ExceptionCheck::check(const std::string& accountPath) {
             }
         }
         again = !periods.fellBack().empty();
+    }
+    return 0;
+}
+
+int ExceptionCheck::checkDate(const std::string& accountDir, const std::string& date) {
+    const std::string newDirectory = names::newDayDir(accountDir, date);
+    const std::string dayDirectory = names::dayDir(accountDir, date);
+    uint32_t attributes = 0;
+    if (attributesOf(newDirectory, attributes) &&
+        checknewDirectory(newDirectory, attributes) != 0) {
+        return LOG_FAIL("check of %s fail", newDirectory.c_str());
+    }
+    for (bool again = true; again;) {
+        if (checkPeriod(dayDirectory) != 0) {
+            return -1;
+        }
+        PeriodCheck periods(accountDir);
+        if (periods.checkDate(date) != 0) {
+            return LOG_FAIL("check of date %s fail", date.c_str());
+        }
+        again = periods.fellBack().contains(dayDirectory);
+    }
+    return 0;
+}
+
+int ExceptionCheck::checkPeriod(const std::string& directory) {
+    uint32_t attributes = 0;
+    if (attributesOf(directory, attributes) && checkDayWeekMon(directory, attributes) != 0) {
+        return LOG_FAIL("check of %s fail", directory.c_str());
     }
     return 0;
 }

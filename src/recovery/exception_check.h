@@ -21,6 +21,11 @@ public:
     // (period_check.h). 0 or -1.
     [[nodiscard]] int check(const std::string& accountPath);
 
+    // The part of it that concerns one date (eight digits), its week and month file excepted, which
+    // must be in order; the part that concerns one week or month file. 0 or -1.
+    [[nodiscard]] int checkDate(const std::string& accountDir, const std::string& date);
+    [[nodiscard]] int checkPeriod(const std::string& directory);
+
     // One entry of the account's directory. 0 or -1.
     [[nodiscard]] int checkDayWeekMon(const std::string& path, uint32_t attributes);
     // One entry of the "new" tree; one entry of a date directory in it.

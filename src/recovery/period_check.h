@@ -18,13 +18,14 @@ public:
 
     // 0 or -1. The same after a kill anywhere.
     [[nodiscard]] int check();
+    // The same for the waiting files of one date.
+    [[nodiscard]] int checkDate(const std::string& date);
     // Directories in which a day, week or month file may have given way to its backup, or to
     // nothing: it has no top lists now.
     [[nodiscard]] const std::set<std::string>& fellBack() const { return m_fellBack; }
 
 private:
     [[nodiscard]] int collectDates(std::set<std::string>& dates, std::set<std::string>& periods);
-    [[nodiscard]] int checkDate(const std::string& date);
     [[nodiscard]] int checkWaiting(const std::string& date);
     [[nodiscard]] int checkPeriod(const std::string& directory);
 

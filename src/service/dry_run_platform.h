@@ -29,7 +29,14 @@ public:
                                       std::unique_ptr<NamedEvent>& event) override;
     // A file that is not there is locked by nobody.
     LockResult lockFile(const std::string& path, std::unique_ptr<NamedEvent>&) override {
+        return probeSharedLock(path);
+    }
+    LockResult lockFileShared(const std::string& path, std::unique_ptr<NamedEvent>&) override {
         return probeLock(path);
+    }
+    LockResult lockFileBytes(const std::string&, uint64_t, uint64_t,
+                             std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
     }
     void writeConsole(std::string_view text, bool toError) override;
     // What a program would change nobody knows.

@@ -34,7 +34,7 @@ int WorkThread::run() {
     if (removeTempFiles() != 0) {
         return LOG_FAIL("removeTempFiles fail");
     }
-    removeMemoryDisk();
+    m_directories.removeMemoryDisk();
     return result;
 }
 

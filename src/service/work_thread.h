@@ -3,7 +3,7 @@
 
 #include "cycle/url_stat.h"
 #include "frame/configuration.h"
-#include "platform/platform.h"
+#include "service/working_directories.h"
 
 #include <cstdint>
 #include <memory>
@@ -39,7 +39,6 @@ public:
     [[nodiscard]] int removeDeletedDate();
 
 private:
-    void removeMemoryDisk();
     [[nodiscard]] int waitForAccounts();
     void checkAccounts(const std::vector<std::string>& accounts);
     [[nodiscard]] int runLoop();
@@ -49,14 +48,10 @@ private:
     void pause();
 
     Configuration& m_configuration;
+    WorkingDirectories m_directories;
     std::vector<std::string> m_accounts; // account paths, as last read
     std::vector<std::unique_ptr<UrlStat>> m_urlStats;
     std::set<std::string> m_failed; // accounts whose tree could not be checked
-    std::unique_ptr<NamedEvent> m_rootLock;
-    std::unique_ptr<NamedEvent> m_memoryDiskLock;
-    std::string m_dataPath;
-    std::string m_urlStatRoot;
-    std::string m_memoryDisk;
     bool m_checkedBefore = false;
     uint32_t m_lastCheck = 0; // tick of the last account check
 };

@@ -57,7 +57,12 @@ int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>
             return -1;
         }
     }
-    while (platform().exists(files.formal)) { // twice at most: the file, then its backup
+    // Twice at most: the file, then its backup. One more look finds neither.
+    for (int looks = 0; platform().exists(files.formal); ++looks) {
+        // So it is on a disk on which nothing changes.
+        if (looks == 2) {
+            return LOG_FAIL("%s is damaged and stays where it is", files.formal.c_str());
+        }
         const int ret = openOnce(files, period, file);
         // With -1 the file stays where it is: nothing is moved on the ground of a failed call.
         if (ret <= 0) {
@@ -71,6 +76,17 @@ int openFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>
     }
     file.reset();
     return 1;
+}
+
+int lookAtFormal(const PeriodFiles& files, Period period, std::unique_ptr<UrlFile>& file) {
+    if (!platform().exists(files.formal)) {
+        return platform().exists(files.backup) ? 2 : 1;
+    }
+    const int ret = openOnce(files, period, file);
+    if (ret != 0) {
+        file.reset();
+    }
+    return ret == 1 ? 2 : ret;
 }
 
 int highestNumberKnown(const std::string& accountDir, const std::string& date, int32_t& known,

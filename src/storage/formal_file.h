@@ -19,6 +19,11 @@ namespace kestrine {
 [[nodiscard]] int openFormal(const PeriodFiles& files, Period period,
                              std::unique_ptr<UrlFile>& file, bool* fellBack = nullptr);
 
+// The same without any repair. 0; 1: there is neither the file nor a backup; 2: it is damaged, or
+// there is only its backup; -1.
+[[nodiscard]] int lookAtFormal(const PeriodFiles& files, Period period,
+                               std::unique_ptr<UrlFile>& file);
+
 // The highest new-day number of the date that its week and month file hold, -1 for none. Damage as
 // above. 0 or -1.
 [[nodiscard]] int highestNumberKnown(const std::string& accountDir, const std::string& date,

@@ -58,13 +58,24 @@ int createDir(const std::string& path, Durable durable) {
     if (!last.empty() && platform().exists(last)) {
         return durable == Durable::Yes ? makeDurable(last) : 0;
     }
+    std::string there; // the innermost that was there already
     for (size_t end = taken.find('/', 1); end != std::string::npos;
          end = taken.find('/', end + 1)) {
         const std::string prefix = taken.substr(0, end);
-        if (isNoDirectory(prefix) || platform().exists(prefix)) {
+        if (isNoDirectory(prefix)) {
             continue;
         }
-        if (platform().makeDirectory(prefix) != 0) {
+        if (platform().exists(prefix)) {
+            there = prefix;
+            continue;
+        }
+        // Who made that one may not have synced it yet.
+        if (durable == Durable::Yes && !there.empty() && makeDurable(there) != 0) {
+            return -1;
+        }
+        there.clear();
+        // Another process may make the same one at this moment.
+        if (platform().makeDirectory(prefix) != 0 && errno != EEXIST) {
             return LOG_FAIL("CreateDirectory %s fail, errcode %u", prefix.c_str(),
                             platform().lastError());
         }

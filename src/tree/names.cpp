@@ -93,6 +93,10 @@ std::string defaultMemoryDisk(std::string_view dataPath) {
     return join(dataPath, "_memdisk");
 }
 
+std::string unitLockFile(std::string_view accountDir) {
+    return join(accountDir, ".urlbuild.lock");
+}
+
 std::string lockFile(std::string_view root) {
     return join(root, ".kestrine.lock");
 }

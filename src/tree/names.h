@@ -6,6 +6,7 @@
 //
 //   statistics tree (ROOT), by default DATA/_urlstat
 //     ROOT/.kestrine.lock                        locked while a service runs on the tree
+//     ROOT/ACCOUNT/.urlbuild.lock                locked in part while a unit works on the account
 //     ROOT/ACCOUNT/new/DATE/N.daycrcsortnew      new-day files, numbered from 0; + ".temp"
 //     ROOT/ACCOUNT/diskTemp/DATE/N.temp          disk temporary files
 //     ROOT/ACCOUNT/DATE/daycrcsort               day file; + "_backup", ".temp", ".temp.temp"
@@ -52,6 +53,8 @@ constexpr std::string_view g_devicePrefix = "devid_";
 [[nodiscard]] std::string defaultStatRoot(std::string_view dataPath);
 [[nodiscard]] std::string defaultMemoryDisk(std::string_view dataPath);
 [[nodiscard]] std::string lockFile(std::string_view root);
+// Its bytes are locked by who works on a part of the account beside others.
+[[nodiscard]] std::string unitLockFile(std::string_view accountDir);
 [[nodiscard]] std::string accountDir(std::string_view root, std::string_view account);
 [[nodiscard]] std::string dateText(int32_t date); // eight digits
 [[nodiscard]] bool isEightDigits(std::string_view text);

@@ -103,6 +103,13 @@ private:
     LockResult lockFile(const std::string&, std::unique_ptr<NamedEvent>&) override {
         return LockResult::Locked;
     }
+    LockResult lockFileShared(const std::string&, std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
+    LockResult lockFileBytes(const std::string&, uint64_t, uint64_t,
+                             std::unique_ptr<NamedEvent>&) override {
+        return LockResult::Locked;
+    }
     void addLast(const Files& files, const worldgen::Totals& totals);
     void put(const Files& added);
 
