@@ -44,14 +44,19 @@ int PeriodStage::run(bool all) {
     return 0;
 }
 
-int PeriodStage::runPeriod(const std::string& date) {
+int PeriodStage::runPeriod(const std::string& date, std::optional<DuePeriod>& due) {
+    due.reset();
     std::vector<Group> groups;
     if (listGroups(groups) != 0) {
         return -1;
     }
     const auto group = std::ranges::find_if(
         groups, [&date](const Group& one) { return one.begin <= date && date <= one.end; });
-    return group == groups.end() ? 0 : runGroup(*group, true);
+    if (group == groups.end()) {
+        return 0;
+    }
+    const int found = findDue(*group, due);
+    return found != 0 || !due ? found : runGroup(*group, true);
 }
 
 int PeriodStage::findDue(std::vector<DuePeriod>& due) {
@@ -60,19 +65,30 @@ int PeriodStage::findDue(std::vector<DuePeriod>& due) {
         return -1;
     }
     for (const Group& group : groups) {
-        Found found;
-        const int ret = look(group, found);
-        if (ret < 0) {
+        std::optional<DuePeriod> found;
+        if (findDue(group, found) != 0) {
             return -1;
         }
-        if (ret == g_again) {
-            due.push_back({group.begin, group.end, found.files, {}, true});
-        } else if (isDue(found)) {
-            const bool forward = found.current && found.state.fits(found.status);
-            due.push_back({group.begin, group.end, found.files,
-                           forward ? found.state.waitingFiles() : found.state.dayFiles(),
-                           !forward});
+        if (found) {
+            due.push_back(std::move(*found));
         }
+    }
+    return 0;
+}
+
+int PeriodStage::findDue(const Group& group, std::optional<DuePeriod>& due) const {
+    Found found;
+    const int ret = look(group, found);
+    if (ret < 0) {
+        return -1;
+    }
+    const bool forward = ret == 0 && found.current && found.state.fits(found.status);
+    if (ret == g_again) {
+        due = DuePeriod{group.begin, group.end, found.files, {}, true};
+    } else if (isDue(found)) {
+        due = DuePeriod{group.begin, group.end, found.files,
+                        forward ? found.state.waitingFiles(found.status) : found.state.dayFiles(),
+                        !forward};
     }
     return 0;
 }
@@ -182,8 +198,9 @@ int PeriodStage::look(const Group& group, Found& found) const {
 
 // Not when there is nothing to build from; or nothing that waits, and no need to count anew.
 bool PeriodStage::isDue(const Found& found) {
-    return found.current ? found.state.isBehind(found.status) || !found.state.fits(found.status)
-                         : !found.state.dayFiles().empty();
+    return found.current
+               ? !found.state.waitingFiles(found.status).empty() || !found.state.fits(found.status)
+               : !found.state.dayFiles().empty();
 }
 
 PeriodFiles PeriodStage::filesOf(const Group& group) const {

@@ -20,6 +20,7 @@
 #include "merge/period_fit.h"
 #include "tree/period.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -46,8 +47,8 @@ public:
     // 0, also after a stop, or -1. A kill leaves what `publish` and a merge leave.
     [[nodiscard]] int run(bool all);
     // The period that holds the date (eight digits, of the calendar), compared with its day files.
-    // As above.
-    [[nodiscard]] int runPeriod(const std::string& date);
+    // As above; `due` is what there was to do, none without anything.
+    [[nodiscard]] int runPeriod(const std::string& date, std::optional<DuePeriod>& due);
     // The periods on which `run`, comparing, would set to work; one with a damaged waiting file has
     // no inputs yet. 0 or -1. Sets damaged files aside, unless the platform is one on which nothing
     // changes: there a damaged day, week or month file makes it fail.
@@ -75,6 +76,7 @@ private:
     [[nodiscard]] int mergeOnePeriod(const Group& group, bool all);
     [[nodiscard]] int look(const Group& group, Found& found) const;
     [[nodiscard]] static bool isDue(const Found& found);
+    [[nodiscard]] int findDue(const Group& group, std::optional<DuePeriod>& due) const;
     [[nodiscard]] PeriodFiles filesOf(const Group& group) const;
     [[nodiscard]] int bringForward(const PeriodFiles& files, const PeriodState& state);
     [[nodiscard]] int build(const PeriodFiles& files, const PeriodState& state);

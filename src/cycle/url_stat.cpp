@@ -87,23 +87,6 @@ int UrlStat::daycrcsort(const std::string& account) {
     return daycrcsortnew(account);
 }
 
-int UrlStat::readDate(const std::string& account, const std::string& date) {
-    m_account = account;
-    if (DayStage(account, accountDirectory()).settleGap(date) != 0) {
-        return LOG_FAIL("settle new-day files of %s, %s fail", account.c_str(), date.c_str());
-    }
-    UrlFileNewData newData(m_configuration);
-    std::vector<DayStatus> days;
-    if (newData.getDayStatusHaveNewData(account, days, date) != 0) {
-        return LOG_FAIL("getDayStatusHaveNewData fail %s, %s", account.c_str(), date.c_str());
-    }
-    m_logsLeft = false;
-    if (countLogs(days) != 0 || mergeTemporaries() != 0) {
-        return -1;
-    }
-    return m_logsLeft && !stopRequested() ? 1 : 0;
-}
-
 int UrlStat::countLogs(std::vector<DayStatus>& days) {
     LOG_DEBUG("print daystatus having new dats:");
     for (const DayStatus& day : days) {
@@ -112,18 +95,12 @@ int UrlStat::countLogs(std::vector<DayStatus>& days) {
     if (!days.empty() && makeDirectoriesDurable() != 0) {
         return LOG_FAIL("make directories of %s durable fail", m_account.c_str());
     }
-    if (!days.empty() && readLogs(days) != 0) {
-        return LOG_FAIL("create temp file fail %s", m_account.c_str());
+    for (size_t i = 0; i < days.size() && !stopRequested(); ++i) {
+        if (createTempFile(days[i]) != 0) {
+            return LOG_FAIL("create temp file fail %s", m_account.c_str());
+        }
     }
     return 0;
-}
-
-int UrlStat::readLogs(std::vector<DayStatus>& days) {
-    int result = 0;
-    for (size_t i = 0; i < days.size() && result == 0 && !stopRequested(); ++i) {
-        result = createTempFile(days[i]);
-    }
-    return result;
 }
 
 // Before anything below them is: temporary files make their directories without syncing, and a kill

@@ -83,7 +83,6 @@ private:
 
     // ---- a date's logs
     [[nodiscard]] int countLogs(std::vector<DayStatus>& days);
-    [[nodiscard]] int readLogs(std::vector<DayStatus>& days);
     [[nodiscard]] int createTempFile(DayStatus& status);
     [[nodiscard]] int readNodes(DayStatus& status, bool& moved);
     [[nodiscard]] int dealOneDevice(DayStatus& status, size_t index);

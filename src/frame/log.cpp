@@ -22,11 +22,12 @@ namespace {
 constexpr size_t g_maxMessage = 1023; // bytes of a message in the file
 constexpr size_t g_filesToKeep = 29;  // older files that remain beside a new one
 
-bool g_errorsToStderr = false;
+bool g_toStderr = false;
+bool g_errorsOnly = false;
 bool g_discarding = false;
 
 bool isDropped(LogLevel level) {
-    return g_discarding || (g_errorsToStderr && level != LogLevel::Error);
+    return g_discarding || (g_errorsOnly && level != LogLevel::Error);
 }
 
 // Names carry their date as year, month, day, so that the oldest sort first.
@@ -119,11 +120,11 @@ void writeConsole(LogLevel level, const std::string& message) {
     line += ':';
     line += message;
     line += '\n';
-    platform().writeConsole(line, g_errorsToStderr);
+    platform().writeConsole(line, g_toStderr);
 }
 
 void writeFile(LogLevel level, const std::string& message) {
-    if (!g_errorsToStderr) {
+    if (!g_toStderr) {
         (void)g_log.write(static_cast<int32_t>(level), " " + message);
     }
 }
@@ -189,7 +190,12 @@ std::string logDirectory() {
 }
 
 void reportErrorsToStderr() {
-    g_errorsToStderr = true;
+    g_toStderr = true;
+    g_errorsOnly = true;
+}
+
+void reportAllToStderr() {
+    g_toStderr = true;
 }
 
 void discardReports() {

@@ -67,6 +67,8 @@ void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format,
 // For programs beside the service: from now on reports of errors go to the standard error stream,
 // all others nowhere, and no log file is written. Call before any other thread exists.
 void reportErrorsToStderr();
+// The same with every line.
+void reportAllToStderr();
 // For programs that tell in their own words what failed: no report goes anywhere from now on.
 void discardReports();
 

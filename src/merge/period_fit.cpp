@@ -8,8 +8,6 @@
 #include "tree/names.h"
 #include "tree/quarantine.h"
 
-#include <algorithm>
-
 namespace kestrine {
 
 int PeriodState::read(const std::string& accountDir, const std::vector<std::string>& dates) {
@@ -94,13 +92,6 @@ uint64_t PeriodState::totalUpTo(const Date& date, int32_t held) {
     return total;
 }
 
-bool PeriodState::isBehind(const WeekMonStatus& status) const {
-    return std::ranges::any_of(m_dates, [&status](const auto& date) {
-        const auto& waiting = date.second.waiting;
-        return !waiting.empty() && waiting.rbegin()->first > status.counterOfDate(date.first);
-    });
-}
-
 uint64_t PeriodState::waitingTotal(const WeekMonStatus& status) const {
     uint64_t total = 0;
     for (const auto& [name, date] : m_dates) {
@@ -147,6 +138,17 @@ std::vector<std::string> PeriodState::waitingFiles() const {
     for (const auto& [name, date] : m_dates) {
         for (const auto& [number, file] : date.waiting) {
             files.push_back(file.path);
+        }
+    }
+    return files;
+}
+
+std::vector<std::string> PeriodState::waitingFiles(const WeekMonStatus& status) const {
+    std::vector<std::string> files;
+    for (const auto& [name, date] : m_dates) {
+        for (auto file = date.waiting.upper_bound(status.counterOfDate(name));
+             file != date.waiting.end(); ++file) {
+            files.push_back(file->second.path);
         }
     }
     return files;

@@ -23,8 +23,6 @@ public:
     // dates that were removed, and what a day file has lost.
     [[nodiscard]] bool fits(const WeekMonStatus& status) const;
 
-    // Whether a file waits that the status does not know.
-    [[nodiscard]] bool isBehind(const WeekMonStatus& status) const;
     // Visits in waiting files that the status does not know.
     [[nodiscard]] uint64_t waitingTotal(const WeekMonStatus& status) const;
     // The dates of which the status holds numbers that neither day file nor waiting files have.
@@ -33,6 +31,8 @@ public:
     // Paths, ascending by date.
     [[nodiscard]] std::vector<std::string> dayFiles() const;
     [[nodiscard]] std::vector<std::string> waitingFiles() const;
+    // Those of them that the status does not know.
+    [[nodiscard]] std::vector<std::string> waitingFiles(const WeekMonStatus& status) const;
 
 private:
     struct NewDay {

@@ -172,10 +172,11 @@ void Check::instance() const {
         {m_urlStatRoot, names::lockFile(m_urlStatRoot)},
         {m_memoryDisk, memoryDiskMarker(m_memoryDisk)}};
     for (const auto& [directory, lock] : locks) {
-        // A lock file that is not there is not made, and a lock that was free is let go at once.
-        const LockResult result = platform().lockFile(lock, held);
+        const LockResult result = platform().probeLock(lock);
         if (result == LockResult::HeldByAnother) {
             LOG_ERROR("the service is running on %s", directory.c_str());
+        } else if (platform().probeSharedLock(lock) == LockResult::HeldByAnother) {
+            LOG_ERROR("units of the service's work are running on %s", directory.c_str());
         } else if (result == LockResult::Failed) {
             LOG_ERROR("lock %s fail, errno %d", lock.c_str(), errno);
         }

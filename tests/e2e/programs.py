@@ -70,6 +70,9 @@ class Process:
     def story(self) -> str:
         return f"exit code {self._child.poll()}, last lines {self.lines[-12:]}"
 
+    def running(self) -> bool:
+        return self._child.poll() is None
+
     def request(self, signal: int) -> None:
         if WINDOWS:
             emulator.interrupt(self._child.pid)

@@ -202,7 +202,7 @@ def read_tree(root: Path, log_data: str, seen_root: str) -> dict[str, StatFile |
     counters: dict[str, int] = {}  # of the days, whose files come first
     for path in sorted(path for path in root.rglob("*") if path.is_file()):
         name = path.relative_to(root).as_posix()
-        if name.startswith("debug/") or name.endswith("_backup") or name == ".kestrine.lock":
+        if name.startswith("debug/") or name.endswith(("_backup", ".lock")):
             continue
         if path.name not in ("daycrcsort", "weekcrcsort", "moncrcsort") and path.suffix != ".top":
             tree[name] = "unexpected"

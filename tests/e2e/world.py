@@ -66,7 +66,8 @@ class World:
         self._install()
 
     def _install(self) -> None:
-        shutil.copy(program("kestrine"), self.program)
+        for name in ("kestrine", "urlbuild"):
+            shutil.copy(program(name), self.home)
         self.configure()
 
     def configure(self, **settings: object) -> None:
@@ -82,6 +83,17 @@ class World:
     def run(self, *arguments: str) -> tuple[int, list[str]]:
         """Starts the service beside one that may be running."""
         return run(self.program, *arguments, directory=self.home)
+
+    def unit(self, *arguments: str) -> tuple[int, list[str]]:
+        """Exit code and lines, but those for hosts without an end, which every world has."""
+        code, lines = run(self.home / program("urlbuild").name, *arguments, directory=self.home)
+        return code, [line for line in lines if "cannot find </_f> in" not in line]
+
+    def start_unit(self, *arguments: str) -> Process:
+        self.close()
+        command = [str(self.home / program("urlbuild").name), *arguments]
+        self._service = start(command, self.home)
+        return self._service
 
     def stop(self, service: Process, signal: int = SIGINT) -> None:
         """Requests a stop and checks that the end is an orderly one."""

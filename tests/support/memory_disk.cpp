@@ -251,9 +251,10 @@ int MemoryDisk::removeTree(const std::string&, const std::string& path) {
 }
 
 int MemoryDisk::makeDirectory(const std::string& path) {
-    if (directories.insert(path).second) {
-        note({path}, [this, path] { (void)removeTree({}, path); });
+    if (!directories.insert(path).second) {
+        return failWith(EEXIST);
     }
+    note({path}, [this, path] { (void)removeTree({}, path); });
     return 0;
 }
 

@@ -155,6 +155,17 @@ void SimWorld::configure(const std::string& key, const std::string& value) {
 }
 
 End SimWorld::run(const Plan& plan) {
+    return run(plan, [] {
+        Configuration* settings = nullptr;
+        if (Configuration::getInstance(&settings) != 0) {
+            return -1;
+        }
+        WorkThread workThread(*settings);
+        return workThread.init() == 0 ? workThread.run() : -1;
+    });
+}
+
+End SimWorld::run(const Plan& plan, const std::function<int()>& program) {
     FailingPlatform machine(plan.failAt, plan.mode, disk, plan.calls);
     machine.error = plan.error;
     machine.concerns = [&plan](const std::string& path) {
@@ -173,11 +184,7 @@ End SimWorld::run(const Plan& plan) {
     slept = 0;
     ticks = 1000;
     g_isRunning = 1;
-    int result = -1;
-    if (Configuration* settings = nullptr; Configuration::getInstance(&settings) == 0) {
-        WorkThread workThread(*settings);
-        result = workThread.init() == 0 ? workThread.run() : -1;
-    }
+    const int result = program();
     g_isRunning = 1;
     m_plan = nullptr;
     if (m_startUpOver) {

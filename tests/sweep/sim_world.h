@@ -65,6 +65,8 @@ public:
 
     // The life of one process: what `main` does between start-up and end.
     End run(const Plan& plan = {});
+    // The life of another process, with the plan's fault: `program` returns 0 or what failed.
+    End run(const Plan& plan, const std::function<int()>& program);
     // A run without faults that leaves nothing to be done.
     [[nodiscard]] bool runs(int passes = 2) { return run({.passes = passes}) == End::Normal; }
 

@@ -62,6 +62,28 @@ TEST(CreateDir, MakesWhatEndsBeforeASlash) {
     }
 }
 
+// Another process makes the same ones at the same moment, and may not have synced them yet.
+TEST(CreateDir, GoesOnWhereAnotherWasFaster) {
+    struct Rival : BareMachine {
+        int makeDirectory(const std::string& path) override {
+            (void)BareMachine::makeDirectory(path);
+            errno = EEXIST;
+            return -1;
+        }
+    } rival;
+    const Paths all = {"make /a", "sync /", "make /a/b", "sync /a"};
+    {
+        const ScopedPlatform scope(rival);
+        EXPECT_EQ(Util::createDir("/a/b/c"), 0);
+        EXPECT_EQ(rival.calls, all);
+    }
+    BareMachine machine;
+    const ScopedPlatform scope(machine);
+    EXPECT_EQ(Util::createDir("/a/", Durable::No), 0);
+    EXPECT_EQ(Util::createDir("/a/b/c"), 0);
+    EXPECT_EQ(machine.calls, all);
+}
+
 TEST(DeleteDir, RemovesEverythingBelowAndFollowsNoLink) {
     const TempDir dir;
     for (const char* name : {"top/a", "top/.d/x", "top/d/y", "kept/file"}) {
@@ -124,11 +146,16 @@ TEST(DumpBrokenFile, NeverCollides) {
         {"stat/a/20120313/daycrcsort", "stat/debug/20120313/1331600000_daycrcsort"},
         {"stat/b/20120313/daycrcsort", "stat/debug/20120313/1331600001_daycrcsort"},
         {"stat/a/20120313_kept/daycrcsort", "stat/debug/20120313/1331600002_daycrcsort"},
+        {"stat/c/20120313/daycrcsort", "stat/debug/20120313/1331600004_daycrcsort"},
         {"mem/a/20120313/7.temp", "mem/debug/20120313/1331600000_7.temp"}};
+    // Another process is about to use that one.
+    dir.makeDirs("stat/debug/20120313/1331600003_daycrcsort.temp");
     for (const auto& [name, dump] : cases) {
         EXPECT_EQ(Util::dumpBrokenFile(dir.write(name), dir / "stat", dir / "mem"), 0);
         EXPECT_TRUE(dir.has(dump) && !dir.has(name)) << dump;
     }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "stat/debug/20120313"), {}),
+              5);
     EXPECT_EQ(Util::dumpBrokenFile(dir.write("x/1.temp"), dir / "stat", dir / "mem"), -1);
 }
 

@@ -229,5 +229,29 @@ TEST_F(PlatformTest, LocksAndNamesHaveOneHolder) {
     EXPECT_EQ(p.createNamedEvent(name, first), NamedEventResult::Created);
 }
 
+TEST_F(PlatformTest, LocksAreSharedAndHaveParts) {
+    std::unique_ptr<NamedEvent> first;
+    std::unique_ptr<NamedEvent> second;
+    std::unique_ptr<NamedEvent> third;
+    ASSERT_EQ(p.lockFileShared(path("lock"), first), LockResult::Locked);
+    ASSERT_EQ(p.lockFileShared(path("lock"), second), LockResult::Locked);
+    EXPECT_EQ(p.probeLock(path("lock")), LockResult::Locked);
+    EXPECT_EQ(p.probeSharedLock(path("lock")), LockResult::HeldByAnother);
+    EXPECT_EQ(p.lockFile(path("lock"), third), LockResult::HeldByAnother);
+    EXPECT_EQ(first->close() + second->close(), 0);
+    EXPECT_EQ(p.probeSharedLock(path("lock")), LockResult::Locked);
+    ASSERT_EQ(p.lockFile(path("lock"), third), LockResult::Locked);
+    EXPECT_EQ(p.lockFileShared(path("lock"), first), LockResult::HeldByAnother);
+    // Bytes, of which none is there: each has one holder.
+    constexpr uint64_t all = INT64_MAX;
+    ASSERT_EQ(p.lockFileBytes(path("bytes"), 19000, 7, first), LockResult::Locked);
+    EXPECT_EQ(p.lockFileBytes(path("bytes"), 18990, 11, second), LockResult::HeldByAnother);
+    EXPECT_EQ(p.lockFileBytes(path("bytes"), 19006, 1, second), LockResult::HeldByAnother);
+    EXPECT_EQ(p.lockFileBytes(path("bytes"), 0, all, second), LockResult::HeldByAnother);
+    ASSERT_EQ(p.lockFileBytes(path("bytes"), 19007, 1, second), LockResult::Locked);
+    EXPECT_EQ(first->close() + second->close(), 0);
+    EXPECT_EQ(p.lockFileBytes(path("bytes"), 0, all, second), LockResult::Locked);
+}
+
 } // namespace
 } // namespace kestrine

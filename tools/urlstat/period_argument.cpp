@@ -1,5 +1,6 @@
 #include "period_argument.h"
 
+#include "date_text.h"
 #include "failure.h"
 #include "stat_tree.h"
 #include "tree/names.h"
@@ -10,17 +11,6 @@ namespace kestrine::viewer {
 
 namespace {
 
-// Digits of a date with or without hyphens between its fields.
-std::string digitsOf(const std::string& text) {
-    std::string digits = text;
-    const bool hyphens = (text.size() == 10 || text.size() == 7) && text[4] == '-' &&
-                         (text.size() == 7 || text[7] == '-');
-    if (hyphens) {
-        std::erase(digits, '-');
-    }
-    return digits;
-}
-
 bool isMonth(const std::string& digits) {
     return digits.size() == 6 && names::isCalendarDate(digits + "01");
 }
@@ -28,7 +18,7 @@ bool isMonth(const std::string& digits) {
 } // namespace
 
 std::string parseDate(const std::string& option, const std::string& text) {
-    std::string date = digitsOf(text);
+    std::string date = dateDigits(text);
     if (!names::isCalendarDate(date)) {
         throw usage(option + ": " + text + " is no date; write it as 2024-03-05");
     }
@@ -36,7 +26,7 @@ std::string parseDate(const std::string& option, const std::string& text) {
 }
 
 PeriodDir parsePeriod(Period period, const std::string& option, const std::string& text) {
-    const std::string digits = digitsOf(text);
+    const std::string digits = dateDigits(text);
     const std::string date =
         period == Period::Month && isMonth(digits) ? digits + "01" : parseDate(option, text);
     PeriodDir dir{period, date, date};
@@ -54,7 +44,7 @@ PeriodDir parsePeriod(const std::string& option, const std::string& text) {
             return parsePeriod(kind.period, option, text.substr(prefix.size()));
         }
     }
-    return parsePeriod(isMonth(digitsOf(text)) ? Period::Month : Period::Day, option, text);
+    return parsePeriod(isMonth(dateDigits(text)) ? Period::Month : Period::Day, option, text);
 }
 
 std::string periodPath(const std::string& accountDir, const PeriodDir& dir) {

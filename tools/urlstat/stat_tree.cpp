@@ -155,11 +155,6 @@ const char* periodKindName(Period period) {
     return period == Period::Day ? "day" : period == Period::Week ? "week" : "month";
 }
 
-std::string dateName(std::string_view date) {
-    std::string text(date.substr(0, 4));
-    return text.append("-").append(date.substr(4, 2)).append("-").append(date.substr(6));
-}
-
 std::string periodName(const PeriodDir& dir) {
     return dir.period == Period::Day ? dateName(dir.begin)
                                      : dateName(dir.begin) + ".." + dateName(dir.end);

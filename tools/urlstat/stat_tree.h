@@ -2,6 +2,7 @@
 // written to it.
 #pragma once
 
+#include "date_text.h"
 #include "tree/period.h"
 
 #include <string>
@@ -57,7 +58,5 @@ chosenAccounts(const StatTree& tree, const std::vector<std::string>& named, bool
 [[nodiscard]] std::string periodName(const PeriodDir& dir);
 // "day", "week", "month".
 [[nodiscard]] const char* periodKindName(Period period);
-// "20240305" -> "2024-03-05"
-[[nodiscard]] std::string dateName(std::string_view date);
 
 } // namespace kestrine::viewer

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-namespace kestrine::viewer {
+namespace kestrine {
 
 Command& Command::text(const char* name, std::string& value, const char* help) {
     m_app.add_option(name, value, help);
@@ -60,4 +60,4 @@ Command& Command::either(const char* name, const char* other) {
     return *this;
 }
 
-} // namespace kestrine::viewer
+} // namespace kestrine

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace kestrine::viewer {
+namespace kestrine {
 
 // In printable ASCII, as tables have it: every other byte is escaped.
 [[nodiscard]] std::string asciiText(std::string_view bytes);
@@ -19,4 +19,4 @@ namespace kestrine::viewer {
 // The bytes of either; nothing when a backslash begins neither form.
 [[nodiscard]] std::optional<std::string> bytesOfText(std::string_view text);
 
-} // namespace kestrine::viewer
+} // namespace kestrine

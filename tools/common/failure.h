@@ -1,12 +1,12 @@
-// How a view gives up. Exceptions do not leave the program's own folder: main prints them.
+// How a command gives up. Exceptions do not leave the program's own folder: main prints them.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 
-namespace kestrine::viewer {
+namespace kestrine {
 
-// Exit codes of the program, besides 0.
+// Exit codes of the programs, besides 0.
 constexpr int g_dataWrong = 1; // something is wrong with the data, or cannot be read or written
 constexpr int g_usageWrong = 2;
 
@@ -29,4 +29,4 @@ private:
 // The reader of the output is gone: nothing more to do, and nothing wrong.
 class OutputClosed : public std::exception {};
 
-} // namespace kestrine::viewer
+} // namespace kestrine

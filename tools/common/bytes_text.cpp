@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cstdint>
 
-namespace kestrine::viewer {
+namespace kestrine {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::optional<std::string> bytesOfText(std::string_view text) {
     return bytes;
 }
 
-} // namespace kestrine::viewer
+} // namespace kestrine

@@ -14,7 +14,7 @@ namespace CLI {
 class App;
 } // namespace CLI
 
-namespace kestrine::viewer {
+namespace kestrine {
 
 // Names that begin with '-' are options, others stand for the words between them.
 class Command {
@@ -39,4 +39,4 @@ private:
     CLI::App& m_app;
 };
 
-} // namespace kestrine::viewer
+} // namespace kestrine
