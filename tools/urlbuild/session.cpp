@@ -30,4 +30,8 @@ Command Session::addCommand(const std::string& name, const std::string& descript
     return Command(*command);
 }
 
+std::vector<std::string> Session::commonArguments() const {
+    return m_verbose ? std::vector<std::string>{"--verbose"} : std::vector<std::string>();
+}
+
 } // namespace kestrine::build

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kestrine::build {
 
@@ -23,6 +24,8 @@ public:
     // Exit code of the command that was carried out.
     [[nodiscard]] int result() const { return m_result; }
     [[nodiscard]] bool verbose() const { return m_verbose; }
+    // The common options as they were given, for another process.
+    [[nodiscard]] std::vector<std::string> commonArguments() const;
 
 private:
     CLI::App& m_app;
@@ -31,6 +34,8 @@ private:
 };
 
 // The commands; each file adds its own.
+void addPlan(Session& session);
+void addAll(Session& session);
 void addUnits(Session& session);
 
 } // namespace kestrine::build
