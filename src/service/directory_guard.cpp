@@ -116,8 +116,9 @@ bool leavesRoomForNames(const std::string& memoryDisk, const std::string& urlSta
         names::memoryDiskFile(memoryDisk, std::string(g_longestAccount, 'x'), 20000101, number),
         names::tempOf(names::newDayFile(names::newDayDir(account, "20000101"), number)),
         names::tempOf(names::topFile(names::topTempTempDir(week), UINT32_MAX)),
-        names::dumpFile(names::dumpDir(urlStatRoot, names::formalFile(week, Period::Week)), number,
-                        names::backupOf(names::formalName(Period::Week))),
+        names::tempOf(
+            names::dumpFile(names::dumpDir(urlStatRoot, names::formalFile(week, Period::Week)),
+                            number, names::backupOf(names::formalName(Period::Week)))),
         names::tempOf(names::mergeRoundFile(names::diskTempDir(account, names::lastComponent(week)),
                                             number))};
     const bool fit = std::ranges::all_of(

@@ -18,11 +18,13 @@ namespace {
 // Names tried before a quarantine counts as one that cannot be looked into.
 constexpr int64_t g_dumpNames = 10000;
 constexpr int64_t g_dumpNamesAtOnce = 100; // tried even though a stop was requested
+constexpr int g_takenNames = 1000;         // that others may have taken at this moment
 
 // DIRECTORY/SECONDS_NAME, the seconds counted up until nothing of that name is there. Empty when no
 // name is free, as it seems where the directory cannot be looked into, and after a stop request.
-std::string freeDumpName(const std::string& directory, std::string_view name) {
-    const int64_t now = platform().now();
+// `later` seconds are left out.
+std::string freeDumpName(const std::string& directory, std::string_view name, int later = 0) {
+    const int64_t now = platform().now() + later;
     for (int64_t seconds = now; seconds < now + g_dumpNames; ++seconds) {
         std::string target = names::dumpFile(directory, seconds, name);
         if (!platform().exists(target)) {
@@ -34,6 +36,45 @@ std::string freeDumpName(const std::string& directory, std::string_view name) {
     }
     return {};
 }
+
+// A name of the quarantine that is this process's alone: another one may set a file of the same
+// name aside at the same moment, since all accounts share the directory of a date. Of those who
+// make one directory only one succeeds. A kill leaves it, empty.
+class TakenName {
+public:
+    // Empty when there is none.
+    [[nodiscard]] const std::string& path() const { return m_path; }
+
+    TakenName(const std::string& directory, std::string_view name) {
+        for (int tries = 0; tries < g_takenNames && m_path.empty(); ++tries) {
+            const std::string free = freeDumpName(directory, name, tries);
+            if (free.empty()) {
+                return;
+            }
+            // On a full volume a file can be set aside all the same.
+            if (platform().makeDirectory(names::tempOf(free)) == 0 || errno != EEXIST) {
+                m_path = free;
+            }
+            // It may have been used up between the look and the taking.
+            if (!m_path.empty() && platform().exists(m_path)) {
+                release();
+            }
+        }
+    }
+    ~TakenName() { release(); }
+    TakenName(const TakenName&) = delete;
+    TakenName& operator=(const TakenName&) = delete;
+
+private:
+    void release() {
+        if (!m_path.empty()) {
+            (void)platform().removeDirectory(names::tempOf(m_path)); // what stays takes one name
+        }
+        m_path.clear();
+    }
+
+    std::string m_path;
+};
 
 // What stands where a directory of the quarantine must be gets a name beside it, one that no
 // listing takes up. 0 or -1.
@@ -69,7 +110,8 @@ int dumpBrokenFile(const std::string& path, const std::string& root1, const std:
         createDir(directory) != 0) {
         return LOG_FAIL("create dir %s fail", directory.c_str());
     }
-    const std::string to = freeDumpName(directory, names::lastComponent(path));
+    const TakenName taken(directory, names::lastComponent(path));
+    const std::string& to = taken.path();
     if (to.empty()) {
         return LOG_FAIL("no free name for %s in %s", path.c_str(), directory.c_str());
     }

@@ -70,21 +70,22 @@ def test_units_equal_the_service_and_both_go_on_from_the_other(world: World) -> 
 def test_units_keep_out_of_each_others_way(world: World) -> None:
     """A unit that spills all the time works long enough for whatever comes beside it."""
     world.settings["maxHashMemory"] = 1
-    world.generate(visits=60000, accounts=1, days=2)
-    day, other, week = ("day", "alice", "20121229"), ("day", "alice", "20121230"), "20121229"
+    world.generate(visits=60000, accounts=1, days=1)
+    world.append(200, new_days=1)
+    day, other = ("day", "alice", "20121229"), ("day", "alice", "20121230")
     spills = world.log_data / "_memdisk/alice/20121229"
 
     unit = world.start_unit(*day)
     reaches(spills.is_dir, unit)
-    for refused in (day, ("week", "alice", week), ("month", "alice", week), ("check", "alice")):
+    beside = world.unit(*other)
+    assert beside[0] == 0 and unit.running(), (beside, unit.story())
+    for refused in (day, ("week", *day[1:]), ("month", *day[1:]), ("check", "alice")):
         code, lines = world.unit(*refused)
         assert code == NOT_NOW and "another unit is at work" in lines[0], (refused, lines)
     code, lines = world.run()
     assert code == FAILED and any("another instance is running on" in line for line in lines)
     code, lines = world.run("--check")
     assert code == 1 and any("units of the service's work are running" in line for line in lines)
-    beside = world.unit(*other)
-    assert beside[0] == 0 and unit.running(), (beside, unit.story())
     unit.request(SIGINT)
     assert unit.wait() == NOT_NOW, unit.story()
     assert not spills.exists()
