@@ -1,6 +1,7 @@
 #include "cycle/period_stage.h"
 
 #include "cycle/publish.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
 #include "merge/merge_file_list.h"
@@ -18,9 +19,6 @@
 namespace kestrine {
 
 namespace {
-
-// With a file of this name in the working directory the new-day files are kept.
-constexpr const char* g_keepMarker = "do_not_delete_daycrcsortnew";
 
 constexpr int g_again = 2; // result: a file was set aside, look at the period once more
 // Every look but the last found one more damaged file; after so many the pass fails.
@@ -267,7 +265,7 @@ int PeriodStage::publishOutput(const PeriodFiles& files, const PeriodState& stat
                                const std::vector<std::string>& inputs) {
     // All that wait, also those that this merge left out: the file holds them, as do day and week
     // files.
-    const bool keep = !m_kind.deletesNewDayFiles || platform().exists(g_keepMarker);
+    const bool keep = !m_kind.deletesNewDayFiles || platform().exists(install::keepMarker());
     return publish(files, m_kind.period, inputs,
                    keep ? std::vector<std::string>() : state.waitingFiles());
 }

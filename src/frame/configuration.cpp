@@ -1,6 +1,7 @@
 #include "frame/configuration.h"
 
 #include "frame/ini_file.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/text.h"
 #include "platform/platform.h"
@@ -13,11 +14,11 @@ constexpr int32_t g_urlBlockSize = 2048; // KiB, not configurable
 
 Configuration g_configuration;
 
-// A path with '/' throughout.
+// A path with '/' throughout, not of the working directory if the root is named.
 std::string readPath(const IniFile& ini, const char* key) {
     std::string path(ini.find(Configuration::g_section, key).value_or(std::string_view()));
     Util::replaceChar(path, '\\', '/');
-    return path;
+    return install::settingsPath(path);
 }
 
 } // namespace
@@ -69,13 +70,14 @@ void Configuration::resetInstance() {
 }
 
 int Configuration::loadConfiguration() {
-    if (!platform().exists(g_file)) {
-        LOG_INFO("%s not exist", g_file);
+    const std::string file = install::settingsFile();
+    if (!platform().exists(file)) {
+        LOG_INFO("%s not exist", file.c_str());
         return 1;
     }
     IniFile ini;
-    if (ini.load(g_file) != 0) {
-        return LOG_FAIL("load %s fail", g_file);
+    if (ini.load(file) != 0) {
+        return LOG_FAIL("load %s fail", file.c_str());
     }
     for (const NumericSetting& setting : numericSettings()) {
         const auto value = ini.find(g_section, setting.key);

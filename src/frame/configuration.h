@@ -7,11 +7,10 @@
 
 namespace kestrine {
 
-// Settings of section "urlstat" in "config/urlstat.ini" (relative to the working directory). Read
+// Settings of section "urlstat" in "config/urlstat.ini" (frame/install_root.h says where). Read
 // once per process; a changed file takes effect at the next start.
 class Configuration {
 public:
-    static constexpr const char* g_file = "config/urlstat.ini";
     static constexpr const char* g_section = "urlstat";
 
     // A number among the settings. Outside its range the default holds.

@@ -1,6 +1,7 @@
 #include "frame/data_path.h"
 
 #include "frame/ini_file.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/text.h"
 #include "platform/platform.h"
@@ -14,26 +15,16 @@ namespace {
 constexpr const char* g_loggerSettingsFile = "/etc/veltan/logconfig.ini";
 constexpr const char* g_loggerSection = "loger";
 
-// The data-path file in the installation root; empty when the executable lies in no installation.
-std::string dataPathFile(std::string_view executable) {
-    // The last one: directories above the installation may begin with the same letters.
-    const size_t rootEnd = executable.rfind("/ml");
-    if (rootEnd == std::string_view::npos) {
-        return {};
-    }
-    return std::string(executable.substr(0, rootEnd)) + "/mysql_path.ini";
-}
-
 } // namespace
 
 int getDataPath(std::string& dataPath) {
-    std::string executable = platform().executablePath();
-    if (executable.empty()) {
-        return LOG_FAIL("GetModuleFileName fail, errno %u", platform().lastError());
-    }
-    Util::replaceChar(executable, '\\', '/');
-    const std::string iniName = dataPathFile(executable);
+    const std::string iniName = install::dataPathFile();
     if (iniName.empty()) {
+        std::string executable = platform().executablePath();
+        if (executable.empty()) {
+            return LOG_FAIL("GetModuleFileName fail, errno %u", platform().lastError());
+        }
+        Util::replaceChar(executable, '\\', '/');
         return LOG_FAIL("%s invalid", executable.c_str());
     }
     if (iniName.size() > g_maxPath) {
@@ -48,6 +39,7 @@ int getDataPath(std::string& dataPath) {
         return LOG_FAIL("empty config in %s", iniName.c_str());
     }
     Util::replaceChar(path, '\\', '/');
+    path = install::settingsPath(path);
     dataPath = path + (path.ends_with('/') ? "log_data" : "/log_data");
     return 0;
 }

@@ -6,8 +6,8 @@
 
 namespace kestrine {
 
-// Root of the log data: the "logdatapath" of "mysql_path.ini" in the installation root (the
-// executable's path up to its last "/ml") followed by "/log_data". 0 or -1.
+// Root of the log data: the "logdatapath" of "mysql_path.ini" in the installation root
+// (frame/install_root.h) followed by "/log_data". 0 or -1.
 [[nodiscard]] int getDataPath(std::string& dataPath);
 
 // The logging product's own settings, read when constructed.

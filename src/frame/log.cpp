@@ -5,6 +5,7 @@
 #include "frame/log.h"
 
 #include "frame/bytes.h"
+#include "frame/install_root.h"
 #include "frame/qualified_name.h"
 #include "platform/platform.h"
 
@@ -48,7 +49,7 @@ void cleanUp(const std::string& directory, size_t filesToKeep) {
 
 // Reports nothing itself: it would be called again by its own report.
 std::unique_ptr<File> openToday(const LocalTime& today) {
-    const std::string place = logDirectory();
+    const std::string place = install::logDirectory();
     if (place.empty()) {
         return nullptr;
     }
@@ -179,14 +180,6 @@ void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format,
     writeConsole(level, message);
     writeFile(level, message);
     errno = savedErrno;
-}
-
-// Beside the executable.
-std::string logDirectory() {
-    const std::string path = platform().executablePath();
-    const size_t separator = path.find_last_of("/\\");
-    return separator == std::string::npos ? std::string()
-                                          : path.substr(0, separator + 1) + "log/kestrine";
 }
 
 void reportErrorsToStderr() {

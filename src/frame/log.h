@@ -2,7 +2,7 @@
 //
 //   LOG_ERROR("open %s fail", path.c_str());
 //
-// writes to log/kestrine/kestrineYYYYMMDD.txt beside the executable
+// writes to log/kestrine/kestrineYYYYMMDD.txt of the installation (frame/install_root.h)
 //   " e 14: 5: 3 UrlFile::open 81 open D:/x fail"
 // and to the console
 //   "E:UrlFile::open 81 open D:/x fail"
@@ -60,9 +60,6 @@ void logMessage(LogLevel level, const CodePlace& where, const char* format, ...)
 // The other way round, for the signal handler.
 void logConsoleFirst(LogLevel level, const CodePlace& where, const char* format, ...)
     KESTRINE_PRINTF(3, 4);
-
-// Where the log files lie; empty when the executable's path is not known.
-[[nodiscard]] std::string logDirectory();
 
 // For programs beside the service: from now on reports of errors go to the standard error stream,
 // all others nowhere, and no log file is written. Call before any other thread exists.

@@ -1,6 +1,8 @@
 // The process-wide run flag.
 #pragma once
 
+#include "frame/progress.h"
+
 #include <atomic>
 #include <cstdint>
 
@@ -11,6 +13,7 @@ namespace kestrine {
 extern std::atomic<int32_t> g_isRunning;
 
 [[nodiscard]] inline bool stopRequested() {
+    noteProgress();
     return g_isRunning.load(std::memory_order_relaxed) == 0;
 }
 

@@ -1,5 +1,5 @@
 // Accounts (getAllAccounts):
-//  1. "config/syncaccount.dat" lies in the executable's directory; without it there is no account.
+//  1. Without the account file (frame/install_root.h) there is no account.
 //  2. Each record names one account; its path is the data path directly followed by the name, which
 //     begins with its separator.
 //  3. Two accounts whose directories in the statistics tree would be one and the same would count
@@ -10,7 +10,9 @@
 #include "input/abstract_new_data.h"
 
 #include "frame/data_path.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
+#include "frame/progress.h"
 #include "frame/text.h"
 #include "input/account_file.h"
 #include "platform/platform.h"
@@ -78,16 +80,14 @@ int AbstractNewData::haveNewData(const std::string&) {
 }
 
 int AbstractNewData::getAccountFilePath(std::string& path) {
+    path = install::accountFile();
+    if (!path.empty()) {
+        return 0;
+    }
     const std::string executable = platform().executablePath();
-    if (executable.empty()) {
-        return LOG_FAIL("GetModuleFileName fail, errcode %u", platform().lastError());
-    }
-    const size_t end = executable.find_last_of("/\\");
-    if (end == std::string::npos) {
-        return LOG_FAIL("%s invalid", executable.c_str());
-    }
-    path = executable.substr(0, end + 1) + "config/syncaccount.dat";
-    return 0;
+    return executable.empty()
+               ? LOG_FAIL("GetModuleFileName fail, errcode %u", platform().lastError())
+               : LOG_FAIL("%s invalid", executable.c_str());
 }
 
 int AbstractNewData::getAllAccounts(std::vector<std::string>& accounts) {
@@ -197,6 +197,7 @@ int AbstractNewData::tryInsert(const std::string& devicePath, const std::string&
 
 int AbstractNewData::tryInsertOneType(const std::string& devicePath, const std::string& date,
                                       char type) {
+    noteProgress(); // no run flag is looked at, and there may be very many
     std::string nodePath = names::join(names::join(devicePath, date), std::string(1, type));
     FileInfo info;
     // A date without this type holds nothing; one that goes away meanwhile is no failure either.

@@ -15,7 +15,7 @@ public:
     // on failure. This one only reports that it should have been overridden.
     [[nodiscard]] virtual int haveNewData(const std::string& nodePath);
 
-    // The account file, "config/syncaccount.dat" beside the executable. 0 or -1.
+    // The account file, whether it is there or not. 0 or -1.
     [[nodiscard]] static int getAccountFilePath(std::string& path);
     // The account paths below the data path, in the order of the account file; none when there is
     // no such file. Left out, with an error line: an account whose directory name would not do in

@@ -1,4 +1,4 @@
-// The logging product's record of its accounts, "config/syncaccount.dat" beside the executable.
+// The logging product's record of its accounts, "config/syncaccount.dat" (frame/install_root.h).
 //
 //   header  offset size field
 //                0    4 magic    0x87512546, older layout 0x89156984

@@ -94,6 +94,7 @@ int MergeEngine::checkSpaceAndStop() {
         return 0;
     }
     m_stepsToLook = g_stepsUnlooked;
+    noteProgress(); // the run flag is looked at far less often than a supervisor may ask
     const uint32_t now = platform().tickCount();
     if (m_lastCheck && elapsedTicks(*m_lastCheck, now) < g_checkInterval) {
         return 0;

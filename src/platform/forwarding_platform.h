@@ -96,6 +96,10 @@ public:
         return m_target.startProgram(program, arguments, child);
     }
     uint32_t processorCount() override { return m_target.processorCount(); }
+    uint32_t supervisorPatience() override { return m_target.supervisorPatience(); }
+    int tellSupervisor(Notice notice, const std::string& status) override {
+        return m_target.tellSupervisor(notice, status);
+    }
 
 private:
     Platform& m_target;

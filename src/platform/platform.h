@@ -109,6 +109,15 @@ enum class LockResult {
     Failed,
 };
 
+// What the program that has started the service and watches it is told: systemd on Linux, the
+// service manager on Windows; as a rule there is none.
+enum class Notice {
+    Status,   // a line on what the service is doing; all else is as it was
+    Ready,    // the start has succeeded
+    Alive,    // it is at work
+    Stopping, // it has begun to stop
+};
+
 // How often, and after how many milliseconds, a lock of a whole file that is held is asked for
 // again.
 constexpr int g_lockTries = 20;
@@ -225,6 +234,14 @@ public:
                                            std::unique_ptr<ChildProcess>& child) = 0;
     // Those that this process may run on, at least 1.
     [[nodiscard]] virtual uint32_t processorCount() = 0;
+
+    // ---- supervision, from any thread
+    // Within how many milliseconds the supervisor wants to be told `Alive` again; 0 when there is
+    // none, or none that wants to.
+    [[nodiscard]] virtual uint32_t supervisorPatience() = 0;
+    // `status` is one line for people. 0, also when there is nobody to be told; waits a second at
+    // most.
+    [[nodiscard]] virtual int tellSupervisor(Notice notice, const std::string& status) = 0;
 };
 
 // The platform in use: the system's own unless a test has put another one in its place.

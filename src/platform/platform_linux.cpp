@@ -221,6 +221,11 @@ public:
     }
 
     [[nodiscard]] uint32_t processorCount() override { return countProcessors(); }
+    [[nodiscard]] uint32_t supervisorPatience() override { return patienceOfSupervisor(); }
+
+    [[nodiscard]] int tellSupervisor(Notice notice, const std::string& status) override {
+        return notifySupervisor(notice, status);
+    }
 };
 
 } // namespace

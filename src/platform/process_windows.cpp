@@ -126,7 +126,15 @@ int handleSignals(std::span<const int> signals, void (*handler)(int)) {
             return fail(ERROR_INVALID_PARAMETER);
         }
     }
-    return SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? watchStopRequests(handler) : fail();
+    // A service is told of the end of every session, and of the system's in another way.
+    return isManaged() || SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? watchStopRequests(handler)
+                                                                      : fail();
+}
+
+void requestStop() {
+    if (g_handler != nullptr) {
+        g_handler(SIGTERM);
+    }
 }
 
 } // namespace kestrine

@@ -88,5 +88,11 @@ void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int startChild(const std::string& program, std::span<const std::string> arguments,
                              std::unique_ptr<ChildProcess>& child);
 [[nodiscard]] uint32_t countProcessors();
+// Calls the handler that stands with signal 15.
+void requestStop();
+// Whether the service manager has started this process.
+[[nodiscard]] bool isManaged();
+[[nodiscard]] uint32_t patienceOfSupervisor();
+[[nodiscard]] int notifySupervisor(Notice notice, const std::string& status);
 
 } // namespace kestrine

@@ -9,6 +9,7 @@
 #include "frame/configuration.h"
 #include "frame/data_path.h"
 #include "frame/ini_file.h"
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/text.h"
 #include "input/abstract_new_data.h"
@@ -103,7 +104,7 @@ void Check::pathLine(const std::string& what, const std::string& path) {
 // False when nothing more can be told.
 bool Check::settings() {
     line("settings");
-    pathLine("file", Configuration::g_file);
+    pathLine("file", install::settingsFile());
     Configuration* configuration = nullptr;
     if (Configuration::getInstance(&configuration) != 0) {
         return false;
@@ -114,7 +115,7 @@ bool Check::settings() {
 
 void Check::settingLines(const Configuration& configuration) {
     IniFile ini;
-    (void)ini.load(Configuration::g_file); // not there, or just read by the configuration
+    (void)ini.load(install::settingsFile()); // not there, or just read by the configuration
     const auto written = [&ini](const char* key) {
         return ini.find(Configuration::g_section, key).value_or(std::string_view());
     };
@@ -132,12 +133,15 @@ void Check::settingLines(const Configuration& configuration) {
 bool Check::paths(const Configuration& configuration) {
     line("paths");
     pathLine("program", platform().executablePath());
+    if (!install::namedRoot().empty()) {
+        pathLine("root", install::namedRoot());
+    }
     std::string accountFile;
     if (AbstractNewData::getAccountFilePath(accountFile) != 0) {
         return false;
     }
     pathLine("account file", accountFile);
-    pathLine("log files", logDirectory());
+    pathLine("log files", install::logDirectory());
     if (getDataPath(m_dataPath) != 0) {
         return false;
     }

@@ -1,5 +1,6 @@
 #include "service/directory_guard.h"
 
+#include "frame/install_root.h"
 #include "frame/log.h"
 #include "frame/text.h"
 #include "platform/platform.h"
@@ -92,6 +93,11 @@ bool mayBeUrlStatRoot(const std::string& urlStatRoot, const std::string& dataPat
     // Sweeping, and an account of an unlucky name, must not reach the program.
     if (root.empty() || names::liesBelow(platform().resolvedPath(executable), root)) {
         return refuse(what, urlStatRoot, "the program lies in it");
+    }
+    // Nor the settings and the log files.
+    if (!install::namedRoot().empty() &&
+        names::liesBelow(platform().resolvedPath(install::namedRoot()), root)) {
+        return refuse(what, urlStatRoot, "the installation root lies in it");
     }
     // What the service makes there could pass for logs of the device.
     for (std::string_view part = root; names::liesBelow(part, data) && part.size() > data.size();

@@ -25,6 +25,7 @@ public:
     int removeTree(const std::string&, const std::string&) override { return 0; }
     int move(const std::string&, const std::string&, const std::string&) override { return 0; }
     int installSignalHandler(std::span<const int>, void (*)(int)) override { return 0; }
+    int tellSupervisor(Notice, const std::string&) override { return 0; }
     NamedEventResult createNamedEvent(const std::string& name,
                                       std::unique_ptr<NamedEvent>& event) override;
     // A file that is not there is locked by nobody.

@@ -3,6 +3,7 @@
 #include "frame/configuration.h"
 #include "frame/log.h"
 #include "frame/run_flag.h"
+#include "frame/supervision.h"
 #include "service/run_control.h"
 #include "service/start_up.h"
 #include "service/work_thread.h"
@@ -19,44 +20,52 @@ using namespace kestrine;
 // right, as after a kill.
 int main(int argc, char** argv) try {
     const std::span<char* const> arguments(argv, static_cast<size_t>(argc));
-    if (const std::optional<int> code = answerWithoutStart(arguments)) {
+    const CommandLine line = parseCommandLine(arguments);
+    if (const std::optional<int> code = answerWithoutStart(line)) {
         return *code;
     }
     platform().prepareConsole();
-    std::unique_ptr<NamedEvent> instance;
-    if (onlyOneInstance(&instance) != 0) {
-        return LOG_FAIL("create instance fail");
-    }
-    LOG_INFO("kestrine %s", g_version);
-    LOG_INFO("urlstat start running ...");
-    if (const char* const argument = findDebugArgument(arguments)) {
-        g_debugLevel = debugLevelOf(argument);
-    }
-    // Set before the handler stands, so that no request is ever overwritten.
-    g_isRunning = 1;
-    constexpr std::array stopSignals = {15, 2};
-    if (platform().installSignalHandler(stopSignals, signal_handler) != 0) {
-        return LOG_FAIL("install signal handler fail, errcode %u", platform().lastError());
-    }
-    Configuration* configuration = nullptr;
-    if (Configuration::getInstance(&configuration) != 0) {
-        return LOG_FAIL("Configuration::getInstance fail");
-    }
-    WorkThread workThread(*configuration);
-    if (workThread.init() != 0) {
-        return LOG_FAIL("init work thread fail");
-    }
-    if (workThread.run() != 0) {
-        return LOG_FAIL("run work thread fail");
-    }
-    // The name goes last: until here a second service would find the tree in work.
-    if (instance->close() != 0) {
-        logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
-                        platform().lastError());
-    }
-    waitForSignalHandlers();
-    LOG_INFO("exit normally");
-    return 0;
+    const auto service = [&arguments]() -> int {
+        std::unique_ptr<NamedEvent> instance;
+        if (onlyOneInstance(&instance) != 0) {
+            return LOG_FAIL("create instance fail");
+        }
+        LOG_INFO("kestrine %s", g_version);
+        LOG_INFO("urlstat start running ...");
+        if (const char* const argument = findDebugArgument(arguments)) {
+            g_debugLevel = debugLevelOf(argument);
+        }
+        // Set before the handler stands, so that no request is ever overwritten.
+        g_isRunning = 1;
+        constexpr std::array stopSignals = {15, 2};
+        if (platform().installSignalHandler(stopSignals, signal_handler) != 0) {
+            return LOG_FAIL("install signal handler fail, errcode %u", platform().lastError());
+        }
+        Heartbeat heartbeat;
+        if (heartbeat.start() != 0) {
+            return LOG_FAIL("start heartbeat fail");
+        }
+        Configuration* configuration = nullptr;
+        if (Configuration::getInstance(&configuration) != 0) {
+            return LOG_FAIL("Configuration::getInstance fail");
+        }
+        WorkThread workThread(*configuration);
+        if (workThread.init() != 0) {
+            return LOG_FAIL("init work thread fail");
+        }
+        if (workThread.run() != 0) {
+            return LOG_FAIL("run work thread fail");
+        }
+        // The name goes last: until here a second service would find the tree in work.
+        if (instance->close() != 0) {
+            logConsoleFirst(LogLevel::Error, KESTRINE_HERE, "CloseHandle fail errcode %u",
+                            platform().lastError());
+        }
+        waitForSignalHandlers();
+        LOG_INFO("exit normally");
+        return 0;
+    };
+    return line.command == CommandLine::Command::RunManaged ? runManaged(line, service) : service();
 } catch (const std::exception& failure) {
     return LOG_FAIL("out of resources: %s", failure.what());
 }

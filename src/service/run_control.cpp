@@ -2,6 +2,7 @@
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
+#include "frame/supervision.h"
 #include "platform/platform.h"
 
 #include <atomic>
@@ -20,6 +21,7 @@ void signal_handler(int number) {
     // First of all: what is printed may find nobody to read it.
     if (number == 2 || number == 15) {
         g_isRunning = 0;
+        tellStopping();
     }
     logConsoleFirst(LogLevel::Debug, KESTRINE_HERE, "Recv signal:%d ... ", number);
     --g_handlersRunning;

@@ -2,11 +2,14 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "service/command_line.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace kestrine {
@@ -17,10 +20,17 @@ constexpr const char* g_instanceName = "Global\\MarrowlandEvent_Kestrine";
 // Set once from the argument "debug=N"; nothing consults it.
 extern int32_t g_debugLevel;
 
-// Answers the first of the arguments "--help", "--version" and "--check" on the standard output;
-// the result is the exit code. None when there is no such argument: any other one is ignored, but
-// for "debug=".
-[[nodiscard]] std::optional<int> answerWithoutStart(std::span<char* const> arguments);
+// Names the installation root that the command line gives (frame/install_root.h): 0, or -1 with the
+// reason in `failure`, also when something is wrong with the line.
+[[nodiscard]] int nameRoot(const CommandLine& line, std::string& failure);
+
+// Carries out every command but the start of the service; the result is the exit code, also of a
+// command line that nothing can be started with. None when the service is to be started, with its
+// root named unless the service manager starts it.
+[[nodiscard]] std::optional<int> answerWithoutStart(const CommandLine& line);
+
+// Runs the service under the service manager: its exit code, or -1.
+[[nodiscard]] int runManaged(const CommandLine& line, const std::function<int()>& service);
 
 // 0 when this is the only instance, whose event is stored; -1 when another one runs or the event
 // could not be prepared; 1 when it could not be created.

@@ -2,6 +2,7 @@
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
+#include "frame/supervision.h"
 #include "frame/ticks.h"
 #include "input/abstract_new_data.h"
 #include "platform/platform.h"
@@ -41,6 +42,7 @@ int WorkThread::run() {
 // The start-up check: nothing is merged over a tree that could not be repaired.
 void WorkThread::checkAccounts(const std::vector<std::string>& accounts) {
     for (const std::string& account : accounts) {
+        (void)tellStatus("checking the statistics of " + account);
         ExceptionCheck exceptionCheck(m_configuration);
         if (exceptionCheck.check(account) != 0) {
             LOG_ERROR("ExceptionCheck::check %s fail", account.c_str());
@@ -106,6 +108,7 @@ int WorkThread::runAccounts() {
     // pass.
     int result = m_failed.empty() ? 0 : -1;
     for (size_t i = 0; i < m_urlStats.size() && !stopRequested(); ++i) {
+        (void)tellStatus("counting the visits of " + m_accounts[i]);
         if (!m_failed.contains(m_accounts[i]) && m_urlStats[i]->run(m_accounts[i]) != 0) {
             result = LOG_FAIL("run account %s fail", m_accounts[i].c_str());
         }
@@ -114,6 +117,7 @@ int WorkThread::runAccounts() {
 }
 
 void WorkThread::pause() {
+    (void)tellStatus("waiting for new data");
     for (int64_t counter = 0;
          counter <= int64_t{m_configuration.sleepTime()} * 1000 && !stopRequested();
          counter += g_pauseStep) {
@@ -135,6 +139,7 @@ int WorkThread::waitForAccounts() {
         }
         // Once an hour.
         if (tries % 60 == 0) {
+            (void)tellStatus("waiting for a first account");
             LOG_INFO("account size is 0");
         }
         for (uint32_t waited = 0; waited < g_accountWait; waited += g_accountStep) {

@@ -19,7 +19,8 @@ public:
     explicit WorkThread(Configuration& configuration) : m_configuration(configuration) {}
 
     // Fixes the data path, the memory-disk directory and the statistics root, both of which it
-    // locks against other instances, and reads the account list, waiting until there is an account.
+    // locks against other instances, tells the supervisor that the service is ready, and reads the
+    // account list, waiting until there is an account.
     // 0, also after a stop request, or -1.
     [[nodiscard]] int init();
     // Removes temporary directories, checks every account's tree, and then makes pass after pass

@@ -1,5 +1,7 @@
 // The directories that the service works in: fixed at start, swept and cleared while it runs.
 #include "frame/log.h"
+#include "frame/progress.h"
+#include "frame/supervision.h"
 #include "platform/platform.h"
 #include "service/directory_guard.h"
 #include "service/work_thread.h"
@@ -63,6 +65,8 @@ int WorkThread::init() {
         m_directories.lock(WorkingDirectories::Use::Alone) != LockResult::Locked) {
         return -1;
     }
+    // What can be wrong with the settings was found by now, and what comes may take long.
+    tellReady();
     if (waitForAccounts() != 0) {
         return -1;
     }
@@ -88,6 +92,7 @@ int WorkThread::removeTempFiles() {
         const std::string path = names::diskTempTree(directory);
         const std::string command = "rmdir /S /Q \"" + path + "\"";
         LOG_DEBUG("command %s", command.c_str());
+        const LongCall removal;
         // Only logged: what stays is never read, and a new file of the same name overwrites it.
         if (platform().removeTree(command, path) != 0 && errno != ENOENT) {
             LOG_INFO("system %s fail, errno %d", command.c_str(), errno);

@@ -1,6 +1,7 @@
 #include "storage/url_file.h"
 
 #include "frame/log.h"
+#include "frame/progress.h"
 #include "frame/retry.h"
 #include "storage/end_position.h"
 #include "storage/reading.h"
@@ -85,6 +86,7 @@ int UrlFile::sync() {
     if (m_file == nullptr) {
         return LOG_FAIL("param invalid");
     }
+    const LongCall sync;
     // Not tried again: after a failed sync the system may have dropped what was not written, and
     // report success the next time.
     if (m_file->sync() != 0) {

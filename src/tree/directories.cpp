@@ -1,6 +1,7 @@
 #include "tree/directories.h"
 
 #include "frame/log.h"
+#include "frame/progress.h"
 #include "platform/platform.h"
 #include "tree/listing.h"
 #include "tree/names.h"
@@ -92,6 +93,7 @@ int makeDurable(const std::string& directory) {
         return 0;
     }
     const std::string parent = directoryAbove(directory);
+    const LongCall sync;
     // What may not be opened lies above the tree; who made it answers for it.
     if (platform().syncDirectory(parent) != 0 && errno != EACCES && errno != EPERM) {
         return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
@@ -101,6 +103,7 @@ int makeDurable(const std::string& directory) {
 
 int syncParent(const std::string& path) {
     const std::string parent = directoryAbove(path);
+    const LongCall sync;
     if (platform().syncDirectory(parent) != 0) {
         return LOG_FAIL("sync directory %s fail, errno %d", parent.c_str(), errno);
     }

@@ -2,6 +2,7 @@
 
 #include "frame/log.h"
 #include "frame/run_flag.h"
+#include "frame/supervision.h"
 #include "platform/platform.h"
 
 #include <algorithm>
@@ -30,6 +31,19 @@ int getAvailableSpace(const std::string& path, uint32_t& mebibytes) {
     return 0;
 }
 
+namespace {
+
+// Looks again after a while, or when a stop is requested.
+void waitForSpace(const std::string& path) {
+    const std::string before = tellStatus("waiting for space on the volume of " + path);
+    for (uint32_t slept = 0; slept < g_spaceWait && !stopRequested(); slept += g_waitStep) {
+        platform().sleep(g_waitStep);
+    }
+    (void)tellStatus(before);
+}
+
+} // namespace
+
 int sleepWhileNoSpace(const std::string& path) {
     while (!stopRequested()) {
         uint32_t available = 0;
@@ -41,9 +55,7 @@ int sleepWhileNoSpace(const std::string& path) {
             return 0;
         }
         LOG_INFO("space not enough min %uM, available %uM", g_minFreeSpaceMiB, available);
-        for (uint32_t slept = 0; slept < g_spaceWait && !stopRequested(); slept += g_waitStep) {
-            platform().sleep(g_waitStep);
-        }
+        waitForSpace(path);
     }
     return 0;
 }

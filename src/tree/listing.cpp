@@ -1,5 +1,6 @@
 #include "tree/listing.h"
 
+#include "frame/progress.h"
 #include "frame/retry.h"
 #include "tree/names.h"
 
@@ -47,6 +48,7 @@ int tranverse(const std::string& directory, const Visitor& visitor) {
         return -1;
     }
     for (const FindEntry& entry : entries) {
+        noteProgress(); // what walks and deletes looks at no run flag
         if (!entry.name.starts_with('.') &&
             visitor(names::join(directory, entry.name), entry.attributes) != 0) {
             return -1;

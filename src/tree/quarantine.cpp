@@ -2,6 +2,7 @@
 
 #include "frame/configuration.h"
 #include "frame/log.h"
+#include "frame/progress.h"
 #include "frame/run_flag.h"
 #include "frame/text.h"
 #include "platform/platform.h"
@@ -120,6 +121,7 @@ int dumpBrokenFile(const std::string& path, const std::string& root1, const std:
     std::string command = "move \"" + path + "\" " + target;
     replaceChar(command, '/', '\\');
     LOG_INFO("command %s", command.c_str());
+    const LongCall moving; // between file systems the whole file is copied
     if (platform().move(command, path, to) != 0) {
         return LOG_FAIL("system %s fail, errno %d", command.c_str(), errno);
     }

@@ -5,7 +5,7 @@ import re
 from pathlib import Path
 
 from log_files import add_visits
-from programs import DRIVE, FAILED, PAUSE, VERSION, count, run, seen
+from programs import DRIVE, FAILED, PAUSE, VERSION, count, run, seen, start
 from statistics_tree import differences, read_tree
 from world import TINY, World
 
@@ -70,6 +70,40 @@ def test_refuses_to_start(world: World) -> None:
     refuses(world, f" load {seen(world.data_path_file)} fail")
     after = world.files()
     assert all(after[name] == data for name, data in before.items() if "/data/" in name)
+
+
+def test_root_is_named(world: World) -> None:
+    """Then neither the working directory nor the place of the program matters."""
+    world.generate(visits=300, **TINY)
+    world.settings["urlStatRoot"] = "results\\"
+    arguments = world.name_root()
+    world.configure()
+    before = world.files()
+    root, results = world.home, world.home / "results"
+    for directory, named in ((Path("/"), seen(root)), (world.root, root.name)):
+        code, lines = run(world.program, "--check", "--root", named, directory=directory)
+        assert code == 0, lines
+        for part in (f"  root: {seen(root)}", f"log files: {seen(root)}/log/kestrine (not there)",
+                     f"statistics root: {seen(results)} (not there)",
+                     f"account file: {seen(root)}/config/syncaccount.dat"):
+            assert count(lines, part) == 1, (part, lines)
+    for words in (["--root"], ["--root", "--check"], ["--root", "", "--check"],
+                  ["--check", "--root", "missing"], ["--root", seen(root / "mysql_path.ini")]):
+        code, lines = run(world.program, *words, directory=world.root)
+        assert code == FAILED
+        assert len(lines) == 1 and lines[0].startswith("kestrine: --root "), lines
+    assert world.files() == before
+    (root / "do_not_delete_daycrcsortnew").touch()
+    service = start([str(world.program), *arguments], Path("/"))
+    assert service.reaches(PAUSE), service.story()
+    world.stop(service)
+    assert service.errors() == []
+    world.stat_root = results
+    assert world.differences() != []
+    assert world.differences(new_day_files_kept=True) == []
+    assert len(logged_lines(root / "log")) == len(service.lines)
+    code, lines = run("urlstat", "periods", "--config", seen(root / "config/urlstat.ini"))
+    assert code == 0 and count(lines, "alice") > 0, lines
 
 
 def logged_lines(log: Path) -> list[str]:

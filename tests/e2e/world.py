@@ -70,6 +70,18 @@ class World:
             shutil.copy(program(name), self.home)
         self.configure()
 
+    def name_root(self) -> list[str]:
+        """Makes a root of the installation, with its settings behind a link, and moves the program
+        to a place of its own. Returns the arguments that it is to be started with."""
+        root, place = self.root / "the root", self.root / "the program"
+        for directory in (root, place):
+            directory.mkdir()
+        (root / "config").symlink_to(self.home / "config")
+        self.data_path_file = self.data_path_file.rename(root / "mysql_path.ini")
+        self.program = self.program.rename(place / self.program.name)
+        self.home = root
+        return ["--root", seen(root)]
+
     def configure(self, **settings: object) -> None:
         """Sets these, and those that the world was made with, for the next start."""
         lines = [f"{key}={value}\n" for key, value in (self.settings | settings).items()]

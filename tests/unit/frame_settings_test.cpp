@@ -1,6 +1,7 @@
 #include "frame/configuration.h"
 #include "frame/data_path.h"
 #include "frame/ini_file.h"
+#include "frame/install_root.h"
 #include "support/forwarding_platform.h"
 #include "support/temp_dir.h"
 
@@ -117,6 +118,47 @@ TEST_F(Settings, Paths) {
         EXPECT_EQ(getDataPath(path), expected.empty() ? -1 : 0) << program;
         EXPECT_EQ(path, expected);
     }
+}
+
+// With a named root nothing is of the working directory or beside the program.
+TEST_F(Settings, NamedRoot) {
+    test::FakeClockPlatform machine;
+    machine.executable = "/usr/bin/x";
+    const test::ScopedPlatform scope(machine);
+    load("urlStatRoot=here");
+    const std::string root = m_dir.makeDirs("root");
+    install::nameRoot(root);
+    for (const auto& [path, name] :
+         {std::pair(install::settingsFile(), "/config/urlstat.ini"),
+          std::pair(install::accountFile(), "/config/syncaccount.dat"),
+          std::pair(install::logDirectory(), "/log/kestrine"),
+          std::pair(install::dataPathFile(), "/mysql_path.ini"),
+          std::pair(install::keepMarker(), "/do_not_delete_daycrcsortnew")}) {
+        EXPECT_EQ(path, root + name);
+    }
+    // A path of the settings, and what it means below the roots "/r" and "D:/r".
+    const std::string cases[][3] = {{"", "", ""},
+                                    {"x/y", "/r/x/y", "D:/r/x/y"},
+                                    {"/x", "/x", "D:/x"},
+                                    {"E:/x", "E:/x", "E:/x"},
+                                    {"//server/x", "//server/x", "//server/x"}};
+    for (const auto& [path, below, belowDrive] : cases) {
+        install::nameRoot("/r");
+        EXPECT_EQ(install::settingsPath(path), below);
+        install::nameRoot("D:/r");
+        EXPECT_EQ(install::settingsPath(path), belowDrive);
+    }
+    install::nameRoot(root);
+    m_dir.write("root/config/urlstat.ini", "[urlstat]\nurlStatRoot=x\\y\\\n");
+    m_dir.write("root/mysql_path.ini", "[mysql]\nlogdatapath=logs\n");
+    Configuration::resetInstance();
+    EXPECT_EQ(get().urlStatRoot(), root + "/x/y");
+    std::string path;
+    EXPECT_EQ(getDataPath(path), 0);
+    EXPECT_EQ(path, root + "/logs/log_data");
+    install::nameRoot("");
+    Configuration::resetInstance();
+    EXPECT_EQ(get().urlStatRoot(), "here");
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "frame/install_root.h"
 #include "service/directory_guard.h"
 #include "service/work_thread.h"
 #include "support/stat_tree.h"
@@ -64,6 +65,10 @@ TEST(DirectoryGuard, RootAndLengths) {
     for (const std::string& root : {dir / "stat", data, data + "/_urlstat", data + "/alice"}) {
         EXPECT_TRUE(mayBeUrlStatRoot(root, data)) << root;
     }
+    install::nameRoot(dir / "stat/inside");
+    EXPECT_FALSE(mayBeUrlStatRoot(dir / "stat", data));
+    EXPECT_TRUE(mayBeUrlStatRoot(dir / "stat/inside/x", data));
+    install::nameRoot("");
     const auto path = [](size_t length) { return "/" + std::string(length - 1, 'p'); };
     EXPECT_TRUE(leavesRoomForNames(path(190), path(140)));
     EXPECT_FALSE(leavesRoomForNames(path(239), path(140)));

@@ -5,6 +5,7 @@
 #include "command.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,10 @@ public:
     [[nodiscard]] std::vector<std::string> commonArguments() const;
 
 private:
+    void enterRoot() const;
+
     CLI::App& m_app;
+    std::optional<std::string> m_root;
     bool m_verbose = false;
     int m_result = 0;
 };

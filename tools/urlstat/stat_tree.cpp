@@ -4,6 +4,7 @@
 #include "frame/configuration.h"
 #include "frame/data_path.h"
 #include "frame/ini_file.h"
+#include "frame/install_root.h"
 #include "tree/listing.h"
 #include "tree/names.h"
 
@@ -35,16 +36,22 @@ std::string logDataAround(const std::string& root) {
 }
 
 // The logging product's settings lie in the installation root: PLACE/ml/config/urlstat.ini belongs
-// to PLACE/mysql_path.ini.
+// to PLACE/mysql_path.ini, and PLACE/config/urlstat.ini if the service has PLACE named as its root.
+// There the settings may lie behind a link, and their relative paths begin.
 std::string logDataOf(const std::string& config) {
     const std::string full = slashes(platform().resolvedPath(config));
     const std::string_view install = names::parentOf(names::parentOf(names::parentOf(full)));
     IniFile ini;
     if (ini.load(names::join(install, "mysql_path.ini")) != 0) {
-        return "";
+        const std::string place(names::parentOf(names::parentOf(slashes(config))));
+        const std::string root = slashes(platform().resolvedPath(place.empty() ? "." : place));
+        if (ini.load(names::join(root, "mysql_path.ini")) != 0) {
+            return "";
+        }
+        install::nameRoot(root);
     }
     const std::string path = slashes(std::string(ini.find("mysql", "logdatapath").value_or("")));
-    return path.empty() ? "" : names::join(path, "log_data");
+    return path.empty() ? "" : names::join(install::settingsPath(path), "log_data");
 }
 
 } // namespace
@@ -71,15 +78,15 @@ TreePlace findTree(const std::string& root, const std::string& config) {
         place.root = slashes(root);
         place.logData = logDataAround(slashes(platform().resolvedPath(root)));
     } else {
-        const std::string file = config.empty() ? Configuration::g_file : config;
+        const std::string file = config.empty() ? install::settingsFile() : config;
         IniFile ini;
         if (ini.load(file) != 0) {
             throw usage(file + ": cannot be read; name the statistics with --root DIR, or the "
                                "service's settings with --config FILE");
         }
         place.logData = logDataOf(file);
-        place.root =
-            slashes(std::string(ini.find(Configuration::g_section, "urlStatRoot").value_or("")));
+        place.root = install::settingsPath(
+            slashes(std::string(ini.find(Configuration::g_section, "urlStatRoot").value_or(""))));
         if (place.root.empty() && !place.logData.empty()) {
             place.root = names::defaultStatRoot(place.logData);
         }
