@@ -4,7 +4,8 @@
 #   debian    the rest of the Debian package; never installed without being asked for
 include(GNUInstallDirs)
 
-set(programs kestrine urlstat mklogdata)
+set(programs kestrine urlstat urlbuild mklogdata)
+set(completed urlstat urlbuild)
 set(settings ${PROJECT_SOURCE_DIR}/config/urlstat.ini)
 set(packaging ${CMAKE_CURRENT_LIST_DIR})
 
@@ -18,8 +19,11 @@ foreach(section IN ITEMS 1 8)
     file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/doc/man/*.${section})
     install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT runtime)
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/doc/completion/urlstat.bash RENAME urlstat
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
+foreach(program IN LISTS completed)
+    install(FILES ${PROJECT_SOURCE_DIR}/doc/completion/${program}.bash RENAME ${program}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
+    list(APPEND completions ${PROJECT_SOURCE_DIR}/doc/completion/_${program})
+endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 set(logs /srv/logs)
@@ -35,7 +39,7 @@ install(CODE "
     COMPONENT host)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/host/kestrine.service
     DESTINATION lib/systemd/system COMPONENT host)
-install(FILES ${PROJECT_SOURCE_DIR}/doc/completion/_urlstat
+install(FILES ${completions}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT host)
 
 include(${packaging}/debian/install.cmake)

@@ -44,8 +44,8 @@ counts for every day, week and month, with lists of the most visited hosts.
 It runs unattended as a service, in bounded memory. It may be killed at any
 moment: no visit is lost or counted twice by that.
 .
-urlstat answers questions about the statistics; mklogdata makes sample log
-data.")
+urlstat answers questions about the statistics, urlbuild counts a long history
+in many processes, mklogdata makes sample log data.")
     set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
     set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${debian}/postinst ${debian}/prerm ${debian}/postrm
         ${PROJECT_BINARY_DIR}/packaging/debian/conffiles)

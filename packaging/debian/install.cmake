@@ -10,8 +10,7 @@ set(debian COMPONENT debian EXCLUDE_FROM_ALL)
 set(bindir /usr/bin)
 configure_file(${packaging}/kestrine.service.in ${staged}/kestrine.service @ONLY)
 install(FILES ${staged}/kestrine.service DESTINATION lib/systemd/system ${debian})
-install(FILES ${PROJECT_SOURCE_DIR}/doc/completion/_urlstat
-    DESTINATION share/zsh/vendor-completions ${debian})
+install(FILES ${completions} DESTINATION share/zsh/vendor-completions ${debian})
 
 # The sample settings, with the places of the package.
 file(READ ${settings} text)

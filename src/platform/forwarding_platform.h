@@ -91,6 +91,11 @@ public:
     int installSignalHandler(std::span<const int> signals, void (*handler)(int)) override {
         return m_target.installSignalHandler(signals, handler);
     }
+    int startProgram(const std::string& program, std::span<const std::string> arguments,
+                     std::unique_ptr<ChildProcess>& child) override {
+        return m_target.startProgram(program, arguments, child);
+    }
+    uint32_t processorCount() override { return m_target.processorCount(); }
     uint32_t supervisorPatience() override { return m_target.supervisorPatience(); }
     int tellSupervisor(Notice notice, const std::string& status) override {
         return m_target.tellSupervisor(notice, status);

@@ -11,6 +11,8 @@
 // and 3 (no such directory on the way) on every system.
 #pragma once
 
+#include "platform/child_process.h"
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -221,10 +223,17 @@ public:
     virtual void writeConsole(std::string_view text, bool toError) = 0;
     // Calls `handler` on a thread of its own for each of the given signals. Each signal works once
     // and then, from before the handler is called, has its default action again. A hang-up of the
-    // terminal counts as signal 15; on Windows so do console close, log-off and shutdown. Called
-    // once, before any other thread exists.
+    // terminal counts as signal 15; on Windows so do console close, log-off, shutdown and
+    // `ChildProcess::askToStop`. Called once, before any other thread exists.
     [[nodiscard]] virtual int installSignalHandler(std::span<const int> signals,
                                                    void (*handler)(int)) = 0;
+    // Starts another program with these arguments, in the same working directory, with nothing to
+    // read. Called on a thread that lives as long as the process.
+    [[nodiscard]] virtual int startProgram(const std::string& program,
+                                           std::span<const std::string> arguments,
+                                           std::unique_ptr<ChildProcess>& child) = 0;
+    // Those that this process may run on, at least 1.
+    [[nodiscard]] virtual uint32_t processorCount() = 0;
 
     // ---- supervision, from any thread
     // Within how many milliseconds the supervisor wants to be told `Alive` again; 0 when there is

@@ -276,6 +276,13 @@ public:
         return handleSignals(signals, handler);
     }
 
+    [[nodiscard]] int startProgram(const std::string& program,
+                                   std::span<const std::string> arguments,
+                                   std::unique_ptr<ChildProcess>& child) override {
+        return startChild(program, arguments, child);
+    }
+
+    [[nodiscard]] uint32_t processorCount() override { return countProcessors(); }
     [[nodiscard]] uint32_t supervisorPatience() override { return patienceOfSupervisor(); }
 
     [[nodiscard]] int tellSupervisor(Notice notice, const std::string& status) override {

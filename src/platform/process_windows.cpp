@@ -129,7 +129,8 @@ int handleSignals(std::span<const int> signals, void (*handler)(int)) {
         }
     }
     // A service is told of the end of every session, and of the system's in another way.
-    return isManaged() || SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? 0 : fail();
+    return isManaged() || SetConsoleCtrlHandler(onConsoleEvent, TRUE) ? watchStopRequests(handler)
+                                                                      : fail();
 }
 
 void requestStop() {

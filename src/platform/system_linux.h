@@ -64,6 +64,9 @@ void ignoreBrokenPipes();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int startSignalThread(std::span<const int> signals, void (*handler)(int));
+[[nodiscard]] int startChild(const std::string& program, std::span<const std::string> arguments,
+                             std::unique_ptr<ChildProcess>& child);
+[[nodiscard]] uint32_t countProcessors();
 [[nodiscard]] uint32_t patienceOfSupervisor();
 [[nodiscard]] int notifySupervisor(Notice notice, const std::string& status);
 

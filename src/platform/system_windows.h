@@ -83,6 +83,11 @@ void stopWaitingForReaders();
 [[nodiscard]] int widthOfTerminal(bool ofError);
 void writeStandardStream(std::string_view text, bool toError);
 [[nodiscard]] int handleSignals(std::span<const int> signals, void (*handler)(int));
+// Calls the handler with signal 15, on a thread of the system's, when the parent asks for a stop.
+[[nodiscard]] int watchStopRequests(void (*handler)(int));
+[[nodiscard]] int startChild(const std::string& program, std::span<const std::string> arguments,
+                             std::unique_ptr<ChildProcess>& child);
+[[nodiscard]] uint32_t countProcessors();
 // Calls the handler that stands with signal 15.
 void requestStop();
 // Whether the service manager has started this process.

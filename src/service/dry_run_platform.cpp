@@ -1,5 +1,7 @@
 #include "service/dry_run_platform.h"
 
+#include <cerrno>
+
 namespace kestrine {
 
 namespace {
@@ -41,6 +43,12 @@ void DryRunPlatform::writeConsole(std::string_view text, bool toError) {
     } else {
         ForwardingPlatform::writeConsole(text, toError);
     }
+}
+
+int DryRunPlatform::startProgram(const std::string&, std::span<const std::string>,
+                                 std::unique_ptr<ChildProcess>&) {
+    errno = EPERM;
+    return -1;
 }
 
 } // namespace kestrine

@@ -40,6 +40,9 @@ public:
         return LockResult::Locked;
     }
     void writeConsole(std::string_view text, bool toError) override;
+    // What a program would change nobody knows.
+    int startProgram(const std::string&, std::span<const std::string>,
+                     std::unique_ptr<ChildProcess>&) override;
 
 private:
     ScopedPlatform m_scope{*this};

@@ -73,6 +73,10 @@ class Process:
     def running(self) -> bool:
         return self._child.poll() is None
 
+    @property
+    def pid(self) -> int:
+        return self._child.pid
+
     def request(self, signal: int) -> None:
         if WINDOWS:
             emulator.interrupt(self._child.pid)

@@ -11,7 +11,7 @@ DOC = Path(__file__).parents[2] / "doc"
 OPTION = re.compile(r"^  (-[-a-z][-\w,]*)", re.MULTILINE)
 COMMAND = re.compile(r"^  (\w+) ", re.MULTILINE)
 # What bash offers after the words that it is given.
-COMPLETE = """source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _urlstat
+COMPLETE = """source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); "_$1"
 printf '%s\\n' "${COMPREPLY[@]}" """
 
 
@@ -39,23 +39,23 @@ def options_of(*command: str) -> tuple[str, set[str]]:
     return text, {names.split(",")[-1] for names in OPTION.findall(text)}
 
 
-def offered(*words: str) -> set[str]:
-    script = DOC / "completion/urlstat.bash"
-    return set(subprocess.check_output(["bash", "-c", COMPLETE, script, "urlstat", *words],
+def offered(name: str, *words: str) -> set[str]:
+    script = DOC / f"completion/{name}.bash"
+    return set(subprocess.check_output(["bash", "-c", COMPLETE, script, name, *words],
                                        text=True).split())
 
 
 def test_manuals_and_completions_know_every_command_and_option() -> None:
     manuals = {path.stem: path.read_text().replace("Fl ", "Fl -")
                for path in (DOC / "man").iterdir()}
-    zsh = (DOC / "completion/_urlstat").read_text()
     for name in manuals:
         text, common = options_of(name)
         assert {option for option in common if f"Fl {option}" not in manuals[name]} == set(), name
         for command in COMMAND.findall(text.partition("Subcommands:")[2]):
+            zsh = (DOC / f"completion/_{name}").read_text()
             own = options_of(name, command)[1]
             assert re.search(rf"^\.It Cm {command}\b", manuals[name], re.MULTILINE), command
-            assert command in offered("") and f"'{command}:" in zsh
-            assert own | common - {"--version"} <= offered(command, "-"), command
+            assert command in offered(name, "") and f"'{command}:" in zsh
+            assert own | common - {"--version"} <= offered(name, command, "-"), command
             assert {option for option in own
                     if f"Fl {option}" not in manuals[name] or f"{option}[" not in zsh} == set()

@@ -1,6 +1,7 @@
 #include "installation.h"
 
 #include "bytes_text.h"
+#include "frame/install_root.h"
 #include "input/abstract_new_data.h"
 #include "not_now.h"
 #include "tree/names.h"
@@ -12,8 +13,7 @@ namespace kestrine::build {
 
 Installation::Installation() {
     if (Configuration::getInstance(&m_configuration) != 0) {
-        throw Failure(std::string(Configuration::g_file) +
-                      ": cannot be read; see the lines above it");
+        throw Failure(install::settingsFile() + ": cannot be read; see the lines above it");
     }
     if (m_directories.fix(*m_configuration) != 0) {
         throw Failure("directories: cannot be worked in, as the lines above say; "

@@ -26,6 +26,8 @@ int run(int argc, char** argv) {
     app.allow_windows_style_options(false); // "/x" is a path
     app.set_version_flag("--version", std::string("urlbuild ") + g_version);
     Session session(app);
+    addPlan(session);
+    addAll(session);
     addUnits(session);
     try {
         app.parse(argc, argv);

@@ -5,7 +5,9 @@
 #include "command.h"
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace kestrine::build {
 
@@ -23,14 +25,21 @@ public:
     // Exit code of the command that was carried out.
     [[nodiscard]] int result() const { return m_result; }
     [[nodiscard]] bool verbose() const { return m_verbose; }
+    // The common options as they were given, for another process.
+    [[nodiscard]] std::vector<std::string> commonArguments() const;
 
 private:
+    void enterRoot() const;
+
     CLI::App& m_app;
+    std::optional<std::string> m_root;
     bool m_verbose = false;
     int m_result = 0;
 };
 
 // The commands; each file adds its own.
+void addPlan(Session& session);
+void addAll(Session& session);
 void addUnits(Session& session);
 
 } // namespace kestrine::build
