@@ -1,6 +1,7 @@
 // Statistics files that are read while a service may replace them.
 #pragma once
 
+#include "failure.h"
 #include "storage/url_file.h"
 #include "tree/period.h"
 
@@ -21,8 +22,8 @@ namespace kestrine::viewer {
 [[nodiscard]] std::unique_ptr<UrlFile> openPeriod(const PeriodFiles& files, Period period);
 
 // The failure of a read of the file, which it knows to be damaged or not.
-[[nodiscard]] class Failure readFailure(const UrlFile& file);
-[[nodiscard]] class Failure damageFailure(const std::string& path);
+[[nodiscard]] Failure readFailure(const UrlFile& file);
+[[nodiscard]] Failure damageFailure(const std::string& path);
 
 // What the block headers of an open file say; it is at its end afterwards. Throws Failure.
 struct HeaderSums {
