@@ -146,6 +146,7 @@ int startChild(const std::string& program, std::span<const std::string> argument
     std::vector<std::string> texts(arguments.begin(), arguments.end());
     texts.insert(texts.begin(), program);
     std::vector<char*> words;
+    words.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         words.push_back(text.data());
     }

@@ -1,4 +1,5 @@
 // Which units run when, with children that are none.
+#include "all_watcher.h"
 #include "frame/run_flag.h"
 #include "support/forwarding_platform.h"
 #include "unit_pool.h"
@@ -31,6 +32,14 @@ public:
     int startProgram(const std::string& program, std::span<const std::string> arguments,
                      std::unique_ptr<ChildProcess>& child) override;
 
+    int terminalWidth(bool) override { return width; }
+    void writeConsole(std::string_view text, bool toError) override {
+        EXPECT_TRUE(toError);
+        console += text;
+    }
+
+    int width = 0; // of the terminal
+    std::string console;
     std::map<std::string, std::deque<Act>> acts; // those of a unit that are not the usual one
     Names started;
     std::set<std::string> running;
@@ -220,6 +229,41 @@ TEST_F(UrlbuildPoolTest, AStopIsAskedForAndWaitedFor) {
     EXPECT_LE(stage.slept, 800U);
     EXPECT_EQ(run(2), "-------") << "nothing is begun any more";
     EXPECT_EQ(stage.started.size(), 3U);
+}
+
+// Runs the sample plan, in which d2 is refused twice and reads 500 visits.
+std::string shownWhile(Stage& stage, int width, bool verbose) {
+    const Act refused{3, false, 10, "I:x 1 y\nE:z 2 wrong\nurlbuild: held\n"};
+    stage.acts["d2"] = {refused, refused, {0, false, 900, "day: 500 visits read, 1 file merged\n"}};
+    stage.width = width;
+    stage.console.clear();
+    AllWatcher watcher(verbose);
+    watcher.beginRound(samplePlan());
+    EXPECT_EQ(UnitPool("urlbuild", {}, 2, watcher).run(samplePlan()).size(), 7U);
+    watcher.endRound();
+    EXPECT_EQ(watcher.summary(), "7 units done, 500 visits read in 0:04");
+    return std::move(stage.console);
+}
+
+TEST_F(UrlbuildPoolTest, WhatIsShownOfIt) {
+    const std::string wrong = "day/2/20240305: E:z 2 wrong\n";
+    EXPECT_EQ(shownWhile(stage, 0, false), wrong + "urlbuild: held\n" + wrong);
+    const std::string all = shownWhile(stage, 0, true);
+    EXPECT_EQ(all.find("day/2/20240305: I:x 1 y\n"), 0U);
+    EXPECT_NE(all.find("day/2/20240305: day: 500 visits read, 1 file merged\n"), std::string::npos);
+
+    const std::string text = shownWhile(stage, 100, false);
+    const std::string free = "\r\x1b[K";
+    EXPECT_TRUE(text.ends_with(free));
+    EXPECT_NE(text.find("] 5/7 units  0 visits  0/s  0:"), std::string::npos) << text;
+    EXPECT_NE(text.find("] 6/7 units  500 visits  1"), std::string::npos) << text;
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1)) {
+        const size_t line = text.rfind('\r', at);
+        EXPECT_TRUE(line == std::string::npos || text.compare(line, free.size(), free) == 0);
+    }
+    for (size_t begin = 0; begin != std::string::npos; begin = text.find('\r', begin + 1)) {
+        EXPECT_LT(text.find_first_of("\r\x1b", begin + 1) - begin, 101U) << "a line that breaks";
+    }
 }
 
 } // namespace

@@ -23,14 +23,19 @@ int carryOutAll(const Session& session, std::optional<uint32_t> processes) {
     AllWatcher watcher(session.verbose());
     UnitPool pool(platform().executablePath(), session.commonArguments(),
                   processes.value_or(platform().processorCount()), watcher);
-    const RoundsResult result =
-        carryOutRounds([&] { return makePlan(installation.configuration()); },
-                       [&](std::span<const PlannedUnit> units) {
-                           watcher.beginRound(units);
-                           std::vector<UnitResult> results = pool.run(units);
-                           watcher.endRound();
-                           return results;
-                       });
+    const auto plan = [&] {
+        Plan made = makePlan(installation.configuration());
+        for (size_t i = 0; session.verbose() && i < made.reports.size(); ++i) {
+            platform().writeConsole(made.reports[i], true);
+        }
+        return made;
+    };
+    const RoundsResult result = carryOutRounds(plan, [&](std::span<const PlannedUnit> units) {
+        watcher.beginRound(units);
+        std::vector<UnitResult> results = pool.run(units);
+        watcher.endRound();
+        return results;
+    });
     const bool nothing = result.code == 0 && watcher.unitsDone() == 0;
     platform().writeConsole(nothing ? "nothing is due\n" : watcher.summary() + "\n", false);
     for (const std::string& error : result.errors) {
