@@ -242,6 +242,16 @@ def test_damage_shows_in_rounds(world: World) -> None:
     done(world)
 
 
+def test_an_installation_without_accounts_is_told(world: World) -> None:
+    world.generate(visits=500, accounts=1, days=1)
+    for command in ("plan", "all"):
+        empty = world.root / "empty"
+        empty.mkdir(exist_ok=True)
+        shutil.copy(world.data_path_file, empty)
+        lines = build(world, command, "--root", seen(empty), code=FAILED)
+        assert "syncaccount.dat: names no account" in lines[-1]
+
+
 def test_beside_the_service(world: World) -> None:
     world.generate(visits=3000, accounts=1, days=2)
     service = world.start()

@@ -235,6 +235,7 @@ TEST_F(UrlbuildPoolTest, AStopIsAskedForAndWaitedFor) {
 std::string shownWhile(Stage& stage, int width, bool verbose) {
     const Act refused{3, false, 10, "I:x 1 y\nE:z 2 wrong\nurlbuild: held\n"};
     stage.acts["d2"] = {refused, refused, {0, false, 900, "day: 500 visits read, 1 file merged\n"}};
+    stage.acts["w1"] = {{0, false, 400, ""}}; // so that it is drawn meanwhile
     stage.width = width;
     stage.console.clear();
     AllWatcher watcher(verbose);

@@ -45,7 +45,7 @@ protected:
                 if (plan.ends_with("+")) { // grows
                     plan.replace(plan.size() - 1, 1, std::string(planned, '1'));
                 }
-                return Plan{unitsOf(plan), {}};
+                return Plan{unitsOf(plan), {}, {}};
             },
             [&](std::span<const PlannedUnit> units) {
                 ++carried;

@@ -11,7 +11,7 @@
 #include "bytes_text.h"
 #include "cycle/period_stage.h"
 #include "failure.h"
-#include "frame/log.h"
+#include "frame/install_root.h"
 #include "input/abstract_new_data.h"
 #include "input/log_file_due.h"
 #include "input/url_file_new_data.h"
@@ -226,6 +226,11 @@ Plan makePlan(const Configuration& configuration) {
     std::vector<std::string> accounts;
     if (AbstractNewData::getAllAccounts(accounts) != 0) {
         throw Failure("accounts: cannot be read; \"kestrine --check\" tells more");
+    }
+    // The service waits for a first one; here it is rather the wrong installation.
+    if (accounts.empty()) {
+        throw Failure(install::accountFile() +
+                      ": names no account, or is not there; is it the right installation?");
     }
     Plan plan;
     std::vector<PlannedUnit> units;
