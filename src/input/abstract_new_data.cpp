@@ -42,7 +42,7 @@ bool isDateName(const std::string& name) {
     return date >= g_firstDate && date <= g_lastDate;
 }
 
-bool notFound(uint32_t error) {
+bool isNotFound(uint32_t error) {
     return error == g_errorFileNotFound || error == g_errorPathNotFound;
 }
 
@@ -147,7 +147,7 @@ int AbstractNewData::getAllDevice(const std::string& accountPath,
     const std::string pattern = names::join(accountPath, std::string(names::g_devicePrefix) + "*");
     if (platform().find(pattern, entries, step) != 0) {
         // At a later step the listing broke off, and devices would be missing from it.
-        if (step == FindStep::First && notFound(platform().lastError())) {
+        if (step == FindStep::First && isNotFound(platform().lastError())) {
             LOG_INFO("cannot find any device in %s", accountPath.c_str());
             return 0;
         }
@@ -167,7 +167,7 @@ int AbstractNewData::getAllTypes(const std::string& devicePath) {
     std::vector<FindEntry> entries;
     FindStep step = FindStep::First;
     if (platform().find(names::join(devicePath, "*"), entries, step) != 0) {
-        if (step == FindStep::First && notFound(platform().lastError())) {
+        if (step == FindStep::First && isNotFound(platform().lastError())) {
             LOG_INFO("cannot find any types in %s", devicePath.c_str());
             return 0;
         }

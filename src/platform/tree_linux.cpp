@@ -59,7 +59,7 @@ int failFind(FindStep& step, FindStep where, int error) {
     return fail(error);
 }
 
-int notFound(uint32_t code) {
+int failNotFound(uint32_t code) {
     fail(static_cast<int>(code));
     errno = ENOENT;
     return -1;
@@ -75,7 +75,7 @@ int findEntries(const std::string& pattern, std::vector<FindEntry>& entries, Fin
     const std::string namePattern = pattern.substr(slash + 1); // npos + 1 is 0
     Stream stream(::opendir(directory.c_str()));
     if (!stream) {
-        return errno == ENOENT || errno == ENOTDIR ? notFound(g_errorPathNotFound) : fail();
+        return errno == ENOENT || errno == ENOTDIR ? failNotFound(g_errorPathNotFound) : fail();
     }
     while (const dirent* entry = nextEntry(stream.get())) {
         if (matchesWildcard(entry->d_name, namePattern, false)) {
@@ -89,7 +89,7 @@ int findEntries(const std::string& pattern, std::vector<FindEntry>& entries, Fin
     if (::closedir(stream.release()) != 0) {
         return failFind(step, FindStep::Close, errno);
     }
-    return entries.empty() ? notFound(g_errorFileNotFound) : 0;
+    return entries.empty() ? failNotFound(g_errorFileNotFound) : 0;
 }
 
 int renamePath(const std::string& from, const std::string& to) {

@@ -8,7 +8,7 @@ namespace kestrine::codec {
 
 namespace {
 
-constexpr int g_fastestLevel = 1;
+constexpr int g_fastestDeflate = 1;
 
 struct Free {
     void operator()(libdeflate_decompressor* decompressor) const {
@@ -37,7 +37,7 @@ int Libdeflate::decode(ByteView stored, std::span<uint8_t> raw, size_t& length) 
 
 int Libdeflate::encode(ByteView raw, std::span<uint8_t> stored, size_t& length) {
     static const std::unique_ptr<libdeflate_compressor, Free> compressor( // one thread encodes
-        libdeflate_alloc_compressor(g_fastestLevel));
+        libdeflate_alloc_compressor(g_fastestDeflate));
     // Not handed to zlib: the caller stores the block raw, which every reader takes.
     if (compressor == nullptr) {
         return Z_MEM_ERROR;

@@ -14,7 +14,7 @@
 namespace kestrine {
 namespace {
 
-[[nodiscard]] int writeAll(File& file, ByteView data) {
+[[nodiscard]] int writeBytes(File& file, ByteView data) {
     const int64_t written = file.write(data);
     if (written != static_cast<int64_t>(data.size())) {
         return LOG_FAIL("fwrite fail, need to write %d, ret %d, errno %d",
@@ -91,7 +91,7 @@ int UrlRecordBlock::writeOneBlock(File& file) {
     std::array<uint8_t, BlockHeader::g_size> bytes{};
     // Header and data need not appear together: a file cut between them has no trailer.
     m_header.store(bytes);
-    return writeAll(file, bytes) == 0 && writeAll(file, data) == 0 ? 0 : -1;
+    return writeBytes(file, bytes) == 0 && writeBytes(file, data) == 0 ? 0 : -1;
 }
 
 // ---- reading

@@ -9,7 +9,7 @@ namespace {
 
 using namespace test;
 
-constexpr const char* g_date = "20120303";
+constexpr const char* g_checkedDate = "20120303";
 
 class RecoveryTest : public StatTree {
 protected:
@@ -17,10 +17,11 @@ protected:
     // hold; week and month also hold a date that was removed whole.
     void putHeld(const std::string& path, int32_t held) {
         if (path.find("/daycrcsort") != std::string::npos) {
-            put(path, upTo(held, g_date), dayStatusOf({{node(g_date), held, 28}}, held));
+            put(path, upTo(held, g_checkedDate),
+                dayStatusOf({{node(g_checkedDate), held, 28}}, held));
         } else {
-            put(path, upTo(held, g_date),
-                weekMonStatusOf({{"D:/moved/acc/new/20120302", 0}, {newDir(g_date), held}}));
+            put(path, upTo(held, g_checkedDate),
+                weekMonStatusOf({{"D:/moved/acc/new/20120302", 0}, {newDir(g_checkedDate), held}}));
         }
     }
 };
@@ -39,7 +40,7 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
         m_disk.files.clear();
         m_disk.directories.clear();
         for (int32_t number = 0; number <= 2; ++number) {
-            putNew(g_date, number);
+            putNew(g_checkedDate, number);
         }
         const size_t period = choose(3);
         const std::string& formal = formals[period];
@@ -90,7 +91,7 @@ TEST_F(RecoveryTest, EveryStateIsSettled) {
             ASSERT_EQ(list->second, MemoryDisk::Bytes{static_cast<uint8_t>(hasList[1] ? 1 : 0)});
         } else {
             expectPeriodFile(formal, period == 0 ? g_dayStatusType : g_weekMonStatusType,
-                             upTo(hasFormal ? 1 : 0, g_date));
+                             upTo(hasFormal ? 1 : 0, g_checkedDate));
         }
         const auto settled = m_disk.files;
         ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0);
@@ -126,7 +127,7 @@ TEST_F(RecoveryTest, EntriesOfTheWrongKindAreSetAside) {
         const std::string debug = g_root + std::string("/debug");
         m_disk.files.clear();
         m_disk.directories.clear();
-        putHeld(dayFile(g_date), 1);
+        putHeld(dayFile(g_checkedDate), 1);
         ASSERT_EQ(ExceptionCheck(settings()).check(g_account), 0); // makes its lists
         (void)m_disk.removeTree({}, path);
         m_disk.files[path] = {'|'};
@@ -151,7 +152,7 @@ TEST_F(RecoveryTest, WhatIsSurelyWholeIsNotRead) {
     } disk;
     const ScopedPlatform scope(disk);
     constexpr int64_t month = int64_t{35} * 86400;
-    const std::string path = dayFile(g_date);
+    const std::string path = dayFile(g_checkedDate);
     const std::string lists = names::topDir(names::parentOf(path));
     for (const auto& [boot, file, list, set, read] :
          {std::tuple(int64_t{10000}, int64_t{6400}, 6300, 6240, false),

@@ -10,7 +10,7 @@ namespace kestrine::viewer {
 namespace {
 
 constexpr size_t g_rowsToMeasure = 1000; // the widths of columns follow the first so many
-constexpr size_t g_longestBar = 30;
+constexpr size_t g_longestShareBar = 30;
 constexpr size_t g_narrowest = 12; // the last column keeps so much, however narrow the terminal
 
 constexpr const char* g_bold = "\x1b[1m";
@@ -27,8 +27,9 @@ std::string cellText(const Column& column, const Value& value) {
         std::snprintf(text, sizeof text, "%.3f%%", 100 * std::get<double>(value));
         return text;
     case Kind::Bar: {
-        const double length = std::round(g_longestBar * std::get<double>(value));
-        return std::string(static_cast<size_t>(std::clamp<double>(length, 0, g_longestBar)), '#');
+        const double length = std::round(g_longestShareBar * std::get<double>(value));
+        return std::string(static_cast<size_t>(std::clamp<double>(length, 0, g_longestShareBar)),
+                           '#');
     }
     case Kind::Bytes:
         return asciiText(std::get<Bytes>(value).bytes);

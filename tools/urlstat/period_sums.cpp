@@ -14,8 +14,8 @@ namespace kestrine::viewer {
 
 namespace {
 
-constexpr int g_looks = 20;
-constexpr uint32_t g_pause = 100; // ms
+constexpr int g_periodLooks = 20;
+constexpr uint32_t g_periodPause = 100; // ms
 
 constexpr const char* g_countedAnew =
     "counted anew from the day files in the first pass after a start; the new file takes its place "
@@ -187,14 +187,14 @@ std::vector<SumFault> faultsOf(const PeriodSums& sums) {
 std::vector<SumFault> comparePeriod(const std::string& accountDir, const PeriodEntry& period) {
     const StatTree tree{std::string(names::parentOf(accountDir))};
     std::optional<PeriodSums> before;
-    for (int looks = 0; looks < g_looks; ++looks) {
+    for (int looks = 0; looks < g_periodLooks; ++looks) {
         std::optional<PeriodSums> sums = readSums(accountDir, period, daysOf(tree, period));
         std::vector<SumFault> faults = sums ? faultsOf(*sums) : std::vector<SumFault>();
         if (faults.empty() || sums == before) {
             return faults;
         }
         before = std::move(sums);
-        platform().sleep(g_pause);
+        platform().sleep(g_periodPause);
     }
     return {}; // it changes all the time: nothing can be told
 }

@@ -11,11 +11,11 @@ namespace {
 
 constexpr uint32_t g_drawEvery = 200; // ms
 constexpr int g_wordsWidth = 40;      // columns beside the bar
-constexpr int g_longestBar = 40;
+constexpr int g_longestProgressBar = 40;
 constexpr double g_mebibyte = 1048576;
 
 std::string bar(double share, int width) {
-    const int length = std::clamp(width - g_wordsWidth, 0, g_longestBar);
+    const int length = std::clamp(width - g_wordsWidth, 0, g_longestProgressBar);
     const auto filled = static_cast<size_t>(share * length);
     return "[" + std::string(filled, '#') + std::string(static_cast<size_t>(length) - filled, '.') +
            "]";

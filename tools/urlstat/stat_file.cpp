@@ -7,7 +7,8 @@ namespace kestrine::viewer {
 namespace {
 
 constexpr int g_tries = 10;
-constexpr uint32_t g_pause = 50; // ms; a replacement lacks the name between two renames only
+constexpr uint32_t g_pauseBetweenTries =
+    50; // ms; a replacement lacks the name between two renames only
 
 } // namespace
 
@@ -16,7 +17,7 @@ bool isThere(const std::string& path) {
         if (tries == g_tries) {
             return false;
         }
-        platform().sleep(g_pause);
+        platform().sleep(g_pauseBetweenTries);
     }
     return true;
 }

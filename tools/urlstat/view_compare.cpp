@@ -16,7 +16,7 @@ namespace {
 constexpr std::array<const char*, 4> g_kinds = {"rose", "fell", "new", "gone"};
 enum KindIndex : size_t { Rose, Fell, New, Gone };
 
-struct Options {
+struct CompareOptions {
     std::string before;
     std::string after;
     uint32_t number = 10;
@@ -25,9 +25,9 @@ struct Options {
 };
 
 // One of the two periods.
-class Side {
+class CompareSide {
 public:
-    Side(Session& session, const std::string& option, const std::string& text)
+    CompareSide(Session& session, const std::string& option, const std::string& text)
         : m_selection(select(session, parsePeriod(option, text))), m_files(m_selection.periods) {
         if (m_files.files() == 0) {
             throw Failure(session.place().root + ": has no file of " + m_selection.name +
@@ -37,7 +37,7 @@ public:
     }
 
     // At the end it is behind every key.
-    [[nodiscard]] bool isBefore(const Side& other) const {
+    [[nodiscard]] bool isBefore(const CompareSide& other) const {
         return m_more && (!other.m_more || m_record.key < other.m_record.key);
     }
     [[nodiscard]] bool more() const { return m_more; }
@@ -65,7 +65,7 @@ private:
 
 class Compare {
 public:
-    Compare(Session& session, const Options& options)
+    Compare(Session& session, const CompareOptions& options)
         : m_session(session), m_options(options), m_before(session, "PERIOD", options.before),
           m_after(session, "PERIOD", options.after),
           m_rankings(g_kinds.size(), ChangeRanking(options.number)) {}
@@ -77,9 +77,9 @@ private:
     void say() const;
 
     Session& m_session;
-    const Options& m_options;
-    Side m_before;
-    Side m_after;
+    const CompareOptions& m_options;
+    CompareSide m_before;
+    CompareSide m_after;
     std::vector<ChangeRanking> m_rankings;
     uint64_t m_unchanged = 0;
 };
@@ -161,7 +161,7 @@ void Compare::say() const {
 } // namespace
 
 void addCompare(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CompareOptions>();
     const char* const forms = "2024-03-05, 2024-03, or day:DATE, week:DATE, month:DATE";
     session
         .addCommand("compare", "Hosts that rose, fell, are new or gone between two periods",

@@ -14,16 +14,16 @@ namespace kestrine::viewer {
 
 namespace {
 
-struct Options {
+struct DiffOptions {
     std::string left;
     std::string right;
     uint64_t number = 100;
 };
 
 // The records of a file that may not be there.
-class Side {
+class DiffSide {
 public:
-    explicit Side(std::unique_ptr<UrlFile> file) : m_file(std::move(file)) {
+    explicit DiffSide(std::unique_ptr<UrlFile> file) : m_file(std::move(file)) {
         if (m_file) {
             m_reader.emplace(*m_file);
             next();
@@ -51,7 +51,7 @@ private:
 
 class Diff {
 public:
-    Diff(Session& session, const Options& options)
+    Diff(Session& session, const DiffOptions& options)
         : m_session(session), m_options(options), m_left(findTree(options.left, "").root),
           m_right(findTree(options.right, "").root) {}
     int run();
@@ -64,13 +64,13 @@ private:
     using Place = std::tuple<std::string, Period, std::string>; // account, kind, first date
 
     [[nodiscard]] std::map<Place, Pair> pairs() const;
-    void compare(Side left, Side right);
+    void compare(DiffSide left, DiffSide right);
     void compareRecords(const UrlRecordView& left, const UrlRecordView& right);
     void row(std::string_view what, const Value& left, const Value& right,
              const UrlRecordView* record);
 
     Session& m_session;
-    const Options& m_options;
+    const DiffOptions& m_options;
     StatTree m_left;
     StatTree m_right;
     const PeriodEntry* m_period = nullptr; // whose rows are told
@@ -78,8 +78,8 @@ private:
     uint64_t m_differences = 0;
 };
 
-Side openSide(const std::optional<PeriodEntry>& period) {
-    return Side(period ? openPeriod(period->files, period->dir.period) : nullptr);
+DiffSide openSide(const std::optional<PeriodEntry>& period) {
+    return DiffSide(period ? openPeriod(period->files, period->dir.period) : nullptr);
 }
 
 int Diff::run() {
@@ -135,7 +135,7 @@ std::map<Diff::Place, Diff::Pair> Diff::pairs() const {
     return pairs;
 }
 
-void Diff::compare(Side left, Side right) {
+void Diff::compare(DiffSide left, DiffSide right) {
     m_files += left.isThere() || right.isThere() ? 1U : 0U;
     if (!left.isThere() || !right.isThere()) {
         if (left.isThere()) {
@@ -192,7 +192,7 @@ void Diff::row(std::string_view what, const Value& left, const Value& right,
 } // namespace
 
 void addDiff(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DiffOptions>();
     session
         .addCommand("diff", "What two trees hold differently",
                     "diff /var/backup/_urlstat log_data/_urlstat --account alice",

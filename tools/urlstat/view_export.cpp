@@ -11,7 +11,7 @@ namespace kestrine::viewer {
 
 namespace {
 
-struct Options {
+struct ExportOptions {
     std::string file;
     PeriodOptions period;
     bool blocks = false;
@@ -34,7 +34,7 @@ void showBlock(RowSink& sink, uint64_t number, const BlockHeader& header) {
               static_cast<uint64_t>(header.rawSize)});
 }
 
-int exportFile(Session& session, const Options& options) {
+int exportFile(Session& session, const ExportOptions& options) {
     CheckedFile file;
     if (file.open(options.file, kindOf(options.file)) != 0) {
         throw Failure(options.file + ": cannot be opened");
@@ -66,7 +66,7 @@ int exportFile(Session& session, const Options& options) {
     return file.verdict();
 }
 
-int exportRecords(Session& session, const Options& options) {
+int exportRecords(Session& session, const ExportOptions& options) {
     if (!options.file.empty()) {
         return exportFile(session, options);
     }
@@ -88,7 +88,7 @@ int exportRecords(Session& session, const Options& options) {
 } // namespace
 
 void addExport(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ExportOptions>();
     Command command =
         session.addCommand("export", "Every record of a file or of periods",
                            "export --month 2024-03 --account alice --format csv",

@@ -16,7 +16,7 @@ namespace kestrine::viewer {
 
 namespace {
 
-struct Options {
+struct HostOptions {
     std::vector<std::string> names;
     std::vector<std::string> suffixes;
     std::string by = "day";
@@ -36,7 +36,7 @@ struct Point {
 
 class Host {
 public:
-    Host(Session& session, const Options& options);
+    Host(Session& session, const HostOptions& options);
     int run();
 
 private:
@@ -51,7 +51,7 @@ private:
     void sayHow() const;
 
     Session& m_session;
-    const Options& m_options;
+    const HostOptions& m_options;
     const bool m_domains;
     std::string m_from;
     std::string m_to;
@@ -73,7 +73,7 @@ std::string parseName(const std::string& text) {
     return *std::move(bytes);
 }
 
-Host::Host(Session& session, const Options& options)
+Host::Host(Session& session, const HostOptions& options)
     : m_session(session), m_options(options), m_domains(!options.suffixes.empty()) {
     if (m_domains != options.names.empty()) {
         throw usage("host: name hosts, or a domain with --suffix");
@@ -276,7 +276,7 @@ void Host::sayHow() const {
 } // namespace
 
 void addHost(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<HostOptions>();
     session
         .addCommand("host", "Visits of hosts, or of domains, per day, week or month",
                     "host example.com www.example.com --by week --account alice\n"

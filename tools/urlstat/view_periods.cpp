@@ -20,15 +20,15 @@ size_t waitingFiles(const StatTree& tree, const PeriodEntry& period) {
 }
 
 // What a row says besides names.
-struct Figures {
+struct PeriodFigures {
     Value visits;
     Value hosts;
     Value bytes;
     std::string state;
 };
 
-Figures figuresOf(const StatTree& tree, const PeriodEntry& period) {
-    Figures figures;
+PeriodFigures figuresOf(const StatTree& tree, const PeriodEntry& period) {
+    PeriodFigures figures;
     const auto say = [&figures](const std::string& text) {
         figures.state += (figures.state.empty() ? "" : ", ") + text;
     };
@@ -73,7 +73,7 @@ int showPeriods(Session& session) {
     int result = 0;
     for (const std::string& account : session.accounts(tree)) {
         for (const PeriodEntry& period : tree.periods(account)) {
-            const Figures figures = figuresOf(tree, period);
+            const PeriodFigures figures = figuresOf(tree, period);
             const std::string begin = dateName(period.dir.begin);
             const std::string end = dateName(period.dir.end);
             sink.add({Bytes{account}, std::string_view(periodKindName(period.dir.period)),

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* g_overviewName = "index.html";
 
-struct Options {
+struct ReportOptions {
     std::string month;
     std::string output;
     std::string index;
@@ -48,7 +48,7 @@ int tell(const MonthReport& report) {
     return report.faults.empty() ? 0 : g_dataWrong;
 }
 
-int writeOne(Session& session, const Options& options) {
+int writeOne(Session& session, const ReportOptions& options) {
     if (options.month.empty()) {
         throw usage("choose a month with --month, or --index DIR for all of them");
     }
@@ -70,7 +70,7 @@ int writeOne(Session& session, const Options& options) {
 
 class Index {
 public:
-    Index(Session& session, const Options& options)
+    Index(Session& session, const ReportOptions& options)
         : m_session(session), m_options(options), m_tree(session.tree()) {}
     int run();
 
@@ -81,7 +81,7 @@ private:
     void show(const OverviewRow& row);
 
     Session& m_session;
-    const Options& m_options;
+    const ReportOptions& m_options;
     const StatTree m_tree;
     std::vector<OverviewRow> m_rows;
     int m_result = 0;
@@ -150,7 +150,7 @@ void Index::show(const OverviewRow& row) {
 } // namespace
 
 void addReport(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ReportOptions>();
     session
         .addCommand("report", "The report of a month as a page for browsers, or of every month",
                     "report --account alice --month 2024-03 -o report.html\n"

@@ -16,7 +16,7 @@ namespace kestrine::viewer {
 
 namespace {
 
-struct Options {
+struct TopOptions {
     std::string file;
     PeriodOptions period;
     std::optional<uint32_t> type;
@@ -31,7 +31,7 @@ struct Answer {
 
 class Top {
 public:
-    Top(Session& session, const Options& options) : m_session(session), m_options(options) {}
+    Top(Session& session, const TopOptions& options) : m_session(session), m_options(options) {}
     int run();
 
 private:
@@ -44,7 +44,7 @@ private:
     void show(const Answer& answer, const std::string& name) const;
 
     Session& m_session;
-    const Options& m_options;
+    const TopOptions& m_options;
 };
 
 int Top::run() {
@@ -150,7 +150,7 @@ void Top::show(const Answer& answer, const std::string& name) const {
 } // namespace
 
 void addTop(Session& session) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<TopOptions>();
     Command command =
         session.addCommand("top", "The busiest hosts of a file or of periods",
                            "top --month 2024-03 --account alice -n 20",

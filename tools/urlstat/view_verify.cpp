@@ -15,9 +15,9 @@ namespace kestrine::viewer {
 
 namespace {
 
-constexpr uint64_t g_faultsTold = 5; // of one file
-constexpr int g_looks = 5;           // at a file that is replaced while it is read
-constexpr uint32_t g_pause = 100;    // ms between two looks
+constexpr uint64_t g_faultsTold = 5;          // of one file
+constexpr int g_looksAtFile = 5;              // at a file that is replaced while it is read
+constexpr uint32_t g_pauseBetweenLooks = 100; // ms between two looks
 
 std::string meaningOfDamage(const VerifyTarget& target) {
     if (target.kind == FileKind::TopList) {
@@ -185,7 +185,7 @@ Verify::Reading Verify::read(const VerifyTarget& target, const OnRecord& onRecor
         if (target.period ? !isThere(target.path) : !platform().exists(target.path)) {
             return reading;
         }
-        if (looks == g_looks) {
+        if (looks == g_looksAtFile) {
             tell(target.path, "cannot be opened", g_meaningOfCall);
             return reading;
         }
@@ -215,7 +215,7 @@ Verify::Reading Verify::read(const VerifyTarget& target, const OnRecord& onRecor
 // What looks wrong is looked at twice; when the file is another one by then, that one is read.
 void Verify::recountLists(const VerifyTarget& target) {
     const std::string& directory = target.period->files.lists;
-    for (int looks = 0; looks < g_looks; ++looks) {
+    for (int looks = 0; looks < g_looksAtFile; ++looks) {
         ListRecount recount;
         const Reading reading =
             read(target, [&recount](const UrlRecordView& record) { recount.push(record); });
@@ -225,7 +225,7 @@ void Verify::recountLists(const VerifyTarget& target) {
         const Lists lists = recount.take();
         std::vector<ListFault> faults = compareLists(directory, lists);
         if (!faults.empty()) {
-            platform().sleep(g_pause);
+            platform().sleep(g_pauseBetweenLooks);
             faults = compareLists(directory, lists);
         }
         if (faults.empty() || !isReplaced(target, reading.stamp)) {
