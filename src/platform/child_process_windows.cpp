@@ -33,6 +33,7 @@ public:
     [[nodiscard]] bool valid() const {
         return m_handle != nullptr && m_handle != INVALID_HANDLE_VALUE;
     }
+    [[nodiscard]] HANDLE release() { return std::exchange(m_handle, nullptr); }
     void close() {
         if (valid()) {
             CloseHandle(std::exchange(m_handle, nullptr));
@@ -194,12 +195,12 @@ void CALLBACK onStopRequest(void*, BOOLEAN) {
 } // namespace
 
 int watchStopRequests(void (*handler)(int)) {
-    // Both last as long as the process.
-    static const Handle g_event = stopEvent(GetCurrentProcessId());
+    // Never closed: what waits for it would take its end for a request.
+    const HANDLE event = stopEvent(GetCurrentProcessId()).release();
     HANDLE wait = nullptr;
     g_stopHandler = handler;
-    return g_event.valid() && RegisterWaitForSingleObject(&wait, g_event.get(), onStopRequest,
-                                                          nullptr, INFINITE, WT_EXECUTEONLYONCE)
+    return event != nullptr && RegisterWaitForSingleObject(&wait, event, onStopRequest, nullptr,
+                                                           INFINITE, WT_EXECUTEONLYONCE)
                ? 0
                : fail();
 }
