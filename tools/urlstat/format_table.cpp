@@ -29,8 +29,7 @@ std::string cellText(const Column& column, const Value& value) {
         return text;
     case Kind::Bar: {
         const double length = std::round(g_longestBar * std::get<double>(value));
-        return std::string(static_cast<size_t>(std::clamp<double>(length, 0, g_longestBar)),
-                           '#');
+        return std::string(static_cast<size_t>(std::clamp<double>(length, 0, g_longestBar)), '#');
     }
     case Kind::Bytes:
         return asciiText(std::get<Bytes>(value).bytes);
