@@ -2,7 +2,7 @@
 # Sourced by test.sh and demo.sh: the Debian packages that they need, and their installation.
 
 native_packages=(g++ cmake ninja-build zlib1g-dev libdeflate-dev libcli11-dev nlohmann-json3-dev libkainjow-mustache-dev)
-test_packages=(googletest python3-pytest jq sqlite3 tzdata)
+test_packages=(googletest python3-pytest python3-distributed jq sqlite3 tzdata)
 package_packages=(dpkg-dev file lintian mmdebstrap systemd-container)
 cross_packages=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64)
 

@@ -30,6 +30,8 @@ set(logs /srv/logs)
 configure_file(${packaging}/mysql_path.ini.in ${PROJECT_BINARY_DIR}/packaging/mysql_path.ini @ONLY)
 install(FILES ${settings} ${PROJECT_BINARY_DIR}/packaging/mysql_path.ini
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/cluster/urlbuild-dask ${PROJECT_SOURCE_DIR}/cluster/simulate
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT runtime)
 
 # The prefix is known only now, when it is installed.
 set(unit ${packaging}/kestrine.service.in)

@@ -17,7 +17,8 @@ protected:
     // hold; week and month also hold a date that was removed whole.
     void putHeld(const std::string& path, int32_t held) {
         if (path.find("/daycrcsort") != std::string::npos) {
-            put(path, upTo(held, g_checkedDate), dayStatusOf({{node(g_checkedDate), held, 28}}, held));
+            put(path, upTo(held, g_checkedDate),
+                dayStatusOf({{node(g_checkedDate), held, 28}}, held));
         } else {
             put(path, upTo(held, g_checkedDate),
                 weekMonStatusOf({{"D:/moved/acc/new/20120302", 0}, {newDir(g_checkedDate), held}}));
