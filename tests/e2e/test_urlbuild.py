@@ -25,10 +25,13 @@ def units(world: World) -> list[tuple[str, ...]]:
             *(("month", *day[1:]) for day in days)]
 
 
-def run_units(world: World, *options: str) -> list[str]:
+def run_units(world: World, *options: str, killed: bool = False) -> list[str]:
     lines = []
     for unit in units(world):
         code, printed = world.unit(*unit, *options)
+        if killed:  # lists half written are told of when they are thrown away
+            printed = [line for line in printed
+                       if not (line.startswith("E:") and "/topn.temp" in line)]
         assert code == 0 and len(printed) == 1, (unit, code, printed)
         lines += printed
     return lines
@@ -122,7 +125,7 @@ def test_kills_at_random_moments_lose_nothing(world: World) -> None:
             time.sleep(each * choices.random() * 1.5)
             process.kill()
         if i % 5 == 4 or i + 1 == rounds:
-            run_units(world)
+            run_units(world, killed=True)
             assert world.differences() == [], (seed, i)
     assert world.set_aside() == []
 
