@@ -15,7 +15,7 @@ namespace kestrine::build {
 
 namespace {
 
-constexpr uint32_t g_step = 10; // ms between two looks at what runs
+constexpr uint32_t g_step = 2; // ms between two looks at what runs
 
 // Pauses before a unit that was refused is tried again: enough for another unit to end.
 constexpr uint32_t g_firstPause = 1000; // ms, each twice the one before
